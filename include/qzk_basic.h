@@ -1,0 +1,154 @@
+/*
+ * qzk_basic: base services shared by the qzk libraries and their hosts.
+ *
+ * Conventions
+ *  - Every function has C linkage; this header compiles as C99 and as C++.
+ *  - Text: `char` text is "system text" in the process's ANSI code page
+ *    (qz_options_get_ansi_code_page); `wchar_t` text is the platform's wide
+ *    text (UTF-32 on Linux).
+ *  - Ownership: a handle returned by a *_create function belongs to the caller
+ *    and is given back with the matching *_destroy. Pointers returned by
+ *    getters (any_get_string, table_get, qz_options_get_temp_wpath) are
+ *    borrowed: they stay valid until the object they come from is changed or
+ *    cleared.
+ *  - Nothing here reports errors by exceptions; a bad argument (a null
+ *    handle) gives the neutral result of the call.
+ */
+#ifndef QZK_BASIC_H
+#define QZK_BASIC_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <wchar.h>
+
+#if defined(QZK_BASIC_BUILD)
+#define QZ_BASIC_API __attribute__((visibility("default")))
+#else
+#define QZ_BASIC_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Variants, property tables, tuples ------------------------------------ */
+
+enum {
+    QZ_ANY_EMPTY = 0,
+    QZ_ANY_STRING = 2,
+    QZ_ANY_INTEGER = 3,
+    QZ_ANY_FLOATING = 4,
+    QZ_ANY_BOOLEAN = 5
+};
+
+/* A 32-bit tag, then the value. A string value is owned by the variant. */
+typedef struct Tqz_any {
+    int32_t type; /* 0 empty, 2 string, 3 integer, 4 floating, 5 boolean */
+    union {
+        char* s;
+        int32_t i;
+        double d;
+        bool b;
+    } v;
+} Tqz_any;
+
+QZ_BASIC_API void any_init(Tqz_any* a);
+QZ_BASIC_API void any_clear(Tqz_any* a);
+QZ_BASIC_API void any_assign_string(Tqz_any* a, const char* s);
+QZ_BASIC_API void any_assign_integer(Tqz_any* a, int32_t v);
+QZ_BASIC_API void any_assign_floating(Tqz_any* a, double v);
+QZ_BASIC_API void any_assign_boolean(Tqz_any* a, bool v);
+QZ_BASIC_API int32_t any_get_type(const Tqz_any* a);
+QZ_BASIC_API const char* any_get_string(const Tqz_any* a); /* null unless type 2 */
+QZ_BASIC_API int32_t any_get_integer(const Tqz_any* a);
+QZ_BASIC_API double any_get_floating(const Tqz_any* a);
+QZ_BASIC_API bool any_get_boolean(const Tqz_any* a);
+
+typedef struct Tqz_table {
+    void* impl;
+} Tqz_table; /* named Tqz_any values */
+typedef struct Tqz_tuple {
+    void* impl;
+} Tqz_tuple; /* an ordered list of Tqz_any values */
+
+QZ_BASIC_API void table_init(Tqz_table* t);
+QZ_BASIC_API void table_clear(Tqz_table* t);
+QZ_BASIC_API void table_set(Tqz_table* t, const char* key, const Tqz_any* value);
+QZ_BASIC_API const Tqz_any* table_get(const Tqz_table* t, const char* key);
+QZ_BASIC_API unsigned int table_count(const Tqz_table* t);
+QZ_BASIC_API void tuple_init(Tqz_tuple* t);
+QZ_BASIC_API void tuple_clear(Tqz_tuple* t);
+QZ_BASIC_API void tuple_add(Tqz_tuple* t, const Tqz_any* value);
+QZ_BASIC_API const Tqz_any* tuple_get(const Tqz_tuple* t, unsigned int index);
+QZ_BASIC_API unsigned int tuple_count(const Tqz_tuple* t);
+
+/* ---- String adapters ------------------------------------------------------ */
+
+/* A string adapter carries text out of a call into a place the caller owns.
+ * Each feed calls the matching callback with the text as given; when that
+ * callback is null, the text is converted with the system code page and
+ * handed to the other one. */
+typedef struct Iqz_string_adp Iqz_string_adp;
+typedef void (*qz_ansi_string_proc)(void* user, const char* text);
+typedef void (*qz_unicode_string_proc)(void* user, const wchar_t* text);
+
+QZ_BASIC_API Iqz_string_adp* qz_string_adp_create(qz_ansi_string_proc ansi,
+                                                  qz_unicode_string_proc unicode, void* user);
+QZ_BASIC_API void qz_string_adp_destroy(Iqz_string_adp* adp);
+QZ_BASIC_API void qz_string_adp_feed(Iqz_string_adp* adp, const wchar_t* text);
+QZ_BASIC_API void qz_string_adp_feed_c(Iqz_string_adp* adp, const char* text);
+
+/* ---- Options ---------------------------------------------------------------- */
+
+/* The temporary folder; always ends with '/'. Default: $TMPDIR or /tmp/. */
+QZ_BASIC_API const wchar_t* qz_options_get_temp_wpath(void);
+QZ_BASIC_API void qz_options_set_temp_wpath(const wchar_t* folder);
+
+/* The ANSI code page ("system text"). Until a code page is set, it is the one
+ * named by the codeset of the current LC_CTYPE locale when that is UTF-8,
+ * CP866 or CP1250..CP1258, otherwise 65001 (UTF-8). Setting 0 returns to that
+ * default. */
+QZ_BASIC_API unsigned int qz_options_get_ansi_code_page(void);
+QZ_BASIC_API void qz_options_set_ansi_code_page(unsigned int code_page);
+
+/* ---- Code pages and wide text ----------------------------------------------- */
+
+/* Code page 0 means the ANSI code page everywhere below. */
+
+/* The iconv name of a code page ("UTF-8", "CP1251", "CP866", ...); null for a
+ * code page the library does not know. */
+QZ_BASIC_API const char* qz_code_page_iconv_name(unsigned int code_page);
+
+/* Converts `len` bytes of `src` in `code_page` to wide text. Invalid bytes
+ * become U+FFFD. Returns the number of wide characters of the result; with
+ * `out` non-null writes them there (no terminator), and returns 0 when `cap`
+ * is too small. Returns 0 for an unknown code page or empty input. */
+QZ_BASIC_API int qz_code_page_to_wide(unsigned int code_page, const char* src, int len,
+                                      wchar_t* out, int cap);
+
+/* Converts `len` wide characters to `code_page`; a character the code page
+ * cannot hold becomes '?'. Counting and output as for qz_code_page_to_wide. */
+QZ_BASIC_API int qz_wide_to_code_page(unsigned int code_page, const wchar_t* src, int len,
+                                      char* out, int cap);
+
+/* ---- Letter case (Unicode rules) -------------------------------------------- */
+
+/* Compares without regard to letter case: <0, 0 or >0. The narrow form
+ * decodes both texts from the ANSI code page first. */
+QZ_BASIC_API int qz_text_icompare_w(const wchar_t* a, const wchar_t* b);
+QZ_BASIC_API int qz_text_icompare(const char* a, const char* b);
+/* Upper-/lower-cases in place (wide text, one character for one). */
+QZ_BASIC_API void qz_text_upper_w(wchar_t* text);
+QZ_BASIC_API void qz_text_lower_w(wchar_t* text);
+
+/* ---- Transliteration -------------------------------------------------------- */
+
+/* Feeds `text` to `out` as wide text in Latin letters (ASCII where possible). */
+QZ_BASIC_API void qz_translit(const wchar_t* text, Iqz_string_adp* out);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QZK_BASIC_H */

@@ -1,0 +1,151 @@
+/*
+ * qzk_file_dbf: dBASE tables (.dbf with .fpt/.dbt memos and .cpg code pages)
+ * through a flat C interface.
+ *
+ * Conventions
+ *  - Every export has C linkage. This header compiles as C99 and as C++.
+ *    Out-parameters are references in C++ (`bool& ok`) and pointers in C
+ *    (`bool* ok`); the two have the same ABI.
+ *  - Handles: a table handle (Tqz_dbf_rw*) comes from qz_dbf_open(_w) or
+ *    qz_dbf_create(_w) and is given back with qz_dbf_close. The caller owns
+ *    it; it must not be used after close. A handle is not tested for null.
+ *  - Indexes: field first, record second, both counted from 0.
+ *  - Returned text (const char* / const wchar_t*) is borrowed from the table
+ *    and stays valid until the next call on the same handle. Copy it, or use
+ *    the forms that feed a string adapter (Iqz_string_adp, see qzk_basic.h).
+ *  - Paths: `wchar_t` paths (the _w forms) are encoded to UTF-8 for the
+ *    kernel; `char` paths are system text in the ANSI code page.
+ *  - Failures are results: open and create give a null handle; other calls
+ *    give false, 0, 0.0, a null pointer or empty text. No exception leaves an
+ *    export; nothing is logged.
+ */
+#ifndef QZK_FILE_DBF_H
+#define QZK_FILE_DBF_H
+
+#include <stdbool.h>
+#include <stdint.h>
+#include <wchar.h>
+
+#include "qzk_basic.h"
+
+#if defined(QZK_FILE_DBF_BUILD)
+#define QZ_DBF_API __attribute__((visibility("default")))
+#else
+#define QZ_DBF_API
+#endif
+
+#ifdef __cplusplus
+#define QZ_OUT(T) T&
+#else
+#define QZ_OUT(T) T*
+#endif
+
+#ifdef __cplusplus
+class Tqz_dbf_rw;
+extern "C" {
+#else
+typedef struct Tqz_dbf_rw Tqz_dbf_rw;
+#endif
+
+/* ---- Field descriptors ------------------------------------------------------ */
+
+/* Field types, indexing the letters "CCNLMDFIBP". */
+typedef enum Tqz_dbf_field_type {
+    dbf_ft_unknown = 0, /* written as 'C' */
+    dbf_ft_char = 1,    /* C */
+    dbf_ft_numeric = 2, /* N */
+    dbf_ft_logical = 3, /* L */
+    dbf_ft_memo = 4,    /* M */
+    dbf_ft_date = 5,    /* D */
+    dbf_ft_float = 6,   /* F */
+    dbf_ft_integer = 7, /* I */
+    dbf_ft_double = 8,  /* B */
+    dbf_ft_picture = 9  /* P */
+} Tqz_dbf_field_type;
+
+/* One field as passed in arrays to create: exactly 14 bytes. */
+#pragma pack(push, 1)
+typedef struct Tqz_dbf_field {
+    char name[11];      /* NUL-terminated, at most 10 significant bytes */
+    char type;          /* the type letter itself, such as 'C' */
+    unsigned char flen; /* field length in bytes */
+    signed char dlen;   /* decimal count */
+} Tqz_dbf_field;
+#pragma pack(pop)
+
+#ifdef __cplusplus
+static_assert(sizeof(Tqz_dbf_field) == 14, "Tqz_dbf_field is 14 bytes");
+#else
+typedef char qz_dbf_field_size_check[(sizeof(Tqz_dbf_field) == 14) ? 1 : -1];
+#endif
+
+/* The letter of a type: 'C' for anything outside 0..9. */
+QZ_DBF_API int qz_dbftype2char(Tqz_dbf_field_type type);
+/* The type of a letter ('B','C','D','F','I','L','M','N','P'); 0 otherwise. */
+QZ_DBF_API Tqz_dbf_field_type qz_char2dbftype(char c);
+/* Fills a descriptor: the first 10 bytes of `name`, the letter of `type`. */
+QZ_DBF_API void qz_dbf_field_init(Tqz_dbf_field* f, const char* name, Tqz_dbf_field_type type,
+                                  unsigned char flen, char dlen);
+
+/* ---- Table lifecycle ---------------------------------------------------------- */
+
+/* Opens a table. Unless `read_only`, takes the writer lock "<path>.lk" and
+ * fails while another writer holds it. `dos_flag` marks the text as CP866
+ * unless the table's .cpg file says otherwise. Null on failure. */
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_w(const wchar_t* path, bool read_only, bool dos_flag);
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_open(const char* path, bool read_only, bool dos_flag);
+
+/* Creates (or overwrites) a table with `nf` fields and `nr` blank records and
+ * keeps it open for writing. The .cpg file is written when it is closed. */
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_w(const wchar_t* path, unsigned int nf, unsigned int nr,
+                                       Tqz_dbf_field* fields, bool dos_flag);
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_create(const char* path, unsigned int nf, unsigned int nr,
+                                     Tqz_dbf_field* fields, bool dos_flag);
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_safe(const wchar_t* path, unsigned int nf, unsigned int nr,
+                                          Tqz_dbf_field* fields, bool dos_flag);
+
+/* Closes the table and frees the handle. */
+QZ_DBF_API void qz_dbf_close(Tqz_dbf_rw* handle);
+
+/* Removes a table file and its .cpg file (memo and lock files stay).
+ * Returns whether something existed at `path`. */
+QZ_DBF_API bool qz_dbf_delete(const wchar_t* path);
+
+/* Whether the handle serves a table held in memory. */
+QZ_DBF_API bool qz_dbf_is_buffered(Tqz_dbf_rw* handle);
+
+/* The handle's last validation error code. */
+QZ_DBF_API void qz_dbf_set_last_valid_error(Tqz_dbf_rw* handle, int code);
+QZ_DBF_API int qz_dbf_get_last_valid_error(Tqz_dbf_rw* handle);
+
+/* ---- Table properties ----------------------------------------------------------- */
+
+/* Each returns its neutral value (false, 0, null) on a handle without a table. */
+QZ_DBF_API bool qz_dbf_get_dos_flag(Tqz_dbf_rw* handle);
+QZ_DBF_API void qz_dbf_set_dos_flag(Tqz_dbf_rw* handle, bool on);
+QZ_DBF_API bool qz_dbf_get_utf8_flag(Tqz_dbf_rw* handle);
+QZ_DBF_API void qz_dbf_set_utf8_flag(Tqz_dbf_rw* handle, bool on);
+QZ_DBF_API unsigned int qz_dbf_get_nl(Tqz_dbf_rw* handle); /* layers: 1 for a DBF table */
+QZ_DBF_API unsigned int qz_dbf_get_nf(Tqz_dbf_rw* handle); /* fields */
+QZ_DBF_API unsigned int qz_dbf_get_nr(Tqz_dbf_rw* handle); /* records (the header's count) */
+
+/* The field's name as system text (borrowed). */
+QZ_DBF_API const char* qz_dbf_get_field_name(Tqz_dbf_rw* handle, unsigned int field);
+/* The field's name as wide text, fed to `adp`. */
+QZ_DBF_API void qz_dbf_get_field_name_w(Tqz_dbf_rw* handle, unsigned int field,
+                                        Iqz_string_adp* adp);
+QZ_DBF_API Tqz_dbf_field_type qz_dbf_get_field_type(Tqz_dbf_rw* handle, unsigned int field);
+QZ_DBF_API unsigned int qz_dbf_get_field_flen(Tqz_dbf_rw* handle, unsigned int field);
+QZ_DBF_API int qz_dbf_get_field_dlen(Tqz_dbf_rw* handle, unsigned int field);
+/* The index of the field named exactly `name`; 0xFFFFFFFF when none is. */
+QZ_DBF_API unsigned int qz_dbf_find_field_index_w(Tqz_dbf_rw* handle, const wchar_t* name);
+
+/* The 32-byte file header of a DBF table (version, date, counts, lengths);
+ * false when the handle has no DBF table. */
+QZ_DBF_API bool qz_dbf_get_header(Tqz_dbf_rw* handle, unsigned char header[32]);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QZK_FILE_DBF_H */

@@ -1,0 +1,76 @@
+#include "api/table_rw.h"
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "code_page_text.h"
+#include "dbf/disk_table.h"
+#include "support/filesystem.h"
+
+namespace {
+
+// A narrow path is system text; one that does not convert whole becomes
+// the empty path, which no storage opens.
+std::wstring widen_path(const char* path) {
+    if (!path) return std::wstring();
+    return qz::basic::cp_to_wide(0, path, std::strlen(path));
+}
+
+}  // namespace
+
+Tqz_dbf_rw::Tqz_dbf_rw() : disk(new Tqz_dbf_disk()) {}
+
+Tqz_dbf_rw::~Tqz_dbf_rw() {
+    close();
+    delete disk;
+}
+
+int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
+    close();
+    read_only = ro;
+    int result = disk->open(path, ro, dos_flag, false);
+    if (result == 0) {
+        table = disk;
+        own_table = true;
+    }
+    return result;
+}
+
+int Tqz_dbf_rw::open(const char* path, bool ro, bool dos_flag) {
+    return open(widen_path(path).c_str(), ro, dos_flag);
+}
+
+int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
+                       bool dos_flag) {
+    close();
+    read_only = false;
+    int result = disk->create(path, nf, nr, fields, dos_flag, false);
+    if (result == 0) {
+        table = disk;
+        own_table = true;
+    }
+    return result;
+}
+
+int Tqz_dbf_rw::create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
+                       bool dos_flag) {
+    return create(widen_path(path).c_str(), nf, nr, fields, dos_flag);
+}
+
+void Tqz_dbf_rw::close() {
+    if (own_table && table) table->close();
+    own_table = false;
+    table = nullptr;
+    read_only = false;
+}
+
+bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {
+    std::wstring path = path_w ? path_w : L"";
+    if (!qz::filesystem::path_exist(path)) return false;
+    std::wstring cpg =
+        qz::filesystem::find_companion(qz::filesystem::change_extension(path, L".cpg"));
+    qz::filesystem::remove_file(path);
+    qz::filesystem::remove_file(cpg);
+    return true;
+}

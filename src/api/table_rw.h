@@ -1,0 +1,84 @@
+// Tqz_dbf_rw: the object behind every table handle. It chooses the storage
+// at open and create time and forwards every request to it.
+#pragma once
+
+#include "dbf/ibasic.h"
+
+class Tqz_dbf_disk;
+
+class Tqz_dbf_rw {
+  public:
+    Tqz_dbf_rw();
+    ~Tqz_dbf_rw();
+    Tqz_dbf_rw(const Tqz_dbf_rw&) = delete;
+    Tqz_dbf_rw& operator=(const Tqz_dbf_rw&) = delete;
+
+    // 0 on success, otherwise the non-zero result of the storage tried last.
+    int open(const wchar_t* path, bool read_only, bool dos_flag);
+    int open(const char* path, bool read_only, bool dos_flag);
+    int create(const wchar_t* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
+               bool dos_flag);
+    int create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
+               bool dos_flag);
+    void close();
+    bool is_buffered() const { return false; }
+
+    // Removes a table file and its .cpg file; false when nothing is at `path`.
+    static bool delete_files(const wchar_t* path);
+
+    // The current table, or null when nothing is open.
+    Tqz_dbf_ibasic* current() const { return table; }
+
+    // Forwarding to the current table; neutral results when none is open.
+    bool get_dos_flag() { return table ? table->get_dos_flag() : false; }
+    void set_dos_flag(bool on) {
+        if (table) table->set_dos_flag(on);
+    }
+    bool get_utf8_flag() { return table ? table->get_utf8_flag() : false; }
+    void set_utf8_flag(bool on) {
+        if (table) table->set_utf8_flag(on);
+    }
+    unsigned int get_nl() { return table ? table->get_nl() : 0; }
+    unsigned int get_nf() { return table ? table->get_nf() : 0; }
+    unsigned int get_nr() { return table ? table->get_nr() : 0; }
+    unsigned int get_layer() { return table ? table->get_layer() : 0; }
+    void get_layer_name(unsigned int layer, Iqz_string_adp* adp) {
+        if (table) table->get_layer_name(layer, adp);
+    }
+    bool set_layer(unsigned int layer) { return table ? table->set_layer(layer) : false; }
+    const char* get_field_name(unsigned int field) {
+        return table ? table->get_field_name(field) : nullptr;
+    }
+    void get_field_name(unsigned int field, Iqz_string_adp* adp) {
+        if (table) table->get_field_name(field, adp);
+    }
+    void set_field_name(unsigned int field, const char* name) {
+        if (table) table->set_field_name(field, name);
+    }
+    void set_field_name(unsigned int field, const wchar_t* name) {
+        if (table) table->set_field_name(field, name);
+    }
+    Tqz_dbf_field_type get_field_type(unsigned int field) {
+        return table ? table->get_field_type(field) : dbf_ft_unknown;
+    }
+    unsigned int get_field_flen(unsigned int field) {
+        return table ? static_cast<unsigned char>(table->get_field_flen(field)) : 0;
+    }
+    int get_field_dlen(unsigned int field) {
+        return table ? static_cast<signed char>(table->get_field_dlen(field)) : 0;
+    }
+    unsigned int find_field_index(const wchar_t* name) {
+        return table ? table->find_field_index(name) : 0xFFFFFFFF;
+    }
+    const char* get_format(unsigned int field) {
+        return table ? table->get_format(field) : nullptr;
+    }
+
+    int32_t last_valid_error = 0;
+
+  private:
+    bool own_table = false;
+    bool read_only = false;
+    Tqz_dbf_ibasic* table = nullptr;
+    Tqz_dbf_disk* disk = nullptr;
+};

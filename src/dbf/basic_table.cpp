@@ -1,0 +1,185 @@
+#include "dbf/basic_table.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "code_page_text.h"
+#include "dbf/field.h"
+#include "support/fileio.h"
+#include "support/filesystem.h"
+#include "support/strutil.h"
+#include "support/textio.h"
+
+using namespace qz::dbf;
+namespace strconv = qz::strconv;
+
+Tqz_dbf_basic::Tqz_dbf_basic() {
+    std::memset(header, 0, sizeof header);
+    format_buffer[0] = 0;
+}
+
+Tqz_dbf_basic::~Tqz_dbf_basic() {
+    free_descriptors();
+}
+
+void Tqz_dbf_basic::set_dos_flag(bool on) {
+    dos_flag = on;
+    if (on) utf8_flag = false;
+}
+
+void Tqz_dbf_basic::set_utf8_flag(bool on) {
+    utf8_flag = on;
+    if (on) dos_flag = false;
+}
+
+strconv::encodings Tqz_dbf_basic::get_encoding() const {
+    if (utf8_flag) return strconv::utf8;
+    return dos_flag ? strconv::cp866 : strconv::cp1251;
+}
+
+const char* Tqz_dbf_basic::str_from_raw(const char* raw) {
+    narrow_scratch = raw ? raw : "";
+    narrow_scratch = strconv::convert(narrow_scratch, get_encoding(), strconv::system, nullptr);
+    return narrow_scratch.c_str();
+}
+
+const char* Tqz_dbf_basic::str_to_raw(const char* text) {
+    narrow_scratch = text ? text : "";
+    narrow_scratch = strconv::convert(narrow_scratch, strconv::system, get_encoding(), nullptr);
+    return narrow_scratch.c_str();
+}
+
+const wchar_t* Tqz_dbf_basic::str_from_raw_w(const char* raw) {
+    unsigned int cp = strconv::encoding_table[get_encoding()].code_page;
+    wide_scratch = raw ? qz::basic::cp_to_wide(cp, raw, std::strlen(raw)) : std::wstring();
+    return wide_scratch.c_str();
+}
+
+const char* Tqz_dbf_basic::str_to_raw_w(const wchar_t* text) {
+    unsigned int cp = strconv::encoding_table[get_encoding()].code_page;
+    narrow_scratch = text ? qz::basic::wide_to_cp(cp, text, std::wcslen(text)) : std::string();
+    return narrow_scratch.c_str();
+}
+
+unsigned int Tqz_dbf_basic::get_nr() {
+    return get_u32(header + hdr_record_count);
+}
+
+void Tqz_dbf_basic::get_layer_name(unsigned int, Iqz_string_adp* adp) {
+    qz_string_adp_feed(adp, L"");
+}
+
+const char* Tqz_dbf_basic::get_field_name(unsigned int field) {
+    Tdbf_descriptor* d = descriptor(field);
+    if (!d) return nullptr;
+    d->name()[10] = 0;  // a name that filled all 11 bytes is cut to 10
+    return str_from_raw(d->name());
+}
+
+void Tqz_dbf_basic::get_field_name(unsigned int field, Iqz_string_adp* adp) {
+    const char* name = get_field_name(field);
+    if (!name) return;
+    std::wstring wide = qz::basic::cp_to_wide(0, name, std::strlen(name));
+    qz_string_adp_feed(adp, wide.c_str());
+}
+
+void Tqz_dbf_basic::set_field_name(unsigned int field, const char* name) {
+    Tdbf_descriptor* d = descriptor(field);
+    if (!d) return;
+    std::memset(d->name(), 0, fld_name_size);
+    std::strncpy(d->name(), str_to_raw(name), 10);
+}
+
+void Tqz_dbf_basic::set_field_name(unsigned int field, const wchar_t* name) {
+    std::string ansi = name ? qz::basic::wide_to_cp(0, name, std::wcslen(name)) : std::string();
+    set_field_name(field, ansi.c_str());
+}
+
+Tqz_dbf_field_type Tqz_dbf_basic::get_field_type(unsigned int field) {
+    Tdbf_descriptor* d = descriptor(field);
+    return d ? char2type(d->type()) : dbf_ft_unknown;
+}
+
+unsigned char Tqz_dbf_basic::get_field_flen(unsigned int field) {
+    Tdbf_descriptor* d = descriptor(field);
+    return d ? d->flen() : 0;
+}
+
+char Tqz_dbf_basic::get_field_dlen(unsigned int field) {
+    Tdbf_descriptor* d = descriptor(field);
+    return d ? static_cast<char>(d->dlen()) : 0;
+}
+
+unsigned int Tqz_dbf_basic::find_field_index(const wchar_t* name) {
+    if (nf <= 0 || !name) return 0xFFFFFFFF;
+    for (int32_t i = 0; i < nf; ++i) {
+        // Stored names are compared as ANSI text, exactly and case-sensitively.
+        const char* stored = descriptors[i].name();
+        std::wstring wide = qz::basic::cp_to_wide(0, stored, strnlen(stored, fld_name_size));
+        if (wide == name) return static_cast<unsigned int>(i);
+    }
+    return 0xFFFFFFFF;
+}
+
+const char* Tqz_dbf_basic::get_format(unsigned int field) {
+    Tdbf_descriptor* d = descriptor(field);
+    if (!d) return nullptr;
+    if (d->type() == 'F')
+        std::snprintf(format_buffer, sizeof format_buffer, "%%%d.%dg", d->flen(), d->flen());
+    else
+        std::snprintf(format_buffer, sizeof format_buffer, "%%%d.%dlf", d->flen(), d->dlen());
+    return format_buffer;
+}
+
+bool Tqz_dbf_basic::set_nf(int n) {
+    if (n < 0) n = 0;
+    if (n > 0) {
+        void* grown = std::realloc(descriptors, static_cast<size_t>(n) * sizeof(Tdbf_descriptor));
+        if (!grown) return false;
+        descriptors = static_cast<Tdbf_descriptor*>(grown);
+        // New entries start zeroed rather than with whatever the heap held.
+        if (n > nf)
+            std::memset(descriptors + nf, 0, static_cast<size_t>(n - nf) * sizeof(Tdbf_descriptor));
+    } else {
+        std::free(descriptors);
+        descriptors = nullptr;
+    }
+    nf = n;
+    return true;
+}
+
+void Tqz_dbf_basic::free_descriptors() {
+    std::free(descriptors);
+    descriptors = nullptr;
+    nf = 0;
+}
+
+void Tqz_dbf_basic::load_cpg(const std::wstring& table_path) {
+    std::wstring name =
+        qz::filesystem::find_companion(qz::filesystem::change_extension(table_path, L".cpg"));
+    qz::detail::fileio_std file;
+    if (!file.open(name, qz::detail::access_read, qz::detail::lock_none)) return;
+    char line[20] = {0};
+    if (!std::fgets(line, sizeof line, file.stream()) && std::ferror(file.stream())) return;
+    std::string text = qz::strutil::trim(line);
+    // Later marks win: "CP1251" ends with both flags clear.
+    if (qz::strutil::find_ic(text, "UTF-8") != std::string::npos) set_utf8_flag(true);
+    if (qz::strutil::find_ic(text, "866") != std::string::npos) set_dos_flag(true);
+    if (qz::strutil::find_ic(text, "1251") != std::string::npos) {
+        set_utf8_flag(false);
+        set_dos_flag(false);
+    }
+}
+
+void Tqz_dbf_basic::save_cpg(const std::wstring& table_path, bool skip) {
+    if (skip) return;
+    const wchar_t* text = L"CP1251";
+    if (get_dos_flag()) text = L"CP866";
+    if (get_utf8_flag()) text = L"UTF-8";
+    std::wstring name =
+        qz::filesystem::find_companion(qz::filesystem::change_extension(table_path, L".cpg"));
+    qz::detail::fileio_std file;
+    if (!file.open(name, qz::detail::access_write, qz::detail::lock_none)) return;
+    qz::textio(file.stream(), strconv::utf8).writeln(text);
+}

@@ -1,0 +1,129 @@
+// Tqz_dbf_basic: what every DBF-backed table (disk and memory) shares: the
+// parsed header and field descriptors, the two encoding flags, the text
+// conversions between the table encoding and caller text, and the field
+// attribute operations. Storages supply the raw cell operations.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "dbf/dbf_format.h"
+#include "dbf/ibasic.h"
+#include "encoding/encodings.h"
+
+class Tqz_dbf_basic : public Tqz_dbf_ibasic {
+  public:
+    Tqz_dbf_basic();
+    ~Tqz_dbf_basic() override;
+    Tqz_dbf_basic(const Tqz_dbf_basic&) = delete;
+    Tqz_dbf_basic& operator=(const Tqz_dbf_basic&) = delete;
+
+    // Encoding flags: at most one is set; the table's text is UTF-8, CP866
+    // or (neither) CP1251.
+    bool get_dos_flag() override { return dos_flag; }
+    void set_dos_flag(bool on) override;
+    bool get_utf8_flag() override { return utf8_flag; }
+    void set_utf8_flag(bool on) override;
+    qz::strconv::encodings get_encoding() const;
+
+    // Conversions between raw table bytes and caller text. The results point
+    // into this table's scratch strings, valid until the next conversion.
+    const char* str_from_raw(const char* raw);
+    const char* str_to_raw(const char* text);
+    const wchar_t* str_from_raw_w(const char* raw);
+    const char* str_to_raw_w(const wchar_t* text);
+
+    unsigned int get_nl() override { return 1; }
+    unsigned int get_nf() override { return static_cast<unsigned int>(nf); }
+    unsigned int get_nr() override;
+    unsigned int get_layer() override { return 0; }
+    void get_layer_name(unsigned int layer, Iqz_string_adp* adp) override;
+    bool set_layer(unsigned int) override { return true; }
+
+    const char* get_field_name(unsigned int field) override;
+    void get_field_name(unsigned int field, Iqz_string_adp* adp) override;
+    void set_field_name(unsigned int field, const char* name) override;
+    void set_field_name(unsigned int field, const wchar_t* name) override;
+    Tqz_dbf_field_type get_field_type(unsigned int field) override;
+    unsigned char get_field_flen(unsigned int field) override;
+    char get_field_dlen(unsigned int field) override;
+    unsigned int find_field_index(const wchar_t* name) override;
+    const char* get_format(unsigned int field) override;
+
+    // The value layer of the table: typed reads and writes, search. Until
+    // it is built on the raw cell operations these give neutral results.
+    const char* get_as_string(unsigned int, unsigned int, bool&) override { return nullptr; }
+    const wchar_t* get_as_wstring(unsigned int, unsigned int, unsigned int&, bool&, int) override {
+        return nullptr;
+    }
+    const wchar_t* get_as_wchar_t(unsigned int, unsigned int, unsigned int&, bool&) override {
+        return nullptr;
+    }
+    int get_as_integer(unsigned int, unsigned int, bool&) override { return 0; }
+    double get_as_double(unsigned int, unsigned int, bool&) override { return 0.0; }
+    bool get_as_bool(unsigned int, unsigned int, bool&) override { return false; }
+    bool get_as_any(unsigned int, unsigned int, Tqz_any*) override { return false; }
+    const unsigned char* get_memo_bytes(unsigned int, unsigned int, bool&, unsigned int&,
+                                        unsigned int&) override {
+        return nullptr;
+    }
+    bool set_as_string(unsigned int, unsigned int, const char*) override { return false; }
+    bool set_as_wchar_t(int, int, const wchar_t*, unsigned int) override { return false; }
+    bool set_as_wstring(int, int, const wchar_t*) override { return false; }
+    bool set_as_integer(unsigned int, unsigned int, int) override { return false; }
+    bool set_as_double(unsigned int, unsigned int, double) override { return false; }
+    bool set_as_bool(unsigned int, unsigned int, bool) override { return false; }
+    bool set_as_any(unsigned int, unsigned int, Tqz_any*) override { return false; }
+    bool find_value(unsigned int, const char*, unsigned int&) override { return false; }
+    void begin_fast_find(unsigned int) override {}
+    bool find_value_fast(const char*, unsigned int&) override { return false; }
+    void end_fast_find() override {}
+
+    // Raw cell operations of the storage.
+    virtual const char* get_string(int field, int record) = 0;
+    virtual int get_integer(int field, int record) = 0;
+    virtual float get_float(int field, int record) = 0;
+    virtual double get_double(int field, int record) = 0;
+    virtual void set_string(int field, int record, const char* value) = 0;
+    virtual void set_integer(int field, int record, int value) = 0;
+    virtual void set_float(int field, int record, float value) = 0;
+    virtual void set_double(int field, int record, double value) = 0;
+
+    // Resizes the descriptor array to max(n, 0) entries; false (nothing
+    // changed) when memory runs out.
+    bool set_nf(int n);
+
+    // Reads the encoding flags from the table's .cpg file, if there is one.
+    void load_cpg(const std::wstring& table_path);
+    // Writes the table's encoding into its .cpg file, unless `skip`.
+    void save_cpg(const std::wstring& table_path, bool skip);
+
+    // The file header as read or written: version, date, counts, lengths.
+    const uint8_t* get_header() const { return header; }
+    uint16_t get_header_length() const {
+        return qz::dbf::get_u16(header + qz::dbf::hdr_header_length);
+    }
+    uint16_t get_record_length() const {
+        return qz::dbf::get_u16(header + qz::dbf::hdr_record_length);
+    }
+
+  protected:
+    // The descriptor of `field`, or null when there is no such field.
+    qz::dbf::Tdbf_descriptor* descriptor(unsigned int field) {
+        return field < static_cast<unsigned int>(nf) ? &descriptors[field] : nullptr;
+    }
+    void free_descriptors();
+
+    uint8_t header[qz::dbf::header_size];
+    int32_t nf = 0;
+    qz::dbf::Tdbf_descriptor* descriptors = nullptr;  // malloc'd, nf entries
+    std::map<std::string, unsigned int> field_index;
+    bool dos_flag = false;
+    bool utf8_flag = false;
+
+  private:
+    std::string narrow_scratch;
+    std::wstring wide_scratch;
+    char format_buffer[20];
+};

@@ -1,0 +1,173 @@
+#include "dbf/disk_table.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <vector>
+
+#include "code_page_text.h"
+#include "support/filesystem.h"
+
+using namespace qz::dbf;
+
+Tqz_dbf_disk::Tqz_dbf_disk() = default;
+
+Tqz_dbf_disk::~Tqz_dbf_disk() {
+    close();
+    // A lock taken by an open whose table file then failed to open is still
+    // held here; its handle closes with lock_file, its ".lk" file stays.
+}
+
+bool Tqz_dbf_disk::take_lock(const std::wstring& path, bool no_lock) {
+    lock_path = path + L".lk";
+    if (no_lock) return true;
+    return lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+}
+
+int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
+    close();
+    std::wstring path = path_w ? path_w : L"";
+    if (ro) {
+        file = qz::filesystem::wfopen(path, "rb");
+    } else if (take_lock(path, no_lock)) {
+        file = qz::filesystem::wfopen(path, "rb+");
+    }
+    dos_flag = dos;
+    if (!file) return 1;
+    read_only = ro;
+    filename = path;
+    load_cpg(filename);
+
+    // A short header is not an error: what could not be read stays zero.
+    std::memset(header, 0, sizeof header);
+    std::rewind(file);
+    if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
+    read_descriptors();
+    return 0;
+}
+
+int Tqz_dbf_disk::open(const char* path, bool ro, bool dos, bool no_lock) {
+    std::wstring w = path ? qz::basic::cp_to_wide(0, path, std::strlen(path)) : std::wstring();
+    return open(w.c_str(), ro, dos, no_lock);
+}
+
+// Descriptors are read from offset 32 until the byte 0x0D, the end of the
+// file, or the first descriptor that would not end within the header length
+// (that length is taken as the file gives it, kept to 16 bits as stored).
+void Tqz_dbf_disk::read_descriptors() {
+    const unsigned header_length = get_header_length();
+    struct stat st;
+    const uint64_t file_size =
+        ::fstat(fileno(file), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
+
+    std::vector<Tdbf_descriptor> found;
+    for (uint64_t k = 0;; ++k) {
+        uint64_t pos = header_size + descriptor_size * k;
+        if (pos >= file_size) break;
+        if (((descriptor_size * k + 64) & 0xFFFF) > header_length) break;
+        Tdbf_descriptor d;
+        std::memset(&d, 0, sizeof d);
+        if (fseeko(file, static_cast<off_t>(pos), SEEK_SET) != 0) break;
+        size_t got = std::fread(d.bytes, 1, descriptor_size, file);
+        if (got == 0) break;
+        if (d.bytes[0] == descriptor_terminator) break;
+        found.push_back(d);
+    }
+    std::clearerr(file);
+
+    if (!set_nf(static_cast<int>(found.size()))) return;
+    uint32_t offset = 1;
+    for (size_t k = 0; k < found.size(); ++k) {
+        descriptors[k] = found[k];
+        descriptors[k].set_offset(offset);
+        offset += found[k].flen();
+    }
+}
+
+int Tqz_dbf_disk::create(const wchar_t* path_w, unsigned int n_fields, unsigned int n_records,
+                         Tqz_dbf_field* fields, bool dos, bool no_lock) {
+    close();
+    std::wstring path = path_w ? path_w : L"";
+    if (!fields && n_fields > 0) return 1;
+    if (!take_lock(path, no_lock)) return 1;
+    file = qz::filesystem::wfopen(path, "wb");
+    dos_flag = dos;
+    if (!file) return 1;
+    read_only = false;
+    filename = path;
+
+    // Header: version 3, today's date, the counts and lengths.
+    uint32_t record_length = 1;
+    for (unsigned int i = 0; i < n_fields; ++i) record_length += fields[i].flen;
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::memset(header, 0, sizeof header);
+    header[hdr_version] = version_created;
+    header[hdr_year] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
+    header[hdr_month] = static_cast<uint8_t>(local.tm_mon + 1);
+    header[hdr_day] = static_cast<uint8_t>(local.tm_mday);
+    put_u32(header + hdr_record_count, n_records);
+    put_u16(header + hdr_header_length, static_cast<uint16_t>(n_fields * 32u + 33u));
+    put_u16(header + hdr_record_length, static_cast<uint16_t>(record_length));
+
+    if (n_fields > 0x7FFFFFFFu / descriptor_size || !set_nf(static_cast<int>(n_fields))) {
+        close();
+        return 1;
+    }
+    std::vector<uint8_t> head(header_size + descriptor_size * n_fields + 1, 0);
+    std::memcpy(head.data(), header, header_size);
+    uint32_t offset = 1;
+    for (unsigned int i = 0; i < n_fields; ++i) {
+        Tdbf_descriptor& d = descriptors[i];
+        std::memset(d.bytes, 0, descriptor_size);
+        char name[fld_name_size] = {0};
+        std::memcpy(name, fields[i].name, sizeof name - 1);  // at most 10 significant
+        std::strncpy(d.name(), str_to_raw(name), 10);
+        d.bytes[fld_type] = static_cast<uint8_t>(fields[i].type);
+        d.set_offset(offset);
+        d.bytes[fld_length] = fields[i].flen;
+        d.bytes[fld_decimals] = static_cast<uint8_t>(fields[i].dlen);
+        offset += fields[i].flen;
+        std::memcpy(head.data() + header_size + descriptor_size * i, d.bytes, descriptor_size);
+    }
+    head.back() = descriptor_terminator;
+    std::fwrite(head.data(), 1, head.size(), file);
+
+    // Blank records (a live deletion flag and spaces), written in chunks.
+    const size_t rl = get_record_length();
+    if (rl > 0 && n_records > 0) {
+        const size_t per_chunk = std::max<size_t>(1, (1u << 20) / rl);
+        std::vector<uint8_t> chunk(rl * std::min<size_t>(per_chunk, n_records), 0x20);
+        for (uint64_t left = n_records; left > 0;) {
+            size_t n = static_cast<size_t>(std::min<uint64_t>(left, per_chunk));
+            std::fwrite(chunk.data(), rl, n, file);
+            left -= n;
+        }
+    }
+    std::fputc(end_of_file, file);
+    std::fflush(file);
+    return 0;
+}
+
+int Tqz_dbf_disk::create(const char* path, unsigned int n_fields, unsigned int n_records,
+                         Tqz_dbf_field* fields, bool dos, bool no_lock) {
+    std::wstring w = path ? qz::basic::cp_to_wide(0, path, std::strlen(path)) : std::wstring();
+    return create(w.c_str(), n_fields, n_records, fields, dos, no_lock);
+}
+
+void Tqz_dbf_disk::close() {
+    free_descriptors();
+    field_index.clear();
+    save_cpg(filename, read_only);
+    read_only = true;
+    filename.clear();
+    if (file) {
+        std::fclose(file);
+        if (lock_file.win.is_open()) lock_file.win.close_and_remove(lock_path);
+        file = nullptr;
+    }
+}

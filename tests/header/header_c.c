@@ -1,0 +1,50 @@
+/* The public headers compile as strict C99 and the exports link and run
+ * from C. Built with -std=c99 -Wall -Wextra -Werror -pedantic. */
+#include <stdio.h>
+#include <string.h>
+
+#include "qzk_basic.h"
+#include "qzk_file_dbf.h"
+#include "qzk_path.h"
+
+static int failures = 0;
+#define CHECK(cond)                                                    \
+    do {                                                               \
+        if (!(cond)) {                                                 \
+            fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #cond); \
+            ++failures;                                                \
+        }                                                              \
+    } while (0)
+
+int main(int argc, char** argv) {
+    char path[4096];
+    Tqz_dbf_field fields[2];
+    Tqz_dbf_rw* t;
+    Tqz_any any;
+
+    snprintf(path, sizeof path, "%s/header_c.dbf", argc > 1 ? argv[1] : ".");
+    CHECK(sizeof(Tqz_dbf_field) == 14);
+    qz_dbf_field_init(&fields[0], "ID", dbf_ft_numeric, 6, 0);
+    qz_dbf_field_init(&fields[1], "NAME", dbf_ft_char, 20, 0);
+    t = qz_dbf_create(path, 2, 4, fields, false);
+    CHECK(t != NULL);
+    if (t) qz_dbf_close(t);
+    t = qz_dbf_open(path, true, false);
+    CHECK(t != NULL);
+    if (t) {
+        CHECK(qz_dbf_get_nf(t) == 2);
+        CHECK(qz_dbf_get_nr(t) == 4);
+        CHECK(strcmp(qz_dbf_get_field_name(t, 1), "NAME") == 0);
+        CHECK(qz_dbf_get_field_type(t, 0) == dbf_ft_numeric);
+        CHECK(qz_dbf_find_field_index_w(t, L"NAME") == 1);
+        qz_dbf_close(t);
+    }
+    CHECK(qz_dbf_delete(L"/nonexistent/qz_header_c.dbf") == false);
+
+    any_init(&any);
+    any_assign_string(&any, "x");
+    CHECK(any_get_type(&any) == QZ_ANY_STRING);
+    any_clear(&any);
+    printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
+    return failures ? 1 : 0;
+}

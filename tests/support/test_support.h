@@ -1,0 +1,34 @@
+// Helpers shared by the test suites: temporary folders and file bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qz_test {
+
+// A fresh folder under the temporary folder, removed with its contents when
+// the object goes away.
+class Temp_dir {
+  public:
+    Temp_dir();
+    ~Temp_dir();
+    Temp_dir(const Temp_dir&) = delete;
+    Temp_dir& operator=(const Temp_dir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+    std::wstring wfile(const std::string& name) const;
+
+  private:
+    std::string path_;
+};
+
+std::vector<uint8_t> read_bytes(const std::string& path);
+void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes);
+bool exists(const std::string& path);
+std::wstring widen(const std::string& utf8);
+
+// Runs a shell command; its exit status (or -1), with standard output in `out`.
+int run(const std::string& command, std::string* out = nullptr);
+
+}  // namespace qz_test

@@ -1,0 +1,48 @@
+// qzdbf info PATH
+#include <cstdio>
+#include <string>
+
+#include "cli.h"
+#include "qzk_file_dbf.h"
+
+namespace qzdbf {
+
+int cmd_info(const Args& args) {
+    if (args.size() != 1) return fail(kBadUsage, "info needs exactly one PATH");
+    const std::string& path = args[0];
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
+    if (!t) return fail(kFailed, "cannot open '" + path + "' as a table");
+
+    unsigned char h[32] = {0};
+    qz_dbf_get_header(t, h);
+    unsigned yy = h[1];
+    unsigned year = yy < 80 ? 2000 + yy : 1900 + yy;
+    unsigned header_length = h[8] | (h[9] << 8);
+    unsigned record_length = h[10] | (h[11] << 8);
+    const char* encoding =
+        qz_dbf_get_utf8_flag(t) ? "UTF-8" : (qz_dbf_get_dos_flag(t) ? "CP866" : "CP1251");
+
+    unsigned nf = qz_dbf_get_nf(t);
+    std::printf("table     %s\n", path.c_str());
+    std::printf("version   0x%02X\n", h[0]);
+    std::printf("updated   %04u-%02u-%02u\n", year, h[2], h[3]);
+    std::printf("records   %u\n", qz_dbf_get_nr(t));
+    std::printf("fields    %u\n", nf);
+    std::printf("header    %u bytes\n", header_length);
+    std::printf("record    %u bytes\n", record_length);
+    std::printf("encoding  %s\n", encoding);
+    if (nf > 0) {
+        std::printf("\n  %4s  %-10s  %4s  %3s  %3s\n", "#", "name", "type", "len", "dec");
+        for (unsigned i = 0; i < nf; ++i) {
+            const char* name = qz_dbf_get_field_name(t, i);
+            Tqz_dbf_field_type type = qz_dbf_get_field_type(t, i);
+            char letter = type == dbf_ft_unknown ? '?' : static_cast<char>(qz_dbftype2char(type));
+            std::printf("  %4u  %-10s  %4c  %3u  %3d\n", i, name ? name : "", letter,
+                        qz_dbf_get_field_flen(t, i), qz_dbf_get_field_dlen(t, i));
+        }
+    }
+    qz_dbf_close(t);
+    return kOk;
+}
+
+}  // namespace qzdbf

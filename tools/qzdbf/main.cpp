@@ -1,0 +1,63 @@
+// qzdbf: dBASE tables at the terminal.
+#include <clocale>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "cli.h"
+#include "qzk_file_dbf.h"
+
+namespace qzdbf {
+
+int fail(int status, const std::string& message) {
+    std::fprintf(stderr, "qzdbf: %s\n", message.c_str());
+    return status;
+}
+
+bool parse_count(const std::string& text, unsigned long long max, unsigned long long& out) {
+    if (text.empty() || text.size() > 20) return false;
+    unsigned long long v = 0;
+    for (char c : text) {
+        if (c < '0' || c > '9') return false;
+        unsigned d = static_cast<unsigned>(c - '0');
+        if (v > (max - d) / 10) return false;
+        v = v * 10 + d;
+    }
+    out = v;
+    return true;
+}
+
+}  // namespace qzdbf
+
+namespace {
+
+const char kUsage[] =
+    "usage: qzdbf COMMAND ...\n"
+    "\n"
+    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8]\n"
+    "      create a table; TYPE is one of C N F L D I B M P\n"
+    "  info PATH\n"
+    "      print the table's version, date, counts, lengths, encoding and fields\n"
+    "\n"
+    "Text is read and printed in the terminal's encoding (LC_ALL / LANG).\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // System text follows the terminal's locale.
+    std::setlocale(LC_ALL, "");
+    if (argc < 2) {
+        std::fputs(kUsage, stderr);
+        return qzdbf::kBadUsage;
+    }
+    std::string command = argv[1];
+    qzdbf::Args args(argv + 2, argv + argc);
+    if (command == "-h" || command == "--help" || command == "help") {
+        std::fputs(kUsage, stdout);
+        return qzdbf::kOk;
+    }
+    if (command == "create") return qzdbf::cmd_create(args);
+    if (command == "info") return qzdbf::cmd_info(args);
+    std::fputs(kUsage, stderr);
+    return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
+}
