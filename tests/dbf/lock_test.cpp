@@ -1,0 +1,141 @@
+// The ".lk" writer lock: one writer at a time, in this process or another;
+// readers are never refused; the lock file goes away with its writer.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "qzk_file_dbf.h"
+#include "test_support.h"
+
+namespace {
+
+using qz_test::Temp_dir;
+
+std::string make_table(const Temp_dir& dir, const char* name) {
+    std::string path = dir.file(name);
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, "ID", dbf_ft_numeric, 6, 0);
+    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 1, 2, &f, false);
+    if (t) qz_dbf_close(t);
+    return path;
+}
+
+TEST(WriterLock, SecondWriterInTheSameProcessIsKeptOut) {
+    Temp_dir dir;
+    std::string path = make_table(dir, "a.dbf");
+    Tqz_dbf_rw* writer = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(writer, nullptr);
+    EXPECT_TRUE(qz_test::exists(path + ".lk"));
+
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(qz_dbf_open(path.c_str(), false, false), nullptr);
+    auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(waited, std::chrono::milliseconds(15)) << "about 20 attempts 1 ms apart";
+    EXPECT_LT(waited, std::chrono::seconds(2));
+
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, "X", dbf_ft_char, 1, 0);
+    EXPECT_EQ(qz_dbf_create(path.c_str(), 1, 0, &f, false), nullptr)
+        << "create is a writer too, and must not truncate the locked table";
+    EXPECT_EQ(qz_test::read_bytes(path).size(), 32u + 32 + 1 + 2 * 7 + 1);
+
+    Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
+    ASSERT_NE(reader, nullptr) << "a read-only open needs no lock";
+    EXPECT_EQ(qz_dbf_get_nr(reader), 2u);
+    qz_dbf_close(reader);
+    EXPECT_TRUE(qz_test::exists(path + ".lk")) << "a reader never removes the writer's lock";
+
+    qz_dbf_close(writer);
+    EXPECT_FALSE(qz_test::exists(path + ".lk"));
+    Tqz_dbf_rw* next = qz_dbf_open(path.c_str(), false, false);
+    EXPECT_NE(next, nullptr) << "the lock is free again after close";
+    if (next) qz_dbf_close(next);
+}
+
+// A child process holds the table open for writing until told to let go.
+TEST(WriterLock, SecondWriterInAnotherProcessIsKeptOut) {
+    Temp_dir dir;
+    std::string path = make_table(dir, "b.dbf");
+    int to_child[2], to_parent[2];
+    ASSERT_EQ(pipe(to_child), 0);
+    ASSERT_EQ(pipe(to_parent), 0);
+    pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+        char ok = t ? 'y' : 'n';
+        (void)!write(to_parent[1], &ok, 1);
+        char go;
+        (void)!read(to_child[0], &go, 1);
+        if (t) qz_dbf_close(t);
+        _exit(t ? 0 : 1);
+    }
+    char ok = 0;
+    ASSERT_EQ(read(to_parent[0], &ok, 1), 1);
+    ASSERT_EQ(ok, 'y') << "the child could not open the table";
+
+    EXPECT_EQ(qz_dbf_open(path.c_str(), false, false), nullptr);
+    Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
+    EXPECT_NE(reader, nullptr);
+    if (reader) qz_dbf_close(reader);
+
+    char go = 'g';
+    ASSERT_EQ(write(to_child[1], &go, 1), 1);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_FALSE(qz_test::exists(path + ".lk"));
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    EXPECT_NE(t, nullptr);
+    if (t) qz_dbf_close(t);
+    for (int fd : {to_child[0], to_child[1], to_parent[0], to_parent[1]}) close(fd);
+}
+
+// Several processes take turns as the writer. Each does a slow
+// read-modify-write of a counter while it holds the lock; were two writers
+// ever admitted at once (for instance one locking a lock file that its
+// previous holder had just removed), increments would be lost.
+TEST(WriterLock, ContendingProcessesNeverWriteAtTheSameTime) {
+    Temp_dir dir;
+    std::string path = make_table(dir, "c.dbf");
+    std::string counter = dir.file("counter");
+    std::ofstream(counter) << 0;
+    const int kProcesses = 4, kRounds = 25;
+    std::vector<pid_t> children;
+    for (int p = 0; p < kProcesses; ++p) {
+        pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            int done = 0;
+            for (int attempt = 0; done < kRounds && attempt < kRounds * 200; ++attempt) {
+                Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+                if (!t) continue;
+                int v = 0;
+                std::ifstream(counter) >> v;
+                std::this_thread::sleep_for(std::chrono::microseconds(300));
+                std::ofstream(counter, std::ios::trunc) << v + 1;
+                qz_dbf_close(t);
+                ++done;
+            }
+            _exit(done == kRounds ? 0 : 1);
+        }
+        children.push_back(pid);
+    }
+    for (pid_t pid : children) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a writer starved";
+    }
+    int total = 0;
+    std::ifstream(counter) >> total;
+    EXPECT_EQ(total, kProcesses * kRounds);
+    EXPECT_FALSE(qz_test::exists(path + ".lk"));
+}
+
+}  // namespace

@@ -1,0 +1,187 @@
+// Broken files: each opens or fails exactly as the format rules say, and none
+// makes the library read or write outside its buffers (run under ASan/UBSan).
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "qzk_file_dbf.h"
+#include "test_support.h"
+
+namespace {
+
+using qz_test::Temp_dir;
+using Bytes = std::vector<uint8_t>;
+
+Bytes header(uint32_t records, uint16_t header_length, uint16_t record_length) {
+    Bytes b(32, 0);
+    b[0] = 3;
+    for (int i = 0; i < 4; ++i) b[4 + i] = static_cast<uint8_t>(records >> (8 * i));
+    b[8] = static_cast<uint8_t>(header_length);
+    b[9] = static_cast<uint8_t>(header_length >> 8);
+    b[10] = static_cast<uint8_t>(record_length);
+    b[11] = static_cast<uint8_t>(record_length >> 8);
+    return b;
+}
+
+void add_descriptor(Bytes& b, const char* name, char type, uint8_t len) {
+    Bytes d(32, 0);
+    for (int i = 0; name[i] && i < 11; ++i) d[i] = static_cast<uint8_t>(name[i]);
+    d[11] = static_cast<uint8_t>(type);
+    d[12] = 0xEE;  // garbage where the offset is kept: must be recomputed
+    d[16] = len;
+    b.insert(b.end(), d.begin(), d.end());
+}
+
+struct Opened {
+    bool ok = false;
+    unsigned nf = 0, nr = 0;
+    std::vector<std::string> names;
+    std::vector<unsigned> lengths;
+};
+
+Opened open_file(const std::string& path, bool read_only = true) {
+    Opened o;
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), read_only, false);
+    if (!t) return o;
+    o.ok = true;
+    o.nf = qz_dbf_get_nf(t);
+    o.nr = qz_dbf_get_nr(t);
+    for (unsigned i = 0; i < o.nf; ++i) {
+        const char* n = qz_dbf_get_field_name(t, i);
+        o.names.push_back(n ? n : "(null)");
+        o.lengths.push_back(qz_dbf_get_field_flen(t, i));
+    }
+    // Indexes past the end give neutral answers.
+    EXPECT_EQ(qz_dbf_get_field_name(t, o.nf), nullptr);
+    EXPECT_EQ(qz_dbf_get_field_flen(t, 0xFFFFFFFF), 0u);
+    EXPECT_EQ(qz_dbf_get_field_dlen(t, o.nf + 7), 0);
+    EXPECT_EQ(qz_dbf_get_field_type(t, o.nf), dbf_ft_unknown);
+    qz_dbf_close(t);
+    return o;
+}
+
+TEST(Malformed, MissingFilesAndFolders) {
+    Temp_dir dir;
+    EXPECT_FALSE(open_file(dir.file("missing.dbf")).ok);
+    EXPECT_FALSE(open_file(dir.file("missing.dbf"), false).ok);
+    ::mkdir(dir.file("folder.dbf").c_str(), 0755);
+    EXPECT_FALSE(open_file(dir.file("folder.dbf")).ok) << "a folder never opens as a table";
+    EXPECT_FALSE(open_file(dir.file("folder.dbf"), false).ok);
+    EXPECT_FALSE(open_file(dir.path()).ok);
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, "A", dbf_ft_char, 1, 0);
+    EXPECT_EQ(qz_dbf_create(dir.file("no/such/folder/x.dbf").c_str(), 1, 0, &f, false), nullptr);
+    EXPECT_EQ(qz_dbf_create(dir.file("folder.dbf").c_str(), 1, 0, &f, false), nullptr);
+    EXPECT_EQ(qz_dbf_open(nullptr, true, false), nullptr);
+    EXPECT_EQ(qz_dbf_open_w(nullptr, true, false), nullptr);
+    EXPECT_EQ(qz_dbf_open_w(L"", true, false), nullptr);
+    EXPECT_EQ(qz_dbf_create_w(dir.wfile("f.dbf").c_str(), 2, 0, nullptr, false), nullptr)
+        << "fields missing for a non-zero count";
+}
+
+TEST(Malformed, EmptyAndTruncatedHeadersOpenWithWhatWasRead) {
+    Temp_dir dir;
+    std::string path = dir.file("t.dbf");
+    qz_test::write_bytes(path, {});
+    Opened o = open_file(path);
+    EXPECT_TRUE(o.ok);
+    EXPECT_EQ(o.nf, 0u);
+    EXPECT_EQ(o.nr, 0u);
+
+    Bytes h = header(7, 65, 11);
+    qz_test::write_bytes(path, Bytes(h.begin(), h.begin() + 6));  // the count cut short
+    o = open_file(path);
+    EXPECT_TRUE(o.ok);
+    EXPECT_EQ(o.nr, 7u & 0xFFFF) << "bytes that were read count, the rest are zero";
+    EXPECT_EQ(o.nf, 0u);
+
+    // A header with a descriptor cut in half: the half descriptor is a field.
+    Bytes b = header(0, 65, 11);
+    add_descriptor(b, "HALF", 'C', 10);
+    b.resize(32 + 16);
+    qz_test::write_bytes(path, b);
+    o = open_file(path, false);
+    ASSERT_TRUE(o.ok);
+    ASSERT_EQ(o.nf, 1u);
+    EXPECT_EQ(o.names[0], "HALF");
+    EXPECT_EQ(o.lengths[0], 0u) << "the length byte was not in the file";
+    EXPECT_EQ(qz_test::read_bytes(path), b) << "a writable open and close changes no table byte";
+}
+
+TEST(Malformed, HeaderLengthDecidesHowManyDescriptorsAreRead) {
+    Temp_dir dir;
+    std::string path = dir.file("t.dbf");
+    // Three descriptors and a terminator, but the header length admits two.
+    Bytes b = header(1, 32 + 2 * 32 + 1, 31);
+    add_descriptor(b, "A", 'C', 10);
+    add_descriptor(b, "B", 'N', 10);
+    add_descriptor(b, "C", 'L', 10);
+    b.push_back(0x0D);
+    qz_test::write_bytes(path, b);
+    Opened o = open_file(path);
+    ASSERT_TRUE(o.ok);
+    EXPECT_EQ(o.nf, 2u);
+
+    // No 0x0D at all: the header length ends the list.
+    b = header(0, 32 + 3 * 32, 31);
+    add_descriptor(b, "A", 'C', 10);
+    add_descriptor(b, "B", 'N', 10);
+    add_descriptor(b, "C", 'L', 10);
+    add_descriptor(b, "D", 'L', 10);
+    qz_test::write_bytes(path, b);
+    o = open_file(path);
+    ASSERT_TRUE(o.ok);
+    EXPECT_EQ(o.nf, 3u);
+    EXPECT_EQ(o.names, (std::vector<std::string>{"A", "B", "C"}));
+
+    // A header length below one descriptor: no fields.
+    b = header(0, 40, 11);
+    add_descriptor(b, "A", 'C', 10);
+    b.push_back(0x0D);
+    qz_test::write_bytes(path, b);
+    EXPECT_EQ(open_file(path).nf, 0u);
+
+    // Header length 0xFFFF and the file ends after two descriptors.
+    b = header(0, 0xFFFF, 21);
+    add_descriptor(b, "A", 'C', 10);
+    add_descriptor(b, "B", 'C', 10);
+    qz_test::write_bytes(path, b);
+    EXPECT_EQ(open_file(path).nf, 2u);
+}
+
+TEST(Malformed, AbsurdCountsAndNamesStayInsideTheirBuffers) {
+    Temp_dir dir;
+    std::string path = dir.file("t.dbf");
+    Bytes b = header(0xFFFFFFFF, 0xFFFF, 0xFFFF);
+    Bytes d(32, 'X');  // an 11-byte name with no terminator, and garbage after it
+    d[11] = 'C';
+    d[16] = 255;
+    d[17] = 0xFF;
+    b.insert(b.end(), d.begin(), d.end());
+    b.push_back(0x0D);
+    qz_test::write_bytes(path, b);
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(qz_dbf_get_nr(t), 0xFFFFFFFFu);
+    ASSERT_EQ(qz_dbf_get_nf(t), 1u);
+    EXPECT_STREQ(qz_dbf_get_field_name(t, 0), "XXXXXXXXXX") << "cut to 10 bytes";
+    EXPECT_EQ(qz_dbf_get_field_flen(t, 0), 255u);
+    EXPECT_EQ(qz_dbf_get_field_dlen(t, 0), -1);
+    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"XXXXXXXXXX"), 0u);
+    qz_dbf_close(t);
+
+    // Random bytes after a plausible header: opening never misbehaves.
+    uint32_t seed = 12345;
+    for (int round = 0; round < 200; ++round) {
+        Bytes r(static_cast<size_t>(seed % 700));
+        for (auto& c : r) c = static_cast<uint8_t>((seed = seed * 1103515245 + 12345) >> 16);
+        qz_test::write_bytes(path, r);
+        Opened o = open_file(path, round % 2 == 0);
+        EXPECT_TRUE(o.ok);
+        EXPECT_LE(o.nf, r.size() / 32);
+    }
+}
+
+}  // namespace
