@@ -30,9 +30,7 @@ std::wstring default_temp_path() {
 
 std::atomic<unsigned int> ansi_code_page{0};  // 0: follow the locale
 
-unsigned int code_page_of_locale() {
-    const char* cs = nl_langinfo(CODESET);
-    if (!cs) return 65001;
+unsigned int parse_codeset(const char* cs) {
     if (!strcasecmp(cs, "UTF-8") || !strcasecmp(cs, "UTF8")) return 65001;
     if (!strcasecmp(cs, "CP866") || !strcasecmp(cs, "IBM866")) return 866;
     for (unsigned int cp = 1250; cp <= 1258; ++cp) {
@@ -41,6 +39,21 @@ unsigned int code_page_of_locale() {
         if (!strcasecmp(cs, cpn.c_str()) || !strcasecmp(cs, win.c_str())) return cp;
     }
     return 65001;
+}
+
+// Every conversion asks for the ANSI code page, so the answer for the
+// current codeset is remembered (per thread: threads may run in different
+// locales) and worked out again only when the codeset changes.
+unsigned int code_page_of_locale() {
+    const char* cs = nl_langinfo(CODESET);
+    if (!cs) return 65001;
+    thread_local std::string last_codeset;
+    thread_local unsigned int last_code_page = 0;
+    if (last_code_page == 0 || last_codeset != cs) {
+        last_codeset = cs;
+        last_code_page = parse_codeset(cs);
+    }
+    return last_code_page;
 }
 
 }  // namespace

@@ -63,18 +63,21 @@ void Tqz_dbf_disk::read_descriptors() {
     const uint64_t file_size =
         ::fstat(fileno(file), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
 
+    // Descriptors lie one after another, so one sequential buffered read
+    // serves the whole scan.
     std::vector<Tdbf_descriptor> found;
-    for (uint64_t k = 0;; ++k) {
-        uint64_t pos = header_size + descriptor_size * k;
-        if (pos >= file_size) break;
-        if (((descriptor_size * k + 64) & 0xFFFF) > header_length) break;
-        Tdbf_descriptor d;
-        std::memset(&d, 0, sizeof d);
-        if (fseeko(file, static_cast<off_t>(pos), SEEK_SET) != 0) break;
-        size_t got = std::fread(d.bytes, 1, descriptor_size, file);
-        if (got == 0) break;
-        if (d.bytes[0] == descriptor_terminator) break;
-        found.push_back(d);
+    if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
+        for (uint64_t k = 0;; ++k) {
+            uint64_t pos = header_size + descriptor_size * k;
+            if (pos >= file_size) break;
+            if (((descriptor_size * k + 64) & 0xFFFF) > header_length) break;
+            Tdbf_descriptor d;
+            std::memset(&d, 0, sizeof d);
+            size_t got = std::fread(d.bytes, 1, descriptor_size, file);
+            if (got == 0) break;
+            if (d.bytes[0] == descriptor_terminator) break;
+            found.push_back(d);
+        }
     }
     std::clearerr(file);
 
