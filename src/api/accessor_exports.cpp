@@ -15,7 +15,7 @@ namespace {
 template <class R, class F>
 R on_table(Tqz_dbf_rw* h, R neutral, F&& call) {
     return guarded(neutral, [&] {
-        Tqz_dbf_ibasic* t = h->current();
+        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
         return t ? call(t) : neutral;
     });
 }
@@ -23,7 +23,7 @@ R on_table(Tqz_dbf_rw* h, R neutral, F&& call) {
 template <class F>
 void on_table(Tqz_dbf_rw* h, F&& call) {
     guarded([&] {
-        if (Tqz_dbf_ibasic* t = h->current()) call(t);
+        if (Tqz_dbf_ibasic* t = h ? h->current() : nullptr) call(t);
     });
 }
 

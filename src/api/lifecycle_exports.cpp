@@ -52,7 +52,10 @@ QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_safe(const wchar_t* path, unsigned int nf, 
     return qz_dbf_create_w(path, nf, nr, fields, dos_flag);
 }
 
+// A null handle is tolerated everywhere: it is answered like a handle
+// without a table rather than dereferenced.
 QZ_DBF_API void qz_dbf_close(Tqz_dbf_rw* handle) {
+    if (!handle) return;
     guarded([&] {
         handle->close();
         delete handle;

@@ -79,6 +79,14 @@ TEST(Malformed, MissingFilesAndFolders) {
     EXPECT_EQ(qz_dbf_open_w(L"", true, false), nullptr);
     EXPECT_EQ(qz_dbf_create_w(dir.wfile("f.dbf").c_str(), 2, 0, nullptr, false), nullptr)
         << "fields missing for a non-zero count";
+
+    // A null handle is answered like a handle without a table.
+    qz_dbf_close(nullptr);
+    EXPECT_EQ(qz_dbf_get_nf(nullptr), 0u);
+    EXPECT_EQ(qz_dbf_get_field_name(nullptr, 0), nullptr);
+    EXPECT_EQ(qz_dbf_find_field_index_w(nullptr, L"A"), 0xFFFFFFFFu);
+    EXPECT_FALSE(qz_dbf_is_buffered(nullptr));
+    EXPECT_EQ(qz_dbf_get_last_valid_error(nullptr), 0);
 }
 
 TEST(Malformed, EmptyAndTruncatedHeadersOpenWithWhatWasRead) {
