@@ -67,15 +67,15 @@ QZ_DBF_API bool qz_dbf_delete(const wchar_t* path) {
 }
 
 QZ_DBF_API bool qz_dbf_is_buffered(Tqz_dbf_rw* handle) {
-    return handle->is_buffered();
+    return handle ? handle->is_buffered() : false;
 }
 
 QZ_DBF_API void qz_dbf_set_last_valid_error(Tqz_dbf_rw* handle, int code) {
-    handle->last_valid_error = code;
+    if (handle) handle->last_valid_error = code;
 }
 
 QZ_DBF_API int qz_dbf_get_last_valid_error(Tqz_dbf_rw* handle) {
-    return handle->last_valid_error;
+    return handle ? handle->last_valid_error : 0;
 }
 
 }  // extern "C"
