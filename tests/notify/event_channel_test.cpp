@@ -135,29 +135,4 @@ TEST(UpdateEvents, KindsAndMergedCount) {
     table_clear(&ev);
 }
 
-TEST(Tables, AssignCopiesAndKeysComeInOrder) {
-    Tqz_table a, b;
-    table_init(&a);
-    table_init(&b);
-    Tqz_any v;
-    any_init(&v);
-    any_assign_string(&v, "x");
-    table_set(&a, "zeta", &v);
-    any_assign_integer(&v, 7);
-    table_set(&a, "alpha", &v);
-    table_set(&b, "old", &v);
-    table_assign(&b, &a);
-    table_clear(&a);  // b owns its own copy
-    ASSERT_EQ(table_count(&b), 2u);
-    EXPECT_STREQ(table_key(&b, 0), "alpha");
-    EXPECT_STREQ(table_key(&b, 1), "zeta");
-    EXPECT_EQ(table_key(&b, 2), nullptr);
-    EXPECT_STREQ(any_get_string(table_get(&b, "zeta")), "x");
-    EXPECT_EQ(table_get(&b, "old"), nullptr);
-    table_assign(&b, &a);  // from an empty table
-    EXPECT_EQ(table_count(&b), 0u);
-    any_clear(&v);
-    table_clear(&b);
-}
-
 }  // namespace
