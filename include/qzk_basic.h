@@ -82,6 +82,12 @@ QZ_BASIC_API void tuple_clear(Tqz_tuple* t);
 QZ_BASIC_API void tuple_add(Tqz_tuple* t, const Tqz_any* value);
 QZ_BASIC_API const Tqz_any* tuple_get(const Tqz_tuple* t, unsigned int index);
 QZ_BASIC_API unsigned int tuple_count(const Tqz_tuple* t);
+/* Makes `dst` (initialised, or holding entries that are freed first) a copy
+ * of `src`. */
+QZ_BASIC_API void table_assign(Tqz_table* dst, const Tqz_table* src);
+/* The key of the entry at `index` in key order (byte order of the keys);
+ * null past the end. Borrowed, like table_get. */
+QZ_BASIC_API const char* table_key(const Tqz_table* t, unsigned int index);
 
 /* ---- String adapters ------------------------------------------------------ */
 
@@ -98,6 +104,52 @@ QZ_BASIC_API Iqz_string_adp* qz_string_adp_create(qz_ansi_string_proc ansi,
 QZ_BASIC_API void qz_string_adp_destroy(Iqz_string_adp* adp);
 QZ_BASIC_API void qz_string_adp_feed(Iqz_string_adp* adp, const wchar_t* text);
 QZ_BASIC_API void qz_string_adp_feed_c(Iqz_string_adp* adp, const char* text);
+
+/* ---- Events ------------------------------------------------------------------ */
+
+/* An event channel hands an event (a property table) to every client that
+ * was added to it. A broadcast calls the clients in the order they were
+ * added, on the broadcasting thread. A client may add or remove clients (itself
+ * included) from inside its callback: a removed client is not called again,
+ * no remaining client is skipped, and clients added during a broadcast wait
+ * for the next one. Channels may be used from several threads:
+ * qz_event_channel_del_client returns only when no other thread is still
+ * inside a callback of the removed client, so its user data may be freed
+ * then. A channel must not be destroyed while a broadcast on it runs. */
+typedef struct Iqz_event_channel Iqz_event_channel;
+typedef void (*qz_event_proc)(Tqz_table* event, void* user);
+
+QZ_BASIC_API Iqz_event_channel* qz_event_channel_create(void);
+QZ_BASIC_API void qz_event_channel_destroy(Iqz_event_channel* ch);
+/* Adds a client; the same procedure and user data may be added twice and is
+ * then called twice. A null procedure is not added. */
+QZ_BASIC_API void qz_event_channel_add_client(Iqz_event_channel* ch, qz_event_proc proc,
+                                              void* user);
+/* Removes the earliest added client with this procedure and user data. */
+QZ_BASIC_API void qz_event_channel_del_client(Iqz_event_channel* ch, qz_event_proc proc,
+                                              void* user);
+QZ_BASIC_API void qz_event_channel_broadcast(Iqz_event_channel* ch, Tqz_table* event);
+
+enum {
+    QZ_EVENT_UPDATE = 1,
+    QZ_EVENT_BEGIN_UPDATE = 2,
+    QZ_EVENT_END_UPDATE = 3,
+    QZ_EVENT_FOLDER_CHANGE = 4
+};
+/* The integer entry "event" of an event; 0 when absent. */
+QZ_BASIC_API int32_t qz_event_kind(const Tqz_table* event);
+
+/* Update events. Each *_init takes `ev` as uninitialised storage (like
+ * table_init) and makes it an event of its kind; each *_clear frees it. */
+QZ_BASIC_API void qz_update_event_init(Tqz_table* ev); /* "event" = QZ_EVENT_UPDATE */
+/* Adds the entry "count" = 1, or adds 1 to it: how many updates the event
+ * stands for. */
+QZ_BASIC_API void qz_update_event_init_details(Tqz_table* ev);
+QZ_BASIC_API void qz_update_event_clear(Tqz_table* ev);
+QZ_BASIC_API void qz_begin_update_event_init(Tqz_table* ev); /* QZ_EVENT_BEGIN_UPDATE */
+QZ_BASIC_API void qz_begin_update_event_clear(Tqz_table* ev);
+QZ_BASIC_API void qz_end_update_event_init(Tqz_table* ev); /* QZ_EVENT_END_UPDATE */
+QZ_BASIC_API void qz_end_update_event_clear(Tqz_table* ev);
 
 /* ---- Options ---------------------------------------------------------------- */
 

@@ -42,9 +42,11 @@
 
 #ifdef __cplusplus
 class Tqz_dbf_rw;
+class Tqz_dbf_notifier;
 extern "C" {
 #else
 typedef struct Tqz_dbf_rw Tqz_dbf_rw;
+typedef struct Tqz_dbf_notifier Tqz_dbf_notifier;
 #endif
 
 /* ---- Field descriptors ------------------------------------------------------ */
@@ -143,6 +145,36 @@ QZ_DBF_API unsigned int qz_dbf_find_field_index_w(Tqz_dbf_rw* handle, const wcha
 /* The 32-byte file header of a DBF table (version, date, counts, lengths);
  * false when the handle has no DBF table. */
 QZ_DBF_API bool qz_dbf_get_header(Tqz_dbf_rw* handle, unsigned char header[32]);
+
+/* ---- Change notification --------------------------------------------------------- */
+
+/* The notifier of a table file: one per path in the process (paths that
+ * differ only in letter case share one), counted. Its update event channel
+ * (see qzk_basic.h) tells its clients about changes to the file:
+ *  - QZ_EVENT_BEGIN_UPDATE when the outermost update bracket opens,
+ *  - QZ_EVENT_UPDATE (with "count", the number of updates it stands for)
+ *    when the file's modification time has changed, merged into one event
+ *    per bracket and sent just before the bracket's end,
+ *  - QZ_EVENT_END_UPDATE when the outermost bracket closes.
+ * A table opened for writing holds a bracket open until it is closed, so
+ * changes seen meanwhile arrive as one update event at its close. Changes
+ * made by any process are seen; their events come on the notifier's own
+ * watcher thread. A notifier whose folder cannot be watched still exists and
+ * still brackets, but sees no change. */
+
+/* The notifier of `path` with one more reference; null only when out of
+ * memory. Give it back with qz_destroy_dbf_notifier. */
+QZ_DBF_API Tqz_dbf_notifier* qz_create_dbf_notifier_w(const wchar_t* path);
+/* Gives one reference back; the last one destroys the notifier (its watcher
+ * thread has ended when this returns, unless it is called from one of that
+ * notifier's own callbacks: then the notifier goes when that callback is over). */
+QZ_DBF_API void qz_destroy_dbf_notifier(Tqz_dbf_notifier* notifier);
+/* The channel to add clients to; it belongs to the notifier. */
+QZ_DBF_API Iqz_event_channel* qz_dbf_notifier_get_update_event_channel(Tqz_dbf_notifier* notifier);
+/* Open and close an update bracket; each returns the new nesting depth
+ * (end_update returns 0 and sends nothing when no bracket is open). */
+QZ_DBF_API unsigned int qz_dbf_notifier_begin_update(Tqz_dbf_notifier* notifier);
+QZ_DBF_API unsigned int qz_dbf_notifier_end_update(Tqz_dbf_notifier* notifier);
 
 #ifdef __cplusplus
 }

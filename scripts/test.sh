@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: once in a normal
-# build, once more under AddressSanitizer and UndefinedBehaviorSanitizer.
+# build, once more under AddressSanitizer and UndefinedBehaviorSanitizer, and
+# the threaded suites (label notify) under ThreadSanitizer.
 # Also installs the libraries into a staging prefix and builds the example
 # host program against them with pkg-config. Fails when anything fails.
 set -euo pipefail
@@ -33,4 +34,13 @@ trap 'rm -rf "$exdir"' EXIT
 export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:strict_string_checks=1"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 build_and_test "$root/build/asan" -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=address,undefined
+
+# The threaded parts (event channels, folder watcher, notifier) once more
+# under ThreadSanitizer.
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1"
+echo "=== build $root/build/tsan"
+cmake -S "$root" -B "$root/build/tsan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=thread >/dev/null
+cmake --build "$root/build/tsan" -j "$jobs"
+echo "=== test $root/build/tsan (label notify)"
+(cd "$root/build/tsan" && ctest --output-on-failure -j "$jobs" -L notify --no-tests=error)
 echo "all test runs passed"

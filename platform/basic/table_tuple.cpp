@@ -1,4 +1,5 @@
 // Property tables (named variants) and tuples (ordered variants).
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -48,6 +49,20 @@ const Tqz_any* table_get(const Tqz_table* t, const char* key) {
 unsigned int table_count(const Tqz_table* t) {
     Table_impl* m = impl(t);
     return m ? static_cast<unsigned int>(m->size()) : 0;
+}
+
+void table_assign(Tqz_table* dst, const Tqz_table* src) {
+    if (!dst || dst == src) return;
+    Table_impl* from = impl(src);
+    Table_impl* copy = from && !from->empty() ? new Table_impl(*from) : nullptr;
+    delete impl(dst);
+    dst->impl = copy;
+}
+
+const char* table_key(const Tqz_table* t, unsigned int index) {
+    Table_impl* m = impl(t);
+    if (!m || index >= m->size()) return nullptr;
+    return std::next(m->begin(), index)->first.c_str();
 }
 
 void tuple_init(Tqz_tuple* t) {

@@ -6,6 +6,7 @@
 
 #include "code_page_text.h"
 #include "dbf/disk_table.h"
+#include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -34,6 +35,7 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         table = disk;
         own_table = true;
     }
+    begin_write_bracket();
     return result;
 }
 
@@ -50,6 +52,7 @@ int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tq
         table = disk;
         own_table = true;
     }
+    begin_write_bracket();
     return result;
 }
 
@@ -58,7 +61,14 @@ int Tqz_dbf_rw::create(const char* path, unsigned int nf, unsigned int nr, Tqz_d
     return create(widen_path(path).c_str(), nf, nr, fields, dos_flag);
 }
 
+// Also after a failed open or create: the disk table holds a notifier
+// whenever its open or create got that far, and close ends the bracket.
+void Tqz_dbf_rw::begin_write_bracket() {
+    if (!read_only && disk->get_notifier()) disk->get_notifier()->begin_update();
+}
+
 void Tqz_dbf_rw::close() {
+    if (!read_only && disk->get_notifier()) disk->get_notifier()->end_update();
     if (own_table && table) table->close();
     own_table = false;
     table = nullptr;

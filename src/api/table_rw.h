@@ -77,6 +77,10 @@ class Tqz_dbf_rw {
     int32_t last_valid_error = 0;
 
   private:
+    // A writable handle keeps an update bracket open on its file's notifier
+    // from open or create until close.
+    void begin_write_bracket();
+
     bool own_table = false;
     bool read_only = false;
     Tqz_dbf_ibasic* table = nullptr;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "code_page_text.h"
+#include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
 
 using namespace qz::dbf;
@@ -46,6 +47,7 @@ int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     std::rewind(file);
     if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
     read_descriptors();
+    notifier = Tqz_dbf_notifier::get_instance(path.c_str());
     return 0;
 }
 
@@ -98,6 +100,9 @@ int Tqz_dbf_disk::create(const wchar_t* path_w, unsigned int n_fields, unsigned 
     if (!take_lock(path, no_lock)) return 1;
     file = qz::filesystem::wfopen(path, "wb");
     dos_flag = dos;
+    // The notifier is taken even when the file could not be made; the next
+    // close gives it back.
+    notifier = Tqz_dbf_notifier::get_instance(path.c_str());
     if (!file) return 1;
     read_only = false;
     filename = path;
@@ -162,7 +167,16 @@ int Tqz_dbf_disk::create(const char* path, unsigned int n_fields, unsigned int n
     return create(w.c_str(), n_fields, n_records, fields, dos, no_lock);
 }
 
+qz::notify::Update_scope Tqz_dbf_disk::update_bracket() {
+    return qz::notify::Update_scope(notifier);
+}
+
 void Tqz_dbf_disk::close() {
+    if (notifier) {
+        Tqz_dbf_notifier* n = notifier;
+        notifier = nullptr;
+        Tqz_dbf_notifier::release(n);
+    }
     free_descriptors();
     field_index.clear();
     save_cpg(filename, read_only);

@@ -6,7 +6,10 @@
 #include <string>
 
 #include "dbf/basic_table.h"
+#include "notify/update_scope.h"
 #include "support/fileio.h"
+
+class Tqz_dbf_notifier;
 
 class Tqz_dbf_disk : public Tqz_dbf_basic {
   public:
@@ -27,6 +30,14 @@ class Tqz_dbf_disk : public Tqz_dbf_basic {
     bool is_open() const { return file != nullptr; }
     bool is_read_only() const { return read_only; }
     const std::wstring& get_filename() const { return filename; }
+
+    // The shared notifier of the file, taken at open and create, given back
+    // at close; null while closed.
+    Tqz_dbf_notifier* get_notifier() const { return notifier; }
+    // Brackets one change of the file on its notifier for the length of a
+    // scope, so that listeners see the change as one:
+    //     auto bracket = update_bracket();
+    qz::notify::Update_scope update_bracket();
 
     // Record access is the next layer of the disk table.
     void add_records(unsigned int) override {}
@@ -49,4 +60,5 @@ class Tqz_dbf_disk : public Tqz_dbf_basic {
     bool read_only = true;
     qz::fileio lock_file{qz::strconv::utf8};
     std::wstring lock_path;
+    Tqz_dbf_notifier* notifier = nullptr;
 };

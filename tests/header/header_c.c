@@ -41,6 +41,22 @@ int main(int argc, char** argv) {
     }
     CHECK(qz_dbf_delete(L"/nonexistent/qz_header_c.dbf") == false);
 
+    {
+        /* Notifier, event channel and update events from C. */
+        Tqz_dbf_notifier* n = qz_create_dbf_notifier_w(L"/nonexistent/qz_header_c.dbf");
+        Iqz_event_channel* ch = qz_dbf_notifier_get_update_event_channel(n);
+        Tqz_table ev;
+        CHECK(n != NULL && ch != NULL);
+        CHECK(qz_dbf_notifier_begin_update(n) == 1);
+        CHECK(qz_dbf_notifier_end_update(n) == 0);
+        qz_destroy_dbf_notifier(n);
+        qz_update_event_init(&ev);
+        qz_update_event_init_details(&ev);
+        CHECK(qz_event_kind(&ev) == QZ_EVENT_UPDATE);
+        qz_update_event_clear(&ev);
+        CHECK(qz_folder_watcher_create(L"/nonexistent", 0) == NULL);
+    }
+
     any_init(&any);
     any_assign_string(&any, "x");
     CHECK(any_get_type(&any) == QZ_ANY_STRING);

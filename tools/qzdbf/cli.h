@@ -15,6 +15,7 @@ using Args = std::vector<std::string>;
 
 int cmd_create(const Args& args);
 int cmd_info(const Args& args);
+int cmd_watch(const Args& args);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);

@@ -38,6 +38,9 @@ const char kUsage[] =
     "      create a table; TYPE is one of C N F L D I B M P\n"
     "  info PATH\n"
     "      print the table's version, date, counts, lengths, encoding and fields\n"
+    "  watch PATH\n"
+    "      print a line (time and kind) for each update event of the table,\n"
+    "      whoever changes it, until interrupted\n"
     "\n"
     "Text is read and printed in the terminal's encoding (LC_ALL / LANG).\n";
 
@@ -58,6 +61,7 @@ int main(int argc, char** argv) {
     }
     if (command == "create") return qzdbf::cmd_create(args);
     if (command == "info") return qzdbf::cmd_info(args);
+    if (command == "watch") return qzdbf::cmd_watch(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }

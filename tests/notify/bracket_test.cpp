@@ -1,0 +1,179 @@
+// The update bracket of Tqz_extensible_obj and its extra values.
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "event_log.h"
+#include "notify/extensible_obj.h"
+
+namespace {
+
+using qz_test::Event_log;
+
+constexpr int kBegin = QZ_EVENT_BEGIN_UPDATE;
+constexpr int kUpdate = QZ_EVENT_UPDATE;
+constexpr int kEnd = QZ_EVENT_END_UPDATE;
+
+struct Observed {
+    Tqz_extensible_obj obj;
+    Event_log log;
+    Observed() {
+        qz_event_channel_add_client(obj.get_update_event_channel(), &Event_log::proc, &log);
+    }
+};
+
+TEST(UpdateBracket, NestedBracketsMergeTheirUpdates) {
+    Observed o;
+    EXPECT_EQ(o.obj.end_update(), 0u);  // no bracket: nothing happens
+    EXPECT_EQ(o.log.size(), 0u);
+
+    EXPECT_EQ(o.obj.begin_update(), 1u);
+    EXPECT_EQ(o.log.kinds(), (std::vector<int>{kBegin}));  // sent at the first begin
+    EXPECT_EQ(o.obj.begin_update(), 2u);
+    o.obj.broadcast_update_event();
+    o.obj.broadcast_update_event();
+    EXPECT_EQ(o.obj.end_update(), 1u);
+    EXPECT_EQ(o.log.size(), 1u);  // nothing more until the outermost end
+    EXPECT_EQ(o.obj.end_update(), 0u);
+    auto got = o.log.entries();
+    ASSERT_EQ(o.log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd}));
+    EXPECT_EQ(got[1].count, 2);
+    EXPECT_EQ(o.obj.end_update(), 0u);
+    EXPECT_EQ(o.log.size(), 3u);
+
+    // A bracket without updates sends begin and end only; an update outside
+    // any bracket goes out at once.
+    o.obj.begin_update();
+    o.obj.end_update();
+    o.obj.broadcast_update_event();
+    got = o.log.entries();
+    ASSERT_EQ(o.log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd, kBegin, kEnd, kUpdate}));
+    EXPECT_EQ(got[5].count, 1);
+    EXPECT_EQ(o.obj.get_update_depth(), 0u);
+}
+
+// Records the "what" and "code" entries and one detail of each event.
+struct Detail_log {
+    std::vector<std::string> lines;
+    static void proc(Tqz_table* ev, void* user) {
+        auto* log = static_cast<Detail_log*>(user);
+        std::string line = std::to_string(qz_event_kind(ev));
+        for (const char* key : {"count", "code", "what", "row", "arg0", "arg1"}) {
+            const Tqz_any* v = table_get(ev, key);
+            if (!v) continue;
+            line += std::string(" ") + key + "=";
+            line += any_get_type(v) == QZ_ANY_STRING ? any_get_string(v)
+                                                     : std::to_string(any_get_integer(v));
+        }
+        log->lines.push_back(line);
+    }
+};
+
+TEST(UpdateBracket, UpdatesWithDetailsAndOtherEvents) {
+    Tqz_extensible_obj obj;
+    Detail_log log;
+    qz_event_channel_add_client(obj.get_update_event_channel(), &Detail_log::proc, &log);
+    Tqz_table details;
+    table_init(&details);
+    Tqz_any v;
+    any_init(&v);
+    any_assign_integer(&v, 5);
+    table_set(&details, "row", &v);
+    any_assign_integer(&v, 99);
+    table_set(&details, "count", &v);  // cannot override the merged count
+
+    obj.broadcast_update_event(7);
+    obj.begin_update();
+    obj.broadcast_update_event("name", details);
+    any_assign_integer(&v, 6);
+    table_set(&details, "row", &v);
+    obj.broadcast_update_event(3, details);  // later values win in the merged event
+    obj.end_update();
+
+    Tqz_tuple args;
+    tuple_init(&args);
+    any_assign_string(&v, "x");
+    tuple_add(&args, &v);
+    any_assign_integer(&v, 2);
+    tuple_add(&args, &v);
+    obj.begin_update();
+    obj.broadcast_event(42, args);  // any kind goes out at once, bracket or not
+    obj.end_update();
+    EXPECT_EQ(log.lines,
+              (std::vector<std::string>{"1 count=1 code=7", "2", "1 count=2 code=3 what=name row=6",
+                                        "3", "2", "42 arg0=x arg1=2", "3"}));
+    any_clear(&v);
+    tuple_clear(&args);
+    table_clear(&details);
+}
+
+TEST(UpdateBracket, BracketsFromTwoThreadsDoNotInterleave) {
+    Observed o;
+    constexpr int rounds = 300;
+    auto work = [&] {
+        for (int i = 0; i < rounds; ++i) {
+            o.obj.begin_update();
+            o.obj.broadcast_update_event();
+            o.obj.end_update();
+        }
+    };
+    std::thread a(work), b(work);
+    a.join();
+    b.join();
+    // Each outermost bracket is begin, one merged update, end; the updates
+    // of both threads are all accounted for.
+    auto got = o.log.entries();
+    ASSERT_EQ(got.size() % 3, 0u);
+    int updates = 0;
+    for (size_t i = 0; i < got.size(); i += 3) {
+        ASSERT_EQ(got[i].kind, kBegin) << i;
+        ASSERT_EQ(got[i + 1].kind, kUpdate) << i;
+        ASSERT_EQ(got[i + 2].kind, kEnd) << i;
+        updates += got[i + 1].count;
+    }
+    EXPECT_EQ(updates, 2 * rounds);
+    EXPECT_EQ(o.obj.get_update_depth(), 0u);
+}
+
+TEST(ExtensibleObj, ExtraValues) {
+    Tqz_extensible_obj a, b;
+    EXPECT_EQ(a.get_extra("colour"), nullptr);
+    EXPECT_TRUE(a.equal(&b));  // both without extras
+    Tqz_any v;
+    any_init(&v);
+    any_assign_string(&v, "red");
+    a.set_extra("colour", &v);
+    any_assign_floating(&v, 1.5);
+    a.set_extra("weight", &v);
+    ASSERT_NE(a.get_extra("colour"), nullptr);
+    EXPECT_STREQ(any_get_string(a.get_extra("colour")), "red");
+    EXPECT_EQ(table_count(&a.get_table_extra()), 2u);
+    EXPECT_FALSE(a.equal(&b));
+
+    b.assign(&a);
+    EXPECT_TRUE(b.equal(&a));
+    any_assign_floating(&v, 2.5);
+    b.set_extra("weight", &v);
+    EXPECT_FALSE(b.equal(&a));
+    EXPECT_DOUBLE_EQ(any_get_floating(a.get_extra("weight")), 1.5);  // a kept its own
+
+    Tqz_table fresh;
+    table_init(&fresh);
+    table_set(&fresh, "only", &v);
+    b.set_table_extra(fresh);
+    table_clear(&fresh);
+    EXPECT_EQ(b.get_extra("colour"), nullptr);
+    EXPECT_DOUBLE_EQ(any_get_floating(b.get_extra("only")), 2.5);
+    b.set_extra("only", nullptr);  // an empty value, still present
+    EXPECT_EQ(any_get_type(b.get_extra("only")), QZ_ANY_EMPTY);
+
+    Tqz_basic_obj plain;
+    EXPECT_FALSE(a.equal(&plain));
+    a.assign(&plain);  // nothing to take over
+    EXPECT_TRUE(a.equal(&a));
+    EXPECT_EQ(table_count(&a.get_table_extra()), 2u);
+    any_clear(&v);
+}
+
+}  // namespace

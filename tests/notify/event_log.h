@@ -1,0 +1,89 @@
+// Collects the events a channel hands to it, from whatever thread, and lets
+// a test wait for them.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qzk_basic.h"
+
+namespace qz_test {
+
+class Event_log {
+  public:
+    struct Entry {
+        int kind;
+        int count;         // "count" of an update event, else 0
+        std::string name;  // "name" of a folder event, else ""
+    };
+
+    // The client procedure; `user` is the log.
+    static void proc(Tqz_table* event, void* user) {
+        auto* log = static_cast<Event_log*>(user);
+        const Tqz_any* count = table_get(event, "count");
+        const Tqz_any* name = table_get(event, "name");
+        Entry e{qz_event_kind(event), count ? any_get_integer(count) : 0,
+                name && any_get_string(name) ? any_get_string(name) : ""};
+        std::lock_guard<std::mutex> g(log->lock_);
+        log->entries_.push_back(e);
+        log->changed_.notify_all();
+    }
+
+    // Waits until at least `n` events are in; false on timeout.
+    bool wait_for(size_t n, std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> g(lock_);
+        return changed_.wait_for(g, timeout, [&] { return entries_.size() >= n; });
+    }
+
+    std::vector<Entry> entries() {
+        std::lock_guard<std::mutex> g(lock_);
+        return entries_;
+    }
+
+    std::vector<int> kinds() {
+        std::vector<int> k;
+        for (const Entry& e : entries()) k.push_back(e.kind);
+        return k;
+    }
+
+    size_t size() {
+        std::lock_guard<std::mutex> g(lock_);
+        return entries_.size();
+    }
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    std::vector<Entry> entries_;
+};
+
+// The number of threads of this process. Some sanitizers start a thread of
+// their own with the first thread the process makes; one throwaway thread
+// gets that done before anything is counted.
+inline size_t thread_count() {
+    static const bool warmed_up = (std::thread([] {}).join(), true);
+    (void)warmed_up;
+    size_t n = 0;
+    for (const auto& e : std::filesystem::directory_iterator("/proc/self/task")) {
+        (void)e;
+        ++n;
+    }
+    return n;
+}
+
+// Waits until the process has `n` threads; false on timeout.
+inline bool wait_thread_count(size_t n, std::chrono::milliseconds timeout) {
+    auto end = std::chrono::steady_clock::now() + timeout;
+    while (thread_count() != n) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+}  // namespace qz_test
