@@ -43,10 +43,14 @@
 #ifdef __cplusplus
 class Tqz_dbf_rw;
 class Tqz_dbf_notifier;
+class Tqz_fpt_rw;
+class Tqz_dbt_rw;
 extern "C" {
 #else
 typedef struct Tqz_dbf_rw Tqz_dbf_rw;
 typedef struct Tqz_dbf_notifier Tqz_dbf_notifier;
+typedef struct Tqz_fpt_rw Tqz_fpt_rw; /* an open .fpt memo file */
+typedef struct Tqz_dbt_rw Tqz_dbt_rw; /* an open .dbt memo file */
 #endif
 
 /* ---- Field descriptors ------------------------------------------------------ */
@@ -175,6 +179,44 @@ QZ_DBF_API Iqz_event_channel* qz_dbf_notifier_get_update_event_channel(Tqz_dbf_n
  * (end_update returns 0 and sends nothing when no bracket is open). */
 QZ_DBF_API unsigned int qz_dbf_notifier_begin_update(Tqz_dbf_notifier* notifier);
 QZ_DBF_API unsigned int qz_dbf_notifier_end_update(Tqz_dbf_notifier* notifier);
+
+/* ---- Memo files ----------------------------------------------------------------- */
+
+/* The memo of a memo (M) cell, whose text is the memo's block number, read
+ * from the table's .fpt file, or else its .dbt file. Null with `ok` false when
+ * the table has no memo file, the cell holds no number or there is no memo
+ * there; `length` and `type` as for qz_fpt_get_memo / qz_dbt_get_memo. The
+ * bytes are borrowed from the table and zero-terminated. */
+QZ_DBF_API const unsigned char* qz_dbf_get_memo_bytes(Tqz_dbf_rw* handle, unsigned int field,
+                                                      unsigned int record, QZ_OUT(bool) ok,
+                                                      QZ_OUT(unsigned int) length,
+                                                      QZ_OUT(unsigned int) type);
+
+/* A reader of one .fpt memo file (opened "rb", or "rb+" unless `read_only`);
+ * null when the file cannot be opened. Given back with qz_fpt_close, which
+ * ignores null. */
+QZ_DBF_API Tqz_fpt_rw* qz_fpt_open_w(const wchar_t* path, bool read_only);
+QZ_DBF_API Tqz_fpt_rw* qz_fpt_open(const char* path, bool read_only);
+QZ_DBF_API void qz_fpt_close(Tqz_fpt_rw* handle);
+/* The memo that starts at `block` (offset block x the file's block size):
+ * `*length` bytes, zero-terminated, borrowed from the reader until its next
+ * call. `*type` is the memo header's type field in host order without
+ * swapping: 16777216 (0x01000000) for text, 0 for a picture. A length beyond
+ * the end of the file is cut to the bytes there; null when the block header
+ * itself lies beyond it. */
+QZ_DBF_API const char* qz_fpt_get_memo(Tqz_fpt_rw* handle, unsigned int block, unsigned int* length,
+                                       unsigned int* type);
+
+/* A reader of one .dbt memo file; as for the .fpt reader. */
+QZ_DBF_API Tqz_dbt_rw* qz_dbt_open_w(const wchar_t* path, bool read_only);
+QZ_DBF_API Tqz_dbt_rw* qz_dbt_open(const char* path, bool read_only);
+QZ_DBF_API void qz_dbt_close(Tqz_dbt_rw* handle);
+/* The memo that starts at `block` (offset block x 512) and runs up to the
+ * byte 0x1A, looked for in the first 64 KiB: `*length` bytes, zero-terminated,
+ * `*type` 1. Null with `*length` 0 when no terminator is found there, or the
+ * memo is empty. */
+QZ_DBF_API const char* qz_dbt_get_memo(Tqz_dbt_rw* handle, unsigned int block, unsigned int* length,
+                                       unsigned int* type);
 
 #ifdef __cplusplus
 }

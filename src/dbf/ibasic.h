@@ -40,7 +40,7 @@ class Tqz_dbf_ibasic {
     virtual bool get_as_bool(unsigned int field, unsigned int record, bool& ok) = 0;
     virtual bool get_as_any(unsigned int field, unsigned int record, Tqz_any* value) = 0;
     virtual const unsigned char* get_memo_bytes(unsigned int field, unsigned int record, bool& ok,
-                                                unsigned int& type, unsigned int& length) = 0;
+                                                unsigned int& length, unsigned int& type) = 0;
     virtual bool set_as_string(unsigned int field, unsigned int record, const char* value) = 0;
     virtual bool set_as_wchar_t(int field, int record, const wchar_t* value,
                                 unsigned int length) = 0;
