@@ -20,6 +20,8 @@ Tqz_dbf_basic::Tqz_dbf_basic() {
 }
 
 Tqz_dbf_basic::~Tqz_dbf_basic() {
+    close_fpt();
+    close_dbt();
     free_descriptors();
 }
 

@@ -12,6 +12,9 @@
 #include "dbf/ibasic.h"
 #include "encoding/encodings.h"
 
+class Tqz_fpt_rw;
+class Tqz_dbt_rw;
+
 class Tqz_dbf_basic : public Tqz_dbf_ibasic {
   public:
     Tqz_dbf_basic();
@@ -64,10 +67,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     double get_as_double(unsigned int, unsigned int, bool&) override { return 0.0; }
     bool get_as_bool(unsigned int, unsigned int, bool&) override { return false; }
     bool get_as_any(unsigned int, unsigned int, Tqz_any*) override { return false; }
-    const unsigned char* get_memo_bytes(unsigned int, unsigned int, bool&, unsigned int&,
-                                        unsigned int&) override {
-        return nullptr;
-    }
+    // The memo of a cell: the block number read through get_as_integer, the
+    // memo from the FPT reader when the table holds one, else the DBT reader.
+    const unsigned char* get_memo_bytes(unsigned int field, unsigned int record, bool& ok,
+                                        unsigned int& len, unsigned int& type) override;
     bool set_as_string(unsigned int, unsigned int, const char*) override { return false; }
     bool set_as_wchar_t(int, int, const wchar_t*, unsigned int) override { return false; }
     bool set_as_wstring(int, int, const wchar_t*) override { return false; }
@@ -89,6 +92,18 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     virtual void set_integer(int field, int record, int value) = 0;
     virtual void set_float(int field, int record, float value) = 0;
     virtual void set_double(int field, int record, double value) = 0;
+
+    // The memo readers: each open replaces the reader of its kind with one on
+    // the table's companion file (".fpt" or ".dbt", found without regard to
+    // letter case) and tells whether the table now holds one.
+    bool open_fpt(const wchar_t* table_path, bool read_only);
+    bool open_fpt(const char* table_path, bool read_only);
+    bool open_dbt(const wchar_t* table_path, bool read_only);
+    bool open_dbt(const char* table_path, bool read_only);
+    void close_fpt();
+    void close_dbt();
+    Tqz_fpt_rw* get_fpt() const { return fpt; }
+    Tqz_dbt_rw* get_dbt() const { return dbt; }
 
     // Resizes the descriptor array to max(n, 0) entries; false (nothing
     // changed) when memory runs out.
@@ -115,6 +130,8 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     }
     void free_descriptors();
 
+    Tqz_fpt_rw* fpt = nullptr;  // owned
+    Tqz_dbt_rw* dbt = nullptr;  // owned
     uint8_t header[qz::dbf::header_size];
     int32_t nf = 0;
     qz::dbf::Tdbf_descriptor* descriptors = nullptr;  // malloc'd, nf entries

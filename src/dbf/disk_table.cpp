@@ -47,6 +47,14 @@ int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     std::rewind(file);
     if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
     read_descriptors();
+
+    // Memo files, whether or not the table has memo fields: FoxPro tables
+    // (0xF5) look for their .fpt first, all others for a .dbt.
+    if (header[hdr_version] == version_foxpro_memo) {
+        if (!open_fpt(filename.c_str(), ro)) open_dbt(filename.c_str(), ro);
+    } else {
+        if (!open_dbt(filename.c_str(), ro)) open_fpt(filename.c_str(), ro);
+    }
     notifier = Tqz_dbf_notifier::get_instance(path.c_str());
     return 0;
 }
@@ -177,6 +185,8 @@ void Tqz_dbf_disk::close() {
         notifier = nullptr;
         Tqz_dbf_notifier::release(n);
     }
+    close_fpt();
+    close_dbt();
     free_descriptors();
     field_index.clear();
     save_cpg(filename, read_only);
