@@ -21,6 +21,12 @@ int main(int argc, char** argv) {
     Tqz_dbf_field fields[2];
     Tqz_dbf_rw* t;
     Tqz_any any;
+    Tqz_fpt_rw* fpt;
+    FILE* f;
+    static unsigned char memo_file[512 + 8 + 5];
+    const char* memo;
+    unsigned int len = 0, type = 0;
+    bool ok = true;
 
     snprintf(path, sizeof path, "%s/header_c.dbf", argc > 1 ? argv[1] : ".");
     CHECK(sizeof(Tqz_dbf_field) == 14);
@@ -37,6 +43,9 @@ int main(int argc, char** argv) {
         CHECK(strcmp(qz_dbf_get_field_name(t, 1), "NAME") == 0);
         CHECK(qz_dbf_get_field_type(t, 0) == dbf_ft_numeric);
         CHECK(qz_dbf_find_field_index_w(t, L"NAME") == 1);
+        /* No memo file beside the table: no memo, reported through pointers. */
+        CHECK(qz_dbf_get_memo_bytes(t, 1, 0, &ok, &len, &type) == NULL);
+        CHECK(!ok);
         qz_dbf_close(t);
     }
     CHECK(qz_dbf_delete(L"/nonexistent/qz_header_c.dbf") == false);
@@ -56,6 +65,30 @@ int main(int argc, char** argv) {
         qz_update_event_clear(&ev);
         CHECK(qz_folder_watcher_create(L"/nonexistent", 0) == NULL);
     }
+
+    /* A memo file with block size 512 and one text memo at block 1. */
+    snprintf(path, sizeof path, "%s/header_c_memo.fpt", argc > 1 ? argv[1] : ".");
+    memo_file[6] = 0x02;    /* block size 0x0200, big-endian */
+    memo_file[512 + 3] = 1; /* type 1: text */
+    memo_file[512 + 7] = 5; /* length 5 */
+    memcpy(memo_file + 512 + 8, "memo!", 5);
+    f = fopen(path, "wb");
+    CHECK(f != NULL);
+    if (f) {
+        fwrite(memo_file, 1, sizeof memo_file, f);
+        fclose(f);
+    }
+    fpt = qz_fpt_open(path, true);
+    CHECK(fpt != NULL);
+    if (fpt) {
+        memo = qz_fpt_get_memo(fpt, 1, &len, &type);
+        CHECK(memo != NULL && strcmp(memo, "memo!") == 0);
+        CHECK(len == 5);
+        CHECK(type == 16777216u);
+        qz_fpt_close(fpt);
+    }
+    qz_fpt_close(NULL);
+    CHECK(qz_dbt_open("/nonexistent/qz_header_c.dbt", true) == NULL);
 
     any_init(&any);
     any_assign_string(&any, "x");
