@@ -78,7 +78,7 @@ QZ_DBF_API const unsigned char* qz_dbf_get_memo_bytes(Tqz_dbf_rw* handle, unsign
                                                       unsigned int record, bool& ok,
                                                       unsigned int& len, unsigned int& type) {
     return guarded(static_cast<const unsigned char*>(nullptr), [&]() -> const unsigned char* {
-        Tqz_dbf_ibasic* t = handle->current();
+        Tqz_dbf_ibasic* t = handle ? handle->current() : nullptr;
         return t ? t->get_memo_bytes(field, record, ok, len, type) : nullptr;
     });
 }

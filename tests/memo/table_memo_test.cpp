@@ -155,6 +155,10 @@ TEST(TableMemoBytes, WithoutAMemoFileThereIsNoMemo) {
     EXPECT_EQ(qz_dbf_get_memo_bytes(h, 1, 0, ok, len, type), nullptr);
     EXPECT_FALSE(ok);
     qz_dbf_close(h);
+    // A null handle is a handle without a table: null, ok untouched.
+    ok = true;
+    EXPECT_EQ(qz_dbf_get_memo_bytes(nullptr, 1, 0, ok, len, type), nullptr);
+    EXPECT_TRUE(ok);
 }
 
 // Reads block numbers through the value layer: skipped while this build has
