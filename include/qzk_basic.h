@@ -151,6 +151,71 @@ QZ_BASIC_API void qz_begin_update_event_clear(Tqz_table* ev);
 QZ_BASIC_API void qz_end_update_event_init(Tqz_table* ev); /* QZ_EVENT_END_UPDATE */
 QZ_BASIC_API void qz_end_update_event_clear(Tqz_table* ev);
 
+/* ---- History manager ---------------------------------------------------------- */
+
+/* One undo timeline for the whole process. A history is one client's share
+ * of it (a table, a document); an item is one undoable change, given as an
+ * opaque pointer with three procedures: redo, undo and erase.
+ *
+ *  - qz_history_add_item performs the item's redo at once and owns the item
+ *    from then on. Items added between the outermost
+ *    qz_history_manager_begin_update and its qz_history_manager_end_update
+ *    form one step; every other item is a step of its own. Adding a step
+ *    after an undo erases the steps that were undone.
+ *  - Undo takes back the newest step (its items' undo, newest first); redo
+ *    does the next undone step again (its items' redo, oldest first). Around
+ *    the items of each history a run calls that history's begin and end
+ *    procedures once, so a client can announce the run as one change.
+ *  - Every item is erased (its erase procedure called) exactly once: when it
+ *    falls out of the timeline (the step limit, clear, an erased redo tail)
+ *    or when its history is destroyed. A step left empty disappears.
+ *  - The timeline keeps at most the limit's number of steps (1000 unless
+ *    set), dropping the oldest.
+ *  - A host's undo or redo while a begin_update bracket of the manager is
+ *    open does nothing (false). An item added while an undo or redo runs
+ *    (from one of its procedures) is performed and erased at once.
+ *  - One thread at a time: the manager takes no lock. */
+typedef struct Iqz_history_manager Iqz_history_manager;
+typedef void (*qz_history_item_proc)(void* item);
+typedef void (*qz_history_update_proc)(void* wrapper);
+
+/* The process's manager, created on first use; null while disabled. */
+QZ_BASIC_API Iqz_history_manager* qz_history_manager_get_instance(void);
+/* A new history in `m` (null when `m` is null); `begin` and `end` (either may
+ * be null) are called with `wrapper` around each undo or redo run. */
+QZ_BASIC_API void* qz_history_manager_create_history(Iqz_history_manager* m,
+                                                     qz_history_update_proc begin,
+                                                     qz_history_update_proc end, void* wrapper);
+/* Erases every item of the history and frees it. Null is ignored. */
+QZ_BASIC_API void qz_history_destroy(void* history);
+/* Performs `redo` on `item` and records it. With a null history the item is
+ * performed and erased at once. */
+QZ_BASIC_API void qz_history_add_item(void* history, qz_history_item_proc redo,
+                                      qz_history_item_proc undo, qz_history_item_proc erase,
+                                      void* item);
+/* Brackets that group the items added inside them into one step; they nest. */
+QZ_BASIC_API void qz_history_manager_begin_update(Iqz_history_manager* m);
+QZ_BASIC_API void qz_history_manager_end_update(Iqz_history_manager* m);
+
+/* For the host. undo and redo return whether a step was taken back or done. */
+QZ_BASIC_API bool qz_history_manager_undo(Iqz_history_manager* m);
+QZ_BASIC_API bool qz_history_manager_redo(Iqz_history_manager* m);
+QZ_BASIC_API bool qz_history_manager_can_undo(Iqz_history_manager* m);
+QZ_BASIC_API bool qz_history_manager_can_redo(Iqz_history_manager* m);
+/* Erases every step of every history; the histories stay. */
+QZ_BASIC_API void qz_history_manager_clear(Iqz_history_manager* m);
+/* At most `steps` steps are kept; the oldest beyond it are erased now. */
+QZ_BASIC_API void qz_history_manager_set_limit(Iqz_history_manager* m, unsigned int steps);
+/* While disabled, qz_history_manager_get_instance returns null, so objects
+ * made meanwhile keep no history; histories made before keep working. */
+QZ_BASIC_API void qz_history_manager_set_enabled(bool enabled);
+
+/* Counts, for hosts and tests: steps in the timeline, steps that can be
+ * undone, and the limit. */
+QZ_BASIC_API unsigned int qz_history_manager_get_step_count(Iqz_history_manager* m);
+QZ_BASIC_API unsigned int qz_history_manager_get_undo_count(Iqz_history_manager* m);
+QZ_BASIC_API unsigned int qz_history_manager_get_limit(Iqz_history_manager* m);
+
 /* ---- Options ---------------------------------------------------------------- */
 
 /* The temporary folder; always ends with '/'. Default: $TMPDIR or /tmp/. */
