@@ -42,12 +42,14 @@
 
 #ifdef __cplusplus
 class Tqz_dbf_rw;
+class Tqz_dbf_memory;
 class Tqz_dbf_notifier;
 class Tqz_fpt_rw;
 class Tqz_dbt_rw;
 extern "C" {
 #else
 typedef struct Tqz_dbf_rw Tqz_dbf_rw;
+typedef struct Tqz_dbf_memory Tqz_dbf_memory; /* a table held in memory */
 typedef struct Tqz_dbf_notifier Tqz_dbf_notifier;
 typedef struct Tqz_fpt_rw Tqz_fpt_rw; /* an open .fpt memo file */
 typedef struct Tqz_dbt_rw Tqz_dbt_rw; /* an open .dbt memo file */
@@ -217,6 +219,107 @@ QZ_DBF_API void qz_dbt_close(Tqz_dbt_rw* handle);
  * memo is empty. */
 QZ_DBF_API const char* qz_dbt_get_memo(Tqz_dbt_rw* handle, unsigned int block, unsigned int* length,
                                        unsigned int* type);
+
+/* ---- Memory tables ---------------------------------------------------------------
+ *
+ * A memory table is a whole table read into memory under its file name and
+ * shared by everyone in the process who asks for that name: each load,
+ * create or find returns the same handle and counts one more holder, each
+ * qz_dbf_mem_free one less; the last free deletes the table. Names are
+ * matched after trimming blanks at both ends, exactly otherwise (letter case
+ * counts; paths are not normalised).
+ *
+ * While a table is loaded its writer lock "<name>.lk" is held: a second
+ * process cannot load it, and no one can open the file for writing. Opening
+ * the name with qz_dbf_open(_w) or creating it with qz_dbf_create(_w) meanwhile
+ * serves the memory table through that handle (qz_dbf_is_buffered is true),
+ * with the changes made there.
+ *
+ * Nothing reaches the file until qz_dbf_mem_save. Every change of a loaded
+ * table (value writes, add, ins, del) is a step of the process's undo
+ * history (qz_history_manager_* in qzk_basic.h); a table made by
+ * qz_dbf_mem_create(_w), or while the history manager is disabled, keeps no
+ * history. Text written through the history is padded with spaces.
+ *
+ * A handle that is not a live memory table (null, freed) gives the neutral
+ * result of each call. Values: as for the qz_dbf_ cell calls. */
+
+/* Whether a memory table of `name` is loaded (no holder is counted). */
+QZ_DBF_API bool qz_dbf_mem_exist_w(const wchar_t* name);
+/* The memory table of `name`, made with one field "ID" (N, 10, 0) and no
+ * records when it is not loaded yet; it is not read from any file. A
+ * non-zero field count is not supported yet: the fields given are not
+ * applied and the table keeps its one field. Null when memory runs out. */
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int nf,
+                                               Tqz_dbf_field* fields);
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,
+                                             Tqz_dbf_field* fields);
+/* The memory table of the file `name`, read from it when it is not loaded
+ * yet. Null when the file cannot be read or another holds its lock. */
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_load_w(const wchar_t* name);
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_load(const char* name);
+/* The loaded memory table of `name`, or null; never loads. */
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_find_w(const wchar_t* name);
+/* One holder less; the last one deletes the table (and releases its lock).
+ * False for a handle that is not a loaded memory table. */
+QZ_DBF_API bool qz_dbf_mem_free(Tqz_dbf_memory* handle);
+
+/* Writes the table to its own file, or to `path` (its name stays), with a
+ * .cpg file beside it; no memo file is written. False when the file cannot
+ * be written. */
+QZ_DBF_API bool qz_dbf_mem_save(Tqz_dbf_memory* handle);
+QZ_DBF_API bool qz_dbf_mem_save_as_w(Tqz_dbf_memory* handle, const wchar_t* path);
+QZ_DBF_API bool qz_dbf_mem_save_as(Tqz_dbf_memory* handle, const char* path);
+/* Reads the file again and forgets the table's undo history. When the file
+ * cannot be read the table becomes the one-field table and the result is
+ * false. */
+QZ_DBF_API bool qz_dbf_mem_reload(Tqz_dbf_memory* handle);
+
+QZ_DBF_API unsigned int qz_dbf_mem_get_nf(Tqz_dbf_memory* handle);
+QZ_DBF_API unsigned int qz_dbf_mem_get_nr(Tqz_dbf_memory* handle);
+QZ_DBF_API const char* qz_dbf_mem_get_field_name(Tqz_dbf_memory* handle, unsigned int field);
+QZ_DBF_API void qz_dbf_mem_get_field_name_w(Tqz_dbf_memory* handle, unsigned int field,
+                                            Iqz_string_adp* adp);
+QZ_DBF_API Tqz_dbf_field_type qz_dbf_mem_get_field_type(Tqz_dbf_memory* handle,
+                                                        unsigned int field);
+QZ_DBF_API unsigned int qz_dbf_mem_get_field_flen(Tqz_dbf_memory* handle, unsigned int field);
+QZ_DBF_API int qz_dbf_mem_get_field_dlen(Tqz_dbf_memory* handle, unsigned int field);
+QZ_DBF_API unsigned int qz_dbf_mem_find_fld_index(Tqz_dbf_memory* handle, const wchar_t* name);
+
+QZ_DBF_API const char* qz_dbf_mem_get_str(Tqz_dbf_memory* handle, unsigned int field,
+                                          unsigned int record, QZ_OUT(bool) ok);
+/* Wide text kept in hexadecimal, as qz_dbf_get_wstr_encoded. */
+QZ_DBF_API const wchar_t* qz_dbf_mem_get_wstr(Tqz_dbf_memory* handle, unsigned int field,
+                                              unsigned int record, QZ_OUT(unsigned int) length,
+                                              QZ_OUT(bool) ok);
+QZ_DBF_API int qz_dbf_mem_get_int(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                  QZ_OUT(bool) ok);
+QZ_DBF_API double qz_dbf_mem_get_dbl(Tqz_dbf_memory* handle, unsigned int field,
+                                     unsigned int record, QZ_OUT(bool) ok);
+QZ_DBF_API bool qz_dbf_mem_get_bool(Tqz_dbf_memory* handle, unsigned int field,
+                                    unsigned int record, QZ_OUT(bool) ok);
+QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* handle, unsigned int field,
+                                   unsigned int record, Tqz_any* value);
+
+QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* handle, unsigned int field,
+                                   unsigned int record, const char* value);
+QZ_DBF_API bool qz_dbf_mem_set_wstr(Tqz_dbf_memory* handle, int field, int record,
+                                    const wchar_t* value);
+QZ_DBF_API bool qz_dbf_mem_set_int(Tqz_dbf_memory* handle, unsigned int field,
+                                   unsigned int record, int value);
+QZ_DBF_API bool qz_dbf_mem_set_dbl(Tqz_dbf_memory* handle, unsigned int field,
+                                   unsigned int record, double value);
+QZ_DBF_API bool qz_dbf_mem_set_bool(Tqz_dbf_memory* handle, unsigned int field,
+                                    unsigned int record, bool value);
+QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* handle, unsigned int field,
+                                   unsigned int record, Tqz_any* value);
+
+/* Records: append a blank record; insert one at `record` (appended when
+ * `record` is past the end); delete one (nothing happens past the end).
+ * Each answers true. */
+QZ_DBF_API bool qz_dbf_mem_add(Tqz_dbf_memory* handle);
+QZ_DBF_API bool qz_dbf_mem_ins(Tqz_dbf_memory* handle, unsigned int record);
+QZ_DBF_API bool qz_dbf_mem_del(Tqz_dbf_memory* handle, unsigned int record);
 
 #ifdef __cplusplus
 }

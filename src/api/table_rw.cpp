@@ -6,6 +6,8 @@
 
 #include "code_page_text.h"
 #include "dbf/disk_table.h"
+#include "memory/memory_list.h"
+#include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
 
@@ -16,6 +18,14 @@ namespace {
 std::wstring widen_path(const char* path) {
     if (!path) return std::wstring();
     return qz::basic::cp_to_wide(0, path, std::strlen(path));
+}
+
+// The loaded memory table of `path` with one more holder, or null.
+Tqz_dbf_memory* hold_memory_table(const wchar_t* path) {
+    Tqz_dbf_memory_list* list = Tqz_dbf_rw::get_mem_list();
+    Tqz_dbf_memory* m = list ? list->find(path) : nullptr;
+    if (m) m->add_reference();
+    return m;
 }
 
 }  // namespace
@@ -30,10 +40,17 @@ Tqz_dbf_rw::~Tqz_dbf_rw() {
 int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
     close();
     read_only = ro;
-    int result = disk->open(path, ro, dos_flag, false);
-    if (result == 0) {
-        table = disk;
-        own_table = true;
+    int result = 0;
+    // A path loaded in memory is served from there, whatever the flags.
+    memory = hold_memory_table(path);
+    if (memory) {
+        table = memory;
+    } else {
+        result = disk->open(path, ro, dos_flag, false);
+        if (result == 0) {
+            table = disk;
+            own_table = true;
+        }
     }
     begin_write_bracket();
     return result;
@@ -47,10 +64,18 @@ int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tq
                        bool dos_flag) {
     close();
     read_only = false;
-    int result = disk->create(path, nf, nr, fields, dos_flag, false);
-    if (result == 0) {
-        table = disk;
-        own_table = true;
+    int result = 0;
+    memory = hold_memory_table(path);
+    if (memory) {
+        // Re-created in memory; the DOS flag is not handed on.
+        memory->create_new(nf, nr, fields, false);
+        table = memory;
+    } else {
+        result = disk->create(path, nf, nr, fields, dos_flag, false);
+        if (result == 0) {
+            table = disk;
+            own_table = true;
+        }
     }
     begin_write_bracket();
     return result;
@@ -64,10 +89,18 @@ int Tqz_dbf_rw::create(const char* path, unsigned int nf, unsigned int nr, Tqz_d
 // Also after a failed open or create: the disk table holds a notifier
 // whenever its open or create got that far, and close ends the bracket.
 void Tqz_dbf_rw::begin_write_bracket() {
-    if (!read_only && disk->get_notifier()) disk->get_notifier()->begin_update();
+    if (read_only) return;
+    if (memory && memory->get_notifier()) memory->get_notifier()->begin_update();
+    if (disk->get_notifier()) disk->get_notifier()->begin_update();
 }
 
 void Tqz_dbf_rw::close() {
+    if (memory) {
+        if (!read_only && memory->get_notifier()) memory->get_notifier()->end_update();
+        Tqz_dbf_memory* held = memory;
+        memory = nullptr;
+        dbf_free_mem_by_ptr(held);
+    }
     if (!read_only && disk->get_notifier()) disk->get_notifier()->end_update();
     if (own_table && table) table->close();
     own_table = false;

@@ -5,6 +5,8 @@
 #include "dbf/ibasic.h"
 
 class Tqz_dbf_disk;
+class Tqz_dbf_memory;
+class Tqz_dbf_memory_list;
 
 class Tqz_dbf_rw {
   public:
@@ -21,10 +23,33 @@ class Tqz_dbf_rw {
     int create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
                bool dos_flag);
     void close();
-    bool is_buffered() const { return false; }
+    // Whether the handle serves a memory table of the registry.
+    bool is_buffered() const { return memory != nullptr; }
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);
+
+    // The process's registry of memory tables: created by the first load,
+    // deleted when its last table goes. Narrow names are system text.
+    // The registry, or null while no memory table is loaded.
+    static Tqz_dbf_memory_list* get_mem_list();
+    // Deletes the registry when it holds no table.
+    static void test_free_list();
+    // Whether `name` is loaded; leaves its count as it was (and deletes
+    // tables without holders, as every free does).
+    static bool dbf_is_in_mem(const wchar_t* name);
+    static bool dbf_is_in_mem(const char* name);
+    // The loaded table of `name` with one more holder, or null.
+    static Tqz_dbf_memory* dbf_find_mem(const wchar_t* name);
+    static Tqz_dbf_memory* dbf_find_mem(const char* name);
+    // The table of `name` with one more holder: the loaded one, else a new
+    // one (with `create` the one-field table, otherwise the file read).
+    static Tqz_dbf_memory* dbf_load_mem(const wchar_t* name, bool create);
+    static Tqz_dbf_memory* dbf_load_mem(const char* name, bool create);
+    // One holder less for the table of `name` / at `t`; whether it was found.
+    static bool dbf_free_mem(const wchar_t* name);
+    static bool dbf_free_mem(const char* name);
+    static bool dbf_free_mem_by_ptr(Tqz_dbf_memory* t);
 
     // The current table, or null when nothing is open.
     Tqz_dbf_ibasic* current() const { return table; }
@@ -85,4 +110,5 @@ class Tqz_dbf_rw {
     bool read_only = false;
     Tqz_dbf_ibasic* table = nullptr;
     Tqz_dbf_disk* disk = nullptr;
+    Tqz_dbf_memory* memory = nullptr;  // one holder counted while set
 };

@@ -1,0 +1,222 @@
+// Exports of the memory tables. The handle is the Tqz_dbf_memory itself; a
+// handle is used only while it is a table of the registry, so a freed or
+// foreign pointer gets the neutral result instead of being followed.
+#include <cstring>
+#include <string>
+
+#include "api/guard.h"
+#include "api/table_rw.h"
+#include "code_page_text.h"
+#include "memory/memory_list.h"
+#include "memory/memory_table.h"
+#include "qzk_file_dbf.h"
+
+using qz::api::guarded;
+
+namespace {
+
+Tqz_dbf_memory* live(Tqz_dbf_memory* h) {
+    Tqz_dbf_memory_list* list = Tqz_dbf_rw::get_mem_list();
+    return h && list ? list->find_by_ptr(h) : nullptr;
+}
+
+template <class R, class F>
+R on_mem(Tqz_dbf_memory* h, R neutral, F&& call) {
+    return guarded(neutral, [&] {
+        Tqz_dbf_memory* t = live(h);
+        return t ? call(t) : neutral;
+    });
+}
+
+template <class F>
+void on_mem(Tqz_dbf_memory* h, F&& call) {
+    guarded([&] {
+        if (Tqz_dbf_memory* t = live(h)) call(t);
+    });
+}
+
+std::wstring widen(const char* text) {
+    return text ? qz::basic::cp_to_wide(0, text, std::strlen(text)) : std::wstring();
+}
+
+}  // namespace
+
+extern "C" {
+
+QZ_DBF_API bool qz_dbf_mem_exist_w(const wchar_t* name) {
+    return guarded(false, [&] { return Tqz_dbf_rw::dbf_is_in_mem(name); });
+}
+
+// A field count above 0 asks for the table to be restructured to those
+// fields, which the library cannot do yet: the table keeps its one field.
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int, Tqz_dbf_field*) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
+                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, true); });
+}
+
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,
+                                             Tqz_dbf_field* fields) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
+                   [&] { return qz_dbf_mem_create_w(widen(name).c_str(), nf, fields); });
+}
+
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_load_w(const wchar_t* name) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
+                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, false); });
+}
+
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_load(const char* name) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
+                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, false); });
+}
+
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_find_w(const wchar_t* name) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
+                   [&] { return Tqz_dbf_rw::dbf_find_mem(name); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_free(Tqz_dbf_memory* h) {
+    return guarded(false, [&] { return Tqz_dbf_rw::dbf_free_mem_by_ptr(h); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_save(Tqz_dbf_memory* h) {
+    return on_mem(h, false, [](Tqz_dbf_memory* t) { return t->save(); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_save_as_w(Tqz_dbf_memory* h, const wchar_t* path) {
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->save(path); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_save_as(Tqz_dbf_memory* h, const char* path) {
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->save(widen(path).c_str()); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_reload(Tqz_dbf_memory* h) {
+    return on_mem(h, false, [](Tqz_dbf_memory* t) { return t->reload(); });
+}
+
+QZ_DBF_API unsigned int qz_dbf_mem_get_nf(Tqz_dbf_memory* h) {
+    return on_mem(h, 0u, [](Tqz_dbf_memory* t) { return t->get_nf(); });
+}
+
+QZ_DBF_API unsigned int qz_dbf_mem_get_nr(Tqz_dbf_memory* h) {
+    return on_mem(h, 0u, [](Tqz_dbf_memory* t) { return t->get_nr(); });
+}
+
+QZ_DBF_API const char* qz_dbf_mem_get_field_name(Tqz_dbf_memory* h, unsigned int field) {
+    return on_mem(h, static_cast<const char*>(nullptr),
+                  [&](Tqz_dbf_memory* t) { return t->get_field_name(field); });
+}
+
+QZ_DBF_API void qz_dbf_mem_get_field_name_w(Tqz_dbf_memory* h, unsigned int field,
+                                            Iqz_string_adp* adp) {
+    on_mem(h, [&](Tqz_dbf_memory* t) { t->get_field_name(field, adp); });
+}
+
+QZ_DBF_API Tqz_dbf_field_type qz_dbf_mem_get_field_type(Tqz_dbf_memory* h, unsigned int field) {
+    return on_mem(h, dbf_ft_unknown, [&](Tqz_dbf_memory* t) { return t->get_field_type(field); });
+}
+
+QZ_DBF_API unsigned int qz_dbf_mem_get_field_flen(Tqz_dbf_memory* h, unsigned int field) {
+    return on_mem(h, 0u, [&](Tqz_dbf_memory* t) {
+        return static_cast<unsigned int>(static_cast<unsigned char>(t->get_field_flen(field)));
+    });
+}
+
+QZ_DBF_API int qz_dbf_mem_get_field_dlen(Tqz_dbf_memory* h, unsigned int field) {
+    return on_mem(h, 0, [&](Tqz_dbf_memory* t) {
+        return static_cast<int>(static_cast<signed char>(t->get_field_dlen(field)));
+    });
+}
+
+QZ_DBF_API unsigned int qz_dbf_mem_find_fld_index(Tqz_dbf_memory* h, const wchar_t* name) {
+    return on_mem(h, 0xFFFFFFFFu, [&](Tqz_dbf_memory* t) { return t->find_field_index(name); });
+}
+
+QZ_DBF_API const char* qz_dbf_mem_get_str(Tqz_dbf_memory* h, unsigned int field,
+                                          unsigned int record, bool& ok) {
+    return on_mem(h, static_cast<const char*>(nullptr),
+                  [&](Tqz_dbf_memory* t) { return t->get_as_string(field, record, ok); });
+}
+
+QZ_DBF_API const wchar_t* qz_dbf_mem_get_wstr(Tqz_dbf_memory* h, unsigned int field,
+                                              unsigned int record, unsigned int& length,
+                                              bool& ok) {
+    return on_mem(h, static_cast<const wchar_t*>(nullptr), [&](Tqz_dbf_memory* t) {
+        return t->get_as_wchar_t(field, record, length, ok);
+    });
+}
+
+QZ_DBF_API int qz_dbf_mem_get_int(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                  bool& ok) {
+    return on_mem(h, 0, [&](Tqz_dbf_memory* t) { return t->get_as_integer(field, record, ok); });
+}
+
+QZ_DBF_API double qz_dbf_mem_get_dbl(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                     bool& ok) {
+    return on_mem(h, 0.0, [&](Tqz_dbf_memory* t) { return t->get_as_double(field, record, ok); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_get_bool(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                    bool& ok) {
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->get_as_bool(field, record, ok); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                   Tqz_any* value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->get_as_any(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                   const char* value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->set_as_string(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_set_wstr(Tqz_dbf_memory* h, int field, int record,
+                                    const wchar_t* value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->set_as_wstring(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_set_int(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                   int value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->set_as_integer(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_set_dbl(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                   double value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->set_as_double(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_set_bool(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                    bool value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->set_as_bool(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
+                                   Tqz_any* value) {
+    return on_mem(h, false,
+                  [&](Tqz_dbf_memory* t) { return t->set_as_any(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_mem_add(Tqz_dbf_memory* h) {
+    on_mem(h, [](Tqz_dbf_memory* t) { t->add(); });
+    return true;
+}
+
+QZ_DBF_API bool qz_dbf_mem_ins(Tqz_dbf_memory* h, unsigned int record) {
+    on_mem(h, [&](Tqz_dbf_memory* t) { t->ins(record); });
+    return true;
+}
+
+QZ_DBF_API bool qz_dbf_mem_del(Tqz_dbf_memory* h, unsigned int record) {
+    on_mem(h, [&](Tqz_dbf_memory* t) { t->del(record); });
+    return true;
+}
+
+}  // extern "C"

@@ -1,0 +1,447 @@
+#include "memory/memory_core.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <vector>
+
+#include "code_page_text.h"
+#include "memory/records.h"
+#include "notify/dbf_notifier.h"
+#include "support/filesystem.h"
+
+using namespace qz::dbf;
+
+namespace {
+
+void put_today(uint8_t* header) {
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    header[hdr_year] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
+    header[hdr_month] = static_cast<uint8_t>(local.tm_mon + 1);
+    header[hdr_day] = static_cast<uint8_t>(local.tm_mday);
+}
+
+// Closes a stream when the scope ends.
+struct File_closer {
+    FILE* f;
+    ~File_closer() {
+        if (f) std::fclose(f);
+    }
+};
+
+}  // namespace
+
+Tqz_dbf_memory_core::Tqz_dbf_memory_core() : records(new Tqz_dbf_records()) {
+    try {
+        notifier = Tqz_dbf_notifier::get_instance("");
+    } catch (...) {
+        delete records;
+        throw;
+    }
+}
+
+Tqz_dbf_memory_core::~Tqz_dbf_memory_core() {
+    if (notifier) {
+        // A last update for whoever listens to the table's name.
+        begin_update();
+        update();
+        end_update();
+        Tqz_dbf_notifier::release(notifier);
+        notifier = nullptr;
+    }
+    close();
+    delete records;
+}
+
+void Tqz_dbf_memory_core::set_filename(const wchar_t* name) {
+    Tqz_dbf_notifier* taken = Tqz_dbf_notifier::get_instance(name);
+    if (notifier) Tqz_dbf_notifier::release(notifier);
+    notifier = taken;
+    filename = name ? name : L"";
+}
+
+void Tqz_dbf_memory_core::begin_update() {
+    if (notifier) notifier->begin_update();
+}
+
+void Tqz_dbf_memory_core::end_update() {
+    if (notifier) notifier->end_update();
+}
+
+void Tqz_dbf_memory_core::update() {
+    if (!notifier) return;
+    notifier->begin_update();
+    notifier->broadcast_update_event();
+    notifier->end_update();
+}
+
+void Tqz_dbf_memory_core::set_record_count(uint32_t n) {
+    put_u32(header + hdr_record_count, n);
+}
+
+bool Tqz_dbf_memory_core::init() {
+    Tqz_dbf_field id;
+    std::memset(&id, 0, sizeof id);
+    std::strcpy(id.name, "ID");
+    id.type = 'N';
+    id.flen = 10;
+    id.dlen = 0;
+    return create_new(1, 0, &id, false);
+}
+
+bool Tqz_dbf_memory_core::create_new(unsigned int n_fields, unsigned int n_records,
+                                     Tqz_dbf_field* fields, bool /*flag*/) {
+    records->clear();
+    std::memset(header, 0, sizeof header);
+    header[hdr_version] = version_created;
+    put_today(header);
+    if ((!fields && n_fields > 0) || n_fields > INT_MAX / descriptor_size ||
+        !set_nf(static_cast<int>(n_fields))) {
+        free_descriptors();
+        put_u16(header + hdr_header_length, static_cast<uint16_t>(header_size + 1));
+        put_u16(header + hdr_record_length, 1);
+        records->set_length(1);
+        return false;
+    }
+    uint32_t record_length = 1;
+    for (unsigned int i = 0; i < n_fields; ++i) record_length += fields[i].flen;
+    put_u32(header + hdr_record_count, n_records);
+    put_u16(header + hdr_header_length, static_cast<uint16_t>(n_fields * 32u + 33u));
+    put_u16(header + hdr_record_length, static_cast<uint16_t>(record_length));
+
+    uint32_t offset = 1;
+    for (unsigned int i = 0; i < n_fields; ++i) {
+        Tdbf_descriptor& d = descriptors[i];
+        std::memset(d.bytes, 0, descriptor_size);
+        char name[fld_name_size] = {0};
+        std::memcpy(name, fields[i].name, sizeof name - 1);  // at most 10 significant
+        std::strncpy(d.name(), str_to_raw(name), 10);
+        d.bytes[fld_type] = static_cast<uint8_t>(fields[i].type);
+        d.set_offset(offset);
+        d.bytes[fld_length] = fields[i].flen;
+        d.bytes[fld_decimals] = static_cast<uint8_t>(fields[i].dlen);
+        offset += fields[i].flen;
+    }
+    records->set_length(get_record_length());
+    try {
+        records->set_size(n_records);
+    } catch (const std::bad_alloc&) {
+        records->clear();
+        set_record_count(0);
+        return false;
+    }
+    return true;
+}
+
+bool Tqz_dbf_memory_core::load() {
+    close();
+    if (filename.empty()) return false;  // no file, and no lock beside it
+    lock_path = filename + L".lk";
+    if (!lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive))
+        return false;
+    load_cpg(filename);
+    FILE* file = qz::filesystem::wfopen(filename, "rb");
+    if (!file) return false;
+    File_closer closer{file};
+    if (!read_file(file)) return false;
+    // Memo files, whether or not the table has memo fields: version 0xF5
+    // looks for its .fpt first, all others for a .dbt.
+    if (header[hdr_version] == version_foxpro_memo) {
+        if (!open_fpt(filename.c_str(), true)) open_dbt(filename.c_str(), true);
+    } else {
+        if (!open_dbt(filename.c_str(), true)) open_fpt(filename.c_str(), true);
+    }
+    return true;
+}
+
+// Header, descriptors and records of an open file. A file shorter than its
+// header says gives fewer records (the last one completed with spaces); the
+// header's record count is set to what was loaded.
+bool Tqz_dbf_memory_core::read_file(FILE* file) {
+    std::memset(header, 0, sizeof header);
+    std::rewind(file);
+    if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
+    uint64_t file_size = 0;
+    if (fseeko(file, 0, SEEK_END) == 0) {
+        off_t end = ftello(file);
+        if (end > 0) file_size = static_cast<uint64_t>(end);
+    }
+
+    // Descriptors from offset 32 until 0x0D, the end of the file, or the
+    // first that would not end within the header length.
+    const unsigned header_length = get_header_length();
+    std::vector<Tdbf_descriptor> found;
+    if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
+        for (uint64_t k = 0;; ++k) {
+            if (header_size + descriptor_size * k >= file_size) break;
+            if (((descriptor_size * k + 64) & 0xFFFF) > header_length) break;
+            Tdbf_descriptor d;
+            std::memset(&d, 0, sizeof d);
+            if (std::fread(d.bytes, 1, descriptor_size, file) == 0) break;
+            if (d.bytes[0] == descriptor_terminator) break;
+            found.push_back(d);
+        }
+    }
+    std::clearerr(file);
+    if (!set_nf(static_cast<int>(found.size()))) return false;
+    uint32_t offset = 1;
+    for (size_t k = 0; k < found.size(); ++k) {
+        descriptors[k] = found[k];
+        descriptors[k].set_offset(offset);
+        offset += found[k].flen();
+    }
+
+    const unsigned record_length = get_record_length();
+    uint64_t n = get_nr();
+    const uint64_t data = file_size > header_length ? file_size - header_length : 0;
+    n = record_length == 0 ? 0 : std::min<uint64_t>(n, (data + record_length - 1) / record_length);
+    try {
+        records->clear();
+        records->set_length(record_length);
+        records->set_size(static_cast<unsigned int>(n), false);
+    } catch (const std::bad_alloc&) {
+        records->clear();
+        set_record_count(0);
+        return false;
+    }
+    set_record_count(static_cast<uint32_t>(n));
+
+    // The records lie one after another in the file and (after a fresh
+    // set_size) in memory, so they are read in runs as long as memory has
+    // them together.
+    bool short_read = fseeko(file, static_cast<off_t>(header_length), SEEK_SET) != 0;
+    for (unsigned int i = 0; i < n;) {
+        unsigned int run = static_cast<unsigned int>(n) - i;
+        unsigned char* bytes = records->get_block(i, run);
+        if (!bytes) break;
+        const size_t want = static_cast<size_t>(run) * record_length;
+        const size_t got = short_read ? 0 : std::fread(bytes, 1, want, file);
+        if (got < want) {
+            std::memset(bytes + got, ' ', want - got);
+            short_read = true;
+        }
+        i += run;
+    }
+    return true;
+}
+
+bool Tqz_dbf_memory_core::save() {
+    return save(get_filename());
+}
+
+bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
+    std::wstring path = path_w ? path_w : L"";
+    FILE* file = qz::filesystem::wfopen(path, "wb");
+    if (!file) return false;
+    put_today(header);
+    bool ok = std::fwrite(header, 1, header_size, file) == header_size;
+    if (nf > 0)
+        ok = ok && std::fwrite(descriptors, descriptor_size, static_cast<size_t>(nf), file) ==
+                       static_cast<size_t>(nf);
+    ok = ok && std::fputc(descriptor_terminator, file) != EOF;
+    const unsigned int count = records->get_size();
+    const size_t length = records->get_length();
+    for (unsigned int i = 0; ok && i < count && length > 0;) {
+        unsigned int run = count - i;
+        unsigned char* bytes = records->get_block(i, run);
+        if (!bytes) break;
+        ok = std::fwrite(bytes, length, run, file) == run;
+        i += run;
+    }
+    ok = ok && std::fputc(end_of_file, file) != EOF;
+    ok = (std::fclose(file) == 0) && ok;
+    save_cpg(path, false);
+    return ok;
+}
+
+bool Tqz_dbf_memory_core::save(const char* path) {
+    std::wstring w = path ? qz::basic::cp_to_wide(0, path, std::strlen(path)) : std::wstring();
+    return save(w.c_str());
+}
+
+void Tqz_dbf_memory_core::close() {
+    // Only the holder of the lock removes its file: a load that did not get
+    // the lock leaves another holder's ".lk" alone.
+    if (lock_file.win.is_open()) lock_file.win.close_and_remove(lock_path);
+}
+
+void Tqz_dbf_memory_core::add_records(unsigned int n) {
+    begin_update();
+    for (unsigned int i = 0; i < n; ++i) add();
+    update();
+    end_update();
+}
+
+unsigned int Tqz_dbf_memory_core::field_length(int field) {
+    return field >= 0 && field < nf ? descriptors[field].flen() : 0;
+}
+
+unsigned char* Tqz_dbf_memory_core::cell(int field, int record, size_t want, size_t& avail) {
+    avail = 0;
+    if (field < 0 || field >= nf || record < 0 ||
+        static_cast<unsigned int>(record) >= records->get_size())
+        return nullptr;
+    unsigned char* bytes = records->get_ptr(static_cast<unsigned int>(record));
+    const size_t length = records->get_length();
+    const size_t offset = descriptors[field].offset();
+    if (!bytes || offset >= length) return nullptr;
+    avail = std::min(want, length - offset);
+    return bytes + offset;
+}
+
+bool Tqz_dbf_memory_core::has_record(unsigned int record) {
+    return record < get_nr() && record < records->get_size();
+}
+
+const char* Tqz_dbf_memory_core::get_string(int field, int record) {
+    size_t n = 0;
+    const unsigned char* p = cell(field, record, field_length(field), n);
+    if (p) std::memcpy(raw_buffer, p, n);
+    raw_buffer[n] = 0;
+    return raw_buffer;
+}
+
+int Tqz_dbf_memory_core::get_integer(int field, int record) {
+    int value = 0;
+    size_t n = 0;
+    const unsigned char* p = cell(field, record, sizeof value, n);
+    if (p) std::memcpy(&value, p, n);
+    return value;
+}
+
+float Tqz_dbf_memory_core::get_float(int field, int record) {
+    float value = 0;
+    size_t n = 0;
+    const unsigned char* p = cell(field, record, sizeof value, n);
+    if (p) std::memcpy(&value, p, n);
+    return value;
+}
+
+double Tqz_dbf_memory_core::get_double(int field, int record) {
+    double value = 0;
+    size_t n = 0;
+    const unsigned char* p = cell(field, record, sizeof value, n);
+    if (p) std::memcpy(&value, p, n);
+    return value;
+}
+
+void Tqz_dbf_memory_core::set_string(int field, int record, const char* text) {
+    begin_update();
+    size_t n = 0;
+    unsigned char* p = cell(field, record, field_length(field), n);
+    if (p) {
+        // As strncpy over the field: the text, then zero bytes.
+        size_t len = text ? strnlen(text, n) : 0;
+        if (len > 0) std::memcpy(p, text, len);
+        std::memset(p + len, 0, n - len);
+    }
+    update();
+    end_update();
+}
+
+void Tqz_dbf_memory_core::set_integer(int field, int record, int value) {
+    begin_update();
+    update();
+    // The field's length in bytes of the value, at most all four of them.
+    size_t n = 0;
+    unsigned char* p = cell(field, record, std::min<size_t>(field_length(field), sizeof value), n);
+    if (p) std::memcpy(p, &value, n);
+    update();
+    end_update();
+}
+
+void Tqz_dbf_memory_core::set_float(int field, int record, float value) {
+    begin_update();
+    size_t n = 0;
+    unsigned char* p = cell(field, record, sizeof value, n);
+    if (p) std::memcpy(p, &value, n);
+    update();
+    end_update();
+}
+
+void Tqz_dbf_memory_core::set_double(int field, int record, double value) {
+    begin_update();
+    size_t n = 0;
+    unsigned char* p = cell(field, record, sizeof value, n);
+    if (p) std::memcpy(p, &value, n);
+    update();
+    end_update();
+}
+
+bool Tqz_dbf_memory_core::add() {
+    begin_update();
+    records->add();
+    set_record_count(get_nr() - 1);
+    update();
+    end_update();
+    return true;
+}
+
+bool Tqz_dbf_memory_core::ins(unsigned int i) {
+    begin_update();
+    if (records->ins(i)) set_record_count(get_nr() + 1);
+    update();
+    end_update();
+    return true;
+}
+
+bool Tqz_dbf_memory_core::del(unsigned int i) {
+    begin_update();
+    if (records->del(i)) set_record_count(get_nr() - 1);
+    update();
+    end_update();
+    return true;
+}
+
+unsigned int Tqz_dbf_memory_core::get_record_size() {
+    return get_record_length();
+}
+
+void Tqz_dbf_memory_core::get_record(unsigned int record, unsigned char* dst) {
+    const size_t size = get_record_size();
+    if (!dst || size == 0) return;
+    std::memset(dst, 0, size);
+    if (record >= records->get_size()) return;
+    const size_t length = records->get_length();
+    const size_t offset = nf > 0 ? descriptors[0].offset() : 1;
+    const unsigned char* bytes = records->get_ptr(record);
+    size_t n = 0;
+    if (bytes && offset < length) {
+        n = std::min(size, length - offset);
+        std::memcpy(dst, bytes + offset, n);
+    }
+    if (n < size) {
+        const unsigned char* next =
+            record + 1 < records->get_size() ? records->get_ptr(record + 1) : nullptr;
+        dst[n] = next && length > 0 ? next[0] : end_of_file;
+    }
+}
+
+bool Tqz_dbf_memory_core::set_record(unsigned int record, unsigned char* src) {
+    if (!src || record >= records->get_size()) return false;
+    begin_update();
+    update();
+    const size_t length = records->get_length();
+    const size_t offset = nf > 0 ? descriptors[0].offset() : 1;
+    unsigned char* bytes = records->get_ptr(record);
+    if (bytes && offset < length)
+        std::memcpy(bytes + offset, src, std::min<size_t>(get_record_size(), length - offset));
+    end_update();
+    return true;
+}
+
+void Tqz_dbf_memory_core::swap_structure(Tqz_dbf_memory_core* other) {
+    if (!other || other == this) return;
+    uint8_t image[header_size];
+    std::memcpy(image, header, header_size);
+    std::memcpy(header, other->header, header_size);
+    std::memcpy(other->header, image, header_size);
+    std::swap(nf, other->nf);
+    std::swap(descriptors, other->descriptors);
+    std::swap(field_index, other->field_index);
+    std::swap(records, other->records);
+}

@@ -1,0 +1,370 @@
+#include "memory/memory_table.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "dbf/record.h"
+#include "memory/records.h"
+
+namespace {
+
+// An owned copy of a text (null counts as empty); throws when memory runs
+// out, before anything has changed.
+char* dup_text(const char* text) {
+    char* copy = strdup(text ? text : "");
+    if (!copy) throw std::bad_alloc();
+    return copy;
+}
+
+}  // namespace
+
+void Tqz_dbf_memory::history::begin_update() {
+    owner->begin_update();
+}
+
+void Tqz_dbf_memory::history::end_update() {
+    owner->end_update();
+}
+
+Tqz_dbf_memory::Tqz_dbf_memory() : history(this) {
+    open_history(qz_history_manager_get_instance());
+}
+
+Tqz_dbf_memory::Tqz_dbf_memory(Iqz_history_manager* manager) : history(this) {
+    open_history(manager);
+}
+
+Tqz_dbf_memory::~Tqz_dbf_memory() {
+    if (history.handle) qz_history_destroy(history.handle);
+    history.handle = nullptr;
+}
+
+void Tqz_dbf_memory::open_history(Iqz_history_manager* manager) {
+    history.manager = manager;
+    history.handle = manager ? qz_history_manager_create_history(
+                                   manager, Tqz_history_wrapper::begin_update_callback,
+                                   Tqz_history_wrapper::end_update_callback, &history)
+                             : nullptr;
+}
+
+void Tqz_dbf_memory::submit(op_base* op) {
+    if (history.handle) {
+        qz_history_add_item(history.handle, Tqz_history_item_adapter_base::redo_callback,
+                            Tqz_history_item_adapter_base::undo_callback,
+                            Tqz_history_item_adapter_base::erase_callback, op);
+        return;
+    }
+    std::unique_ptr<op_base> owned(op);
+    owned->redo();
+}
+
+Tqz_dbf_record* Tqz_dbf_memory::copy_record(const unsigned char* bytes, unsigned int size) {
+    auto* copy = new Tqz_dbf_record(size);
+    if (copy->get_size() != size) {
+        delete copy;
+        throw std::bad_alloc();
+    }
+    if (size > 0 && bytes) std::memcpy(copy->get_ptr(), bytes, size);
+    return copy;
+}
+
+void Tqz_dbf_memory::restore_record(unsigned int index, const Tqz_dbf_record* saved) {
+    Tqz_dbf_records* store = get_records();
+    unsigned int at = std::min(index, store->get_size());
+    if (at < store->get_size())
+        store->ins(at);
+    else
+        store->add();
+    set_record_count(get_nr() + 1);
+    unsigned char* bytes = store->get_ptr(at);
+    if (bytes && saved && saved->get_ptr())
+        std::memcpy(bytes, saved->get_ptr(), std::min(saved->get_size(), store->get_length()));
+}
+
+// Through the history, text is space-padded: L bytes of the field get the
+// first min(L, length) bytes of the text, then spaces.
+void Tqz_dbf_memory::write_text(int field, int record, const char* text) {
+    size_t n = 0;
+    unsigned char* p = cell(field, record, field_length(field), n);
+    if (!p) return;
+    size_t len = text ? strnlen(text, n) : 0;
+    if (len > 0) std::memcpy(p, text, len);
+    std::memset(p + len, ' ', n - len);
+}
+
+// A binary value: `size` bytes of it, or with `by_field` at most the
+// field's length of them.
+void Tqz_dbf_memory::write_bytes(int field, int record, const void* value, size_t size,
+                                 bool by_field) {
+    size_t want = by_field ? std::min<size_t>(field_length(field), size) : size;
+    size_t n = 0;
+    unsigned char* p = cell(field, record, want, n);
+    if (p) std::memcpy(p, value, n);
+}
+
+bool Tqz_dbf_memory::add() {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, unsigned int at) : op_base(t), index(at) {}
+        void redo() override {
+            in_update([this] {
+                // The record goes to the end, wherever that is now.
+                index = table->get_records()->get_size();
+                table->get_records()->add();
+                table->set_record_count(table->get_nr() + 1);
+            });
+        }
+        void undo() override {
+            in_update([this] {
+                if (table->get_records()->del(index))
+                    table->set_record_count(table->get_nr() - 1);
+            });
+        }
+        uint32_t index;
+    };
+    submit(new op(this, get_nr()));
+    return true;
+}
+
+bool Tqz_dbf_memory::ins(unsigned int i) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, unsigned int at) : op_base(t), index(at), made(at) {}
+        void redo() override {
+            in_update([this] {
+                Tqz_dbf_records* store = table->get_records();
+                made = std::min(index, store->get_size());
+                if (made < store->get_size())
+                    store->ins(made);
+                else
+                    store->add();
+                table->set_record_count(table->get_nr() + 1);
+            });
+        }
+        void undo() override {
+            // The record the insert made, also when it was appended.
+            in_update([this] {
+                if (table->get_records()->del(made))
+                    table->set_record_count(table->get_nr() - 1);
+            });
+        }
+        uint32_t index;
+        uint32_t made;
+    };
+    submit(new op(this, i));
+    return true;
+}
+
+bool Tqz_dbf_memory::del(unsigned int i) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, unsigned int at) : op_base(t), index(at) {
+            Tqz_dbf_records* store = t->get_records();
+            if (at < store->get_size()) saved = copy_record(store->get_ptr(at), store->get_length());
+        }
+        ~op() override { delete saved; }
+        void redo() override {
+            in_update([this] {
+                removed = table->get_records()->del(index);
+                if (removed) table->set_record_count(table->get_nr() - 1);
+            });
+        }
+        void undo() override {
+            // A delete beyond the last record changed nothing, so its undo
+            // does not either.
+            in_update([this] {
+                if (removed) table->restore_record(index, saved);
+                removed = false;
+            });
+        }
+        uint32_t index;
+        Tqz_dbf_record* saved = nullptr;
+        bool removed = false;
+    };
+    submit(new op(this, i));
+    return true;
+}
+
+void Tqz_dbf_memory::set_string(int field, int record, const char* text) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, int f, int r, const char* text)
+            : op_base(t), field(f), record(r), new_value(dup_text(text)) {
+            try {
+                old_value = dup_text(t->get_string(f, r));
+            } catch (...) {
+                std::free(new_value);
+                throw;
+            }
+        }
+        ~op() override {
+            std::free(new_value);
+            std::free(old_value);
+        }
+        void redo() override {
+            in_update([this] { table->write_text(field, record, new_value); });
+        }
+        void undo() override {
+            in_update([this] { table->write_text(field, record, old_value); });
+        }
+        int32_t field;
+        int32_t record;
+        char* new_value;
+        char* old_value = nullptr;
+    };
+    submit(new op(this, field, record, text));
+}
+
+void Tqz_dbf_memory::set_integer(int field, int record, int value) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, int f, int r, int v)
+            : op_base(t), field(f), record(r), new_value(v), old_value(t->get_integer(f, r)) {}
+        void redo() override {
+            in_update([this] { table->write_bytes(field, record, &new_value, 4, true); });
+        }
+        void undo() override {
+            in_update([this] { table->write_bytes(field, record, &old_value, 4, true); });
+        }
+        int32_t field;
+        int32_t record;
+        int new_value;
+        int old_value;
+    };
+    submit(new op(this, field, record, value));
+}
+
+void Tqz_dbf_memory::set_float(int field, int record, float value) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, int f, int r, float v)
+            : op_base(t), field(f), record(r), new_value(v), old_value(t->get_float(f, r)) {}
+        void redo() override {
+            in_update([this] { table->write_bytes(field, record, &new_value, 4, false); });
+        }
+        void undo() override {
+            in_update([this] { table->write_bytes(field, record, &old_value, 4, false); });
+        }
+        int32_t field;
+        int32_t record;
+        float new_value;
+        float old_value;
+    };
+    submit(new op(this, field, record, value));
+}
+
+void Tqz_dbf_memory::set_double(int field, int record, double value) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, int f, int r, double v)
+            : op_base(t), field(f), record(r), new_value(v), old_value(t->get_double(f, r)) {}
+        void redo() override {
+            in_update([this] { table->write_bytes(field, record, &new_value, 8, false); });
+        }
+        void undo() override {
+            in_update([this] { table->write_bytes(field, record, &old_value, 8, false); });
+        }
+        int32_t field;
+        int32_t record;
+        double new_value;
+        double old_value;
+    };
+    submit(new op(this, field, record, value));
+}
+
+bool Tqz_dbf_memory::delete_records(const std::vector<unsigned int>& indexes) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, const std::vector<unsigned int>& at) : op_base(t), indexes(at) {
+            Tqz_dbf_records* store = t->get_records();
+            try {
+                saved.reserve(indexes.size());
+                for (unsigned int i : indexes)
+                    saved.push_back(i < store->get_size()
+                                        ? copy_record(store->get_ptr(i), store->get_length())
+                                        : nullptr);
+                removed.assign(indexes.size(), false);
+            } catch (...) {
+                for (Tqz_dbf_record* r : saved) delete r;
+                throw;
+            }
+        }
+        ~op() override {
+            for (Tqz_dbf_record* r : saved) delete r;
+        }
+        void redo() override {
+            // From the last index down, so the earlier ones stay in place.
+            in_update([this] {
+                for (size_t k = indexes.size(); k-- > 0;) {
+                    removed[k] = table->get_records()->del(indexes[k]);
+                    if (removed[k]) table->set_record_count(table->get_nr() - 1);
+                }
+            });
+        }
+        void undo() override {
+            in_update([this] {
+                for (size_t k = 0; k < indexes.size(); ++k) {
+                    if (removed[k]) table->restore_record(indexes[k], saved[k]);
+                    removed[k] = false;
+                }
+            });
+        }
+        std::vector<unsigned int> indexes;
+        std::vector<Tqz_dbf_record*> saved;
+        std::vector<bool> removed;
+    };
+    submit(new op(this, indexes));
+    return true;
+}
+
+bool Tqz_dbf_memory::replace_structure(Tqz_dbf_memory_core* built) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, Tqz_dbf_memory_core* o) : op_base(t), other(o) {}
+        ~op() override { delete other; }
+        // After the first redo the table has the new structure and `other`
+        // the old one; every further undo or redo swaps them back.
+        void redo() override {
+            in_update([this] { table->swap(other); });
+        }
+        void undo() override {
+            in_update([this] { table->swap(other); });
+        }
+        Tqz_dbf_memory_core* other;
+    };
+    if (!built || built == this) return false;
+    op* change;
+    try {
+        change = new op(this, built);
+    } catch (...) {
+        delete built;
+        throw;
+    }
+    qz_history_manager_begin_update(qz_history_manager_get_instance());
+    try {
+        submit(change);
+    } catch (...) {
+        qz_history_manager_end_update(qz_history_manager_get_instance());
+        throw;
+    }
+    qz_history_manager_end_update(qz_history_manager_get_instance());
+    return true;
+}
+
+bool Tqz_dbf_memory::restruct(void*) {
+    return false;
+}
+
+bool Tqz_dbf_memory::reload() {
+    bool loaded = load();
+    if (!loaded) init();
+    // The old items' indexes and copies do not fit the data any more.
+    if (history.handle) qz_history_destroy(history.handle);
+    history.handle = nullptr;
+    open_history(history.manager);
+    update();
+    return loaded;
+}

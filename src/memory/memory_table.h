@@ -1,0 +1,103 @@
+// Tqz_dbf_memory: the memory table that the rest of the library uses. Each
+// change (a record added, inserted or deleted, a raw value written, records
+// deleted together, the structure replaced) is made as an operation object
+// and handed to the table's history in the history manager of qzk_basic,
+// which performs it and can later undo and redo it. A table without a
+// history performs the same operation at once and forgets it.
+//
+// Every operation checks, when it runs, that its record and field are still
+// there (a history outlives re-creations of the table through the handle),
+// and keeps the header's record count equal to the number of records.
+#pragma once
+
+#include <vector>
+
+#include "memory/history_item.h"
+#include "memory/history_wrapper.h"
+#include "memory/memory_core.h"
+#include "qzk_basic.h"
+
+class Tqz_dbf_record;
+
+class Tqz_dbf_memory : public Tqz_dbf_memory_core {
+  public:
+    // The link to the history manager; its begin and end bracket an undo or
+    // redo run on the table's notifier.
+    class history : public Tqz_history_wrapper {
+      public:
+        explicit history(Tqz_dbf_memory* table) : owner(table) {}
+        void begin_update() override;
+        void end_update() override;
+
+        Iqz_history_manager* manager = nullptr;
+        void* handle = nullptr;
+        Tqz_dbf_memory* owner;
+    };
+
+    // The base of the table's operations: the table comes first.
+    class op_base : public Tqz_history_item_adapter_base {
+      public:
+        explicit op_base(Tqz_dbf_memory* t) : table(t) {}
+
+      protected:
+        // Runs one direction of a change inside one update of the table.
+        template <class F>
+        void in_update(F&& change) {
+            table->begin_update();
+            change();
+            table->update();
+            table->end_update();
+        }
+
+        Tqz_dbf_memory* table;
+    };
+
+    // With the process's history manager (none while it is disabled).
+    Tqz_dbf_memory();
+    // With the given manager; null gives a table without undo.
+    explicit Tqz_dbf_memory(Iqz_history_manager* manager);
+    ~Tqz_dbf_memory() override;
+
+    bool add() override;
+    bool ins(unsigned int i) override;
+    bool del(unsigned int i) override;
+    void set_string(int field, int record, const char* text) override;
+    void set_integer(int field, int record, int value) override;
+    void set_float(int field, int record, float value) override;
+    void set_double(int field, int record, double value) override;
+
+    // Removes the records at `indexes` (ascending, each below the record
+    // count) as one operation.
+    bool delete_records(const std::vector<unsigned int>& indexes);
+
+    // Gives the table the header, fields and records of `built` (which it
+    // takes) as one operation; undo gives the old ones back.
+    bool replace_structure(Tqz_dbf_memory_core* built);
+    // Restructuring from a restructure descriptor is not available yet:
+    // refuses (false) and changes nothing.
+    bool restruct(void* descriptor) override;
+
+    // Loads the file again (the one-field table when that fails) and starts
+    // a new, empty history.
+    bool reload();
+    // Exchanges header, fields and records with `other`.
+    void swap(Tqz_dbf_memory_core* other) { swap_structure(other); }
+
+    Iqz_history_manager* get_history_manager() const { return history.manager; }
+    void* get_history_handle() const { return history.handle; }
+
+  private:
+    // Records `op` in the history, which performs it; without a history
+    // performs it at once and destroys it.
+    void submit(op_base* op);
+    void open_history(Iqz_history_manager* manager);
+
+    // The raw writes of the operations, on cells that are there.
+    void write_text(int field, int record, const char* text);
+    void write_bytes(int field, int record, const void* value, size_t size, bool by_field);
+    static Tqz_dbf_record* copy_record(const unsigned char* bytes, unsigned int size);
+    // Puts a copy of `saved` at `index` (at the end when there are fewer).
+    void restore_record(unsigned int index, const Tqz_dbf_record* saved);
+
+    class history history;
+};
