@@ -5,6 +5,9 @@
 // are written (a decimal comma becomes a point), dates may be given as
 // YYYY-MM-DD; when the table keeps the value in another form (cut to the
 // field's length, rounded), that form is reported.
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <string>
 
@@ -13,6 +16,19 @@
 namespace qzdbf {
 
 namespace {
+
+// Whether two texts are the same number (to the 11 digits cells show).
+bool same_number(const std::string& a, const std::string& b) {
+    auto number = [](std::string s, double& v) {
+        s = trim_blanks(s);
+        if (!s.empty() && s[0] == '+') s.erase(0, 1);
+        auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+        return ec == std::errc() && end == s.data() + s.size();
+    };
+    double x = 0, y = 0;
+    if (!number(a, x) || !number(b, y)) return a == b;
+    return x == y || std::fabs(x - y) <= 1e-10 * std::max(std::fabs(x), std::fabs(y));
+}
 
 bool all_digits(const std::string& s) {
     for (char c : s)
@@ -95,10 +111,19 @@ int cmd_set(const Args& args) {
         qz_dbf_close(t);
         return fail(kFailed, "the field cannot hold '" + args[3] + "'");
     }
-    std::string stored = cell_text(t, field, record, nullptr);
+    // Say so when the table keeps something else than was given: a number
+    // too long for its field (kept empty) or rounded, text cut at the
+    // field's length.
+    bool ok = false;
+    std::string stored = cell_text(t, field, record, &ok);
+    bool numeric = numeric_field(t, field);
     qz_dbf_close(t);
-    std::string given = trim_blanks(value);
-    if (stored != given) std::fprintf(stderr, "qzdbf: stored as '%s'\n", stored.c_str());
+    if (numeric && !ok) {
+        std::fprintf(stderr, "qzdbf: %s does not fit the field: the cell is empty now\n",
+                     args[3].c_str());
+    } else if (numeric ? !same_number(stored, value) : stored != trim_blanks(value)) {
+        std::fprintf(stderr, "qzdbf: stored as '%s'\n", stored.c_str());
+    }
     return kOk;
 }
 

@@ -14,16 +14,14 @@ namespace qzdbf {
 
 namespace {
 
-// Columns a text takes on the terminal (bytes when it does not decode).
+// Columns a text takes on the terminal: its characters as the library reads
+// system text, wide ones counting two where the C library knows them.
 size_t display_width(const std::string& text) {
-    std::mbstate_t state{};
-    const char* p = text.c_str();
-    size_t n = std::mbsrtowcs(nullptr, &p, 0, &state);
-    if (n == static_cast<size_t>(-1)) return text.size();
-    std::wstring w(n, L'\0');
-    p = text.c_str();
-    state = std::mbstate_t{};
-    std::mbsrtowcs(w.data(), &p, n, &state);
+    if (text.empty()) return 0;
+    int n = qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+    if (n <= 0) return text.size();
+    std::wstring w(static_cast<size_t>(n), L'\0');
+    qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), w.data(), n);
     size_t width = 0;
     for (wchar_t c : w) {
         int cw = ::wcwidth(c);
@@ -32,12 +30,18 @@ size_t display_width(const std::string& text) {
     return width;
 }
 
-void print_padded(const std::string& text, size_t width, bool right) {
+void pad_to(std::string& line, const std::string& text, size_t width, bool right) {
     size_t w = display_width(text);
     std::string pad(width > w ? width - w : 0, ' ');
-    if (right) std::fputs(pad.c_str(), stdout);
-    std::fputs(text.c_str(), stdout);
-    if (!right) std::fputs(pad.c_str(), stdout);
+    line += right ? pad + text : text + pad;
+}
+
+// Ends a line of the columns, without the padding after its last value.
+void put_line(std::string& line) {
+    line.erase(line.find_last_not_of(' ') + 1);
+    line += '\n';
+    std::fputs(line.c_str(), stdout);
+    line.clear();
 }
 
 // A CSV field: quoted when it holds a comma, a quote or a line break, with
@@ -120,23 +124,24 @@ int cmd_dump(const Args& args) {
         }
     if (index_width < 1) index_width = 1;
 
-    print_padded("#", index_width, true);
+    std::string line;
+    pad_to(line, "#", index_width, true);
     for (unsigned int f = 0; f < nf; ++f) {
-        std::fputs("  ", stdout);
-        print_padded(names[f], width[f], right[f]);
+        line += "  ";
+        pad_to(line, names[f], width[f], right[f]);
     }
-    std::fputc('\n', stdout);
-    std::fputs(std::string(index_width, '-').c_str(), stdout);
-    for (unsigned int f = 0; f < nf; ++f) std::printf("  %s", std::string(width[f], '-').c_str());
-    std::fputc('\n', stdout);
+    put_line(line);
+    line = std::string(index_width, '-');
+    for (unsigned int f = 0; f < nf; ++f) line += "  " + std::string(width[f], '-');
+    put_line(line);
     for (unsigned long long r = first; r < end; ++r) {
-        print_padded(std::to_string(r), index_width, true);
+        pad_to(line, std::to_string(r), index_width, true);
         for (unsigned int f = 0; f < nf; ++f) {
-            std::fputs("  ", stdout);
-            print_padded(cell_text(t, f, static_cast<unsigned int>(r), nullptr), width[f],
-                         right[f]);
+            line += "  ";
+            pad_to(line, cell_text(t, f, static_cast<unsigned int>(r), nullptr), width[f],
+                   right[f]);
         }
-        std::fputc('\n', stdout);
+        put_line(line);
     }
     qz_dbf_close(t);
     return kOk;
