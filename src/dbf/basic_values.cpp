@@ -129,8 +129,8 @@ const char* Tqz_dbf_basic::get_as_string_raw(unsigned int field, unsigned int re
                     *comma = '.';
                 char shown[64];
                 double v;
-                if (decimal_g19(value_buffer, shown))
-                    std::memcpy(value_buffer, shown, 20);
+                if (size_t len = decimal_g19(value_buffer, shown))
+                    std::memcpy(value_buffer, shown, len + 1);
                 else if (scan_double(value_buffer, v))
                     format_g19(value_buffer, v);
             }

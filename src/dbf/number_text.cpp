@@ -270,8 +270,9 @@ size_t format_g19(char* out, double v) {
         }
     }
     char buf[40];
-    auto [end2, ec2] = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 11);
-    size_t len = ec2 == std::errc() ? static_cast<size_t>(end2 - buf) : 0;
+    // Everything else exactly, as printf would.
+    auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 11);
+    size_t len = ec == std::errc() ? static_cast<size_t>(end - buf) : 0;
     size_t pad = len < 19 ? 19 - len : 0;
     std::memset(out, ' ', pad);
     std::memcpy(out + pad, buf, len);
