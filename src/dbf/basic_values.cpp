@@ -113,7 +113,8 @@ const char* Tqz_dbf_basic::get_as_string_raw(unsigned int field, unsigned int re
         return value_buffer;
     }
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    const Tqz_dbf_field_type type = get_field_type(field);
+    switch (type) {
         case dbf_ft_numeric:
         case dbf_ft_float: {
             const char* text = skip_ws(get_string(f, r));
@@ -121,7 +122,7 @@ const char* Tqz_dbf_basic::get_as_string_raw(unsigned int field, unsigned int re
             std::memcpy(value_buffer, text, n);
             value_buffer[n] = 0;
             ok = n > 0;
-            if (get_field_type(field) == dbf_ft_float) {
+            if (type == dbf_ft_float) {
                 // A decimal comma is read as a point; the number is shown
                 // right-aligned with 11 significant digits.
                 if (char* comma =

@@ -96,6 +96,20 @@ inline char* utf8_put(char* o, char32_t c) {
     return o;
 }
 
+// Length of the leading run of whole eight-byte words of ASCII (without a
+// zero byte when `to_nul`).
+inline size_t ascii_words(const unsigned char* p, const unsigned char* end, bool to_nul) {
+    const unsigned char* q = p;
+    while (end - q >= 8) {
+        uint64_t w;
+        std::memcpy(&w, q, 8);
+        uint64_t zero = (w - 0x0101010101010101ull) & ~w & 0x8080808080808080ull;
+        if ((w & 0x8080808080808080ull) | (to_nul ? zero : 0)) break;
+        q += 8;
+    }
+    return static_cast<size_t>(q - p);
+}
+
 // Length of the leading run of ASCII bytes, eight at a time.
 inline size_t ascii_run(const unsigned char* p, size_t len) {
     size_t i = 0;
@@ -205,9 +219,7 @@ std::unique_ptr<byte_table> build_table(unsigned cp) {
 
 }  // namespace
 
-void text_converter::resolve_pair(unsigned from_cp, unsigned to_cp) {
-    const unsigned system = from_cp == 0 || to_cp == 0 ? qz_options_get_ansi_code_page() : 0;
-    if (from_cp == pair_from_ && to_cp == pair_to_ && system == pair_system_) return;
+void text_converter::resolve_pair_again(unsigned from_cp, unsigned to_cp, unsigned system) {
     // The sides stay where they are until a third and fourth code page are
     // asked for; the pair is looked up again then.
     const side& a = resolve(from_cp ? from_cp : system);
@@ -216,19 +228,13 @@ void text_converter::resolve_pair(unsigned from_cp, unsigned to_cp) {
     pair_from_ = from_cp;
     pair_to_ = to_cp;
     pair_system_ = system;
+    pair_tables_ = pair_a_->kind != k_other && pair_b_->kind != k_other;
 }
 
 void text_converter::narrow(unsigned from_cp, unsigned to_cp, const char* src, size_t len,
                             bool to_nul, text_buffer& out) {
     resolve_pair(from_cp, to_cp);
     convert_text(src, len, to_nul, false, out);
-}
-
-const char* text_converter::narrow_view(unsigned from_cp, unsigned to_cp, const char* src,
-                                        size_t len, text_buffer& out) {
-    resolve_pair(from_cp, to_cp);
-    const char* kept = convert_text(src, len, true, true, out);
-    return kept ? kept : out.c_str();
 }
 
 const char* text_converter::convert_text(const char* src, size_t len, bool to_nul, bool keep,
@@ -264,6 +270,14 @@ const char* text_converter::convert_text(const char* src, size_t len, bool to_nu
                 if (*p < 0x80) {
                     if (*p == 0 && to_nul) break;
                     ++p;
+                    p += ascii_words(p, end, to_nul);
+                    continue;
+                }
+                // Two-byte UTF-8 (Cyrillic, Latin letters with marks) is the
+                // common case and checked here; the rest by utf8_next.
+                if (a.kind == k_utf8 && p[0] >= 0xC2 && p[0] < 0xE0 && end - p >= 2 &&
+                    (p[1] & 0xC0) == 0x80) {
+                    p += 2;
                     continue;
                 }
                 char32_t c;
@@ -287,6 +301,10 @@ const char* text_converter::convert_text(const char* src, size_t len, bool to_nu
                     if (c0 == 0 && to_nul) break;
                     *o++ = static_cast<char>(c0);
                     ++p;
+                    size_t run = ascii_words(p, end, to_nul);
+                    std::memcpy(o, p, run);
+                    o += run;
+                    p += run;
                     continue;
                 }
                 if (a.kind == k_bytes && b.kind == k_utf8) {

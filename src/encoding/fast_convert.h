@@ -19,6 +19,8 @@
 #include <string>
 #include <utility>
 
+#include "qzk_basic.h"
+
 namespace qz::strconv {
 
 // The bytes of one single-byte code page and the characters they stand for.
@@ -77,7 +79,22 @@ class text_converter {
     // change it (plain ASCII, or text valid in its code page when both are
     // one), else the converted text in `out`.
     const char* narrow_view(unsigned from_cp, unsigned to_cp, const char* src, size_t len,
-                            text_buffer& out);
+                            text_buffer& out) {
+        resolve_pair(from_cp, to_cp);
+        // Most cells are plain ASCII (numbers, dates, codes): seen here, they
+        // need no call at all.
+        if (pair_tables_) {
+            for (size_t i = 0; i + 8 <= len; i += 8) {
+                uint64_t w;
+                std::memcpy(&w, src + i, 8);
+                if (w & 0x8080808080808080ull) break;
+                // A zero byte ends the text: all of it was ASCII.
+                if ((w - 0x0101010101010101ull) & ~w & 0x8080808080808080ull) return src;
+            }
+        }
+        const char* kept = convert_text(src, len, true, true, out);
+        return kept ? kept : out.c_str();
+    }
 
     // The result of qz::basic::cp_to_wide(cp, src, len).
     void to_wide(unsigned cp, const char* src, size_t len, std::wstring& out);
@@ -96,7 +113,12 @@ class text_converter {
     // place of `keep`.
     const side& resolve(unsigned cp, const side* keep = nullptr);
     // The sides of a narrow conversion.
-    void resolve_pair(unsigned from_cp, unsigned to_cp);
+    void resolve_pair(unsigned from_cp, unsigned to_cp) {
+        const unsigned system = from_cp == 0 || to_cp == 0 ? qz_options_get_ansi_code_page() : 0;
+        if (from_cp != pair_from_ || to_cp != pair_to_ || system != pair_system_)
+            resolve_pair_again(from_cp, to_cp, system);
+    }
+    void resolve_pair_again(unsigned from_cp, unsigned to_cp, unsigned system);
     // Converts into `out`; null when the text would come back unchanged and
     // `keep` allows that answer.
     const char* convert_text(const char* src, size_t len, bool to_nul, bool keep, text_buffer& out);
@@ -109,6 +131,7 @@ class text_converter {
     unsigned pair_from_ = 0xFFFFFFFF, pair_to_ = 0xFFFFFFFF, pair_system_ = 0;
     const side* pair_a_ = nullptr;
     const side* pair_b_ = nullptr;
+    bool pair_tables_ = false;  // both sides convert by table (ASCII stays as it is)
 };
 
 }  // namespace qz::strconv
