@@ -135,8 +135,8 @@ def compare_cell(ftype, cell, theirs, raw, dbversion):
     if ftype == "F":
         if theirs is None:
             return None if text.strip(WS).strip("*").strip(WS) == "" else "blank"
-        # Shown with 11 significant digits.
-        return None if same_float(number(text), float(theirs), 1e-10) else "number"
+        # Shown as printf's %19.11g shows the number.
+        return None if text.strip(WS) == "%.11g" % theirs else "number"
     if ftype == "L":
         if not cell.get("typed_ok"):
             return None if theirs is None else "logical"
@@ -146,12 +146,14 @@ def compare_cell(ftype, cell, theirs, raw, dbversion):
             return None if text.strip(WS + "0") == "" else "date"
         return None if text.strip(WS) == theirs.strftime("%Y%m%d") else "date"
     if ftype == "I":
-        return None if cell.get("typed_ok") and int(cell["typed"]) == theirs else "integer"
+        if not (cell.get("typed_ok") and int(cell["typed"]) == theirs):
+            return "integer"
+        return None if text.strip(WS) == str(theirs) else "integer text"
     if ftype == "B":
         ours = float.fromhex(cell["typed"]) if cell.get("typed_ok") else None
         if ours is None or not (ours == theirs or (math.isnan(ours) and math.isnan(theirs))):
             return "double"
-        return None if same_float(number(text), theirs, 1e-10) else "double text"
+        return None if text.strip(WS) == "%.11g" % theirs else "double text"
     return None
 
 
