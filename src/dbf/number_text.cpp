@@ -155,9 +155,9 @@ void format_double(std::string& out, double v, const number_format& f) {
     out.clear();
     int precision = f.precision < 0 ? 6 : f.precision;
     if (!std::isfinite(v) || precision > max_fast_precision || f.width > 1000) {
-        char spec[32];
-        std::snprintf(spec, sizeof spec, "%%%s*.*%c", f.left ? "-" : "", f.conversion);
-        out = vformat(spec, f.width, precision, v);
+        char pattern[32];
+        std::snprintf(pattern, sizeof pattern, "%%%s*.*%c", f.left ? "-" : "", f.conversion);
+        out = vformat(pattern, f.width, precision, v);
         return;
     }
     char buf[1024];
@@ -166,9 +166,9 @@ void format_double(std::string& out, double v, const number_format& f) {
                                                  : std::chars_format::general;
     auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v, cf, precision);
     if (ec != std::errc()) {
-        char spec[32];
-        std::snprintf(spec, sizeof spec, "%%%s*.*%c", f.left ? "-" : "", f.conversion);
-        out = vformat(spec, f.width, precision, v);
+        char pattern[32];
+        std::snprintf(pattern, sizeof pattern, "%%%s*.*%c", f.left ? "-" : "", f.conversion);
+        out = vformat(pattern, f.width, precision, v);
         return;
     }
     size_t len = static_cast<size_t>(end - buf);

@@ -153,11 +153,11 @@ TEST(Neutral, IndexesOutOfRangeAndRecordsPastTheEnd) {
         const char* name;
         Tqz_dbf_field_type type;
         unsigned char flen;
-    } specs[] = {{"C", dbf_ft_char, 255},  {"N", dbf_ft_numeric, 10}, {"F", dbf_ft_float, 10},
-                 {"L", dbf_ft_logical, 1}, {"D", dbf_ft_date, 8},     {"I", dbf_ft_integer, 4},
-                 {"B", dbf_ft_double, 8},  {"M", dbf_ft_memo, 10}};
+    } defs[] = {{"C", dbf_ft_char, 255},  {"N", dbf_ft_numeric, 10}, {"F", dbf_ft_float, 10},
+                {"L", dbf_ft_logical, 1}, {"D", dbf_ft_date, 8},     {"I", dbf_ft_integer, 4},
+                {"B", dbf_ft_double, 8},  {"M", dbf_ft_memo, 10}};
     std::vector<Tqz_dbf_field> fields;
-    for (auto& s : specs) {
+    for (auto& s : defs) {
         Tqz_dbf_field f;
         qz_dbf_field_init(&f, s.name, s.type, s.flen, 0);
         fields.push_back(f);

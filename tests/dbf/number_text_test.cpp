@@ -139,11 +139,11 @@ TEST(NumberText, FormattingWritesWhatSprintfWrites) {
         f.width = static_cast<int>(rng() % 22);
         f.precision = static_cast<int>(rng() % 20) - 1;
         f.left = rng() % 2;
-        char spec[32];
-        std::snprintf(spec, sizeof spec, "%%%s*.*%c", f.left ? "-" : "", f.conversion);
-        std::snprintf(want, sizeof want, spec, f.width, f.precision < 0 ? 6 : f.precision, v);
+        char pattern[32];
+        std::snprintf(pattern, sizeof pattern, "%%%s*.*%c", f.left ? "-" : "", f.conversion);
+        std::snprintf(want, sizeof want, pattern, f.width, f.precision < 0 ? 6 : f.precision, v);
         format_double(got, v, f);
-        ASSERT_EQ(got, want) << spec << " " << f.width << " " << f.precision << " of " << v;
+        ASSERT_EQ(got, want) << pattern << " " << f.width << " " << f.precision << " of " << v;
     }
 }
 

@@ -13,7 +13,7 @@
 
 namespace {
 
-struct Spec {
+struct Field_def {
     const char* name;
     Tqz_dbf_field_type type;
     unsigned char flen;
@@ -30,9 +30,9 @@ class Values : public ::testing::Test {
 
     // Creates the table, then opens it again for writing (a table is read
     // back only after it has been opened again).
-    void make(const std::vector<Spec>& specs, unsigned records, int encoding = 1251) {
+    void make(const std::vector<Field_def>& defs, unsigned records, int encoding = 1251) {
         fields.clear();
-        for (const Spec& s : specs) {
+        for (const Field_def& s : defs) {
             Tqz_dbf_field f;
             qz_dbf_field_init(&f, s.name, s.type, s.flen, s.dlen);
             fields.push_back(f);
