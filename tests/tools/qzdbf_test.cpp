@@ -2,6 +2,8 @@
 // Cyrillic text in the terminal's encoding (UTF-8 here).
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <string>
 
 #include "test_support.h"
@@ -109,10 +111,24 @@ TEST(QzdbfSample, TheShippedSampleReads) {
     for (const char* type : {"  C ", "  N ", "  F ", "  L ", "  D ", "  I ", "  B "})
         EXPECT_NE(info.find(type), std::string::npos) << type;
     std::string csv = qzdbf("dump " + sample + " --csv");
-    EXPECT_NE(csv.find("Иванов Иван Иванович,Москва,19800517,123456.78,0.125,T,2,4.75\r\n"),
+    // Memo text comes from sample.dbt, converted from CP1251, whole and quoted
+    // (it holds a line break) in CSV.
+    EXPECT_NE(csv.find("Иванов Иван Иванович,Москва,19800517,123456.78,0.125,T,2,4.75,"
+                       "\"Руководитель отдела продаж.\nЛюбит шахматы и длинные прогулки.\"\r\n"),
               std::string::npos)
         << csv;
     EXPECT_NE(csv.find("\"Smith, John \"\"Jack\"\"\",London"), std::string::npos) << csv;
+    EXPECT_NE(csv.find(",5,\r\n"), std::string::npos) << "record 3 has no memo: " << csv;
+
+    // The aligned view keeps a record on one line and cuts long memos.
+    std::string rows = qzdbf("dump " + sample + " --count 1");
+    EXPECT_NE(rows.find("Руководитель отдела продаж. Любит шахма…\n"), std::string::npos) << rows;
+    EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), 3) << rows;
+
+    // --raw shows the block numbers the memo cells hold.
+    std::string raw = qzdbf("dump " + sample + " --csv --raw --count 3");
+    EXPECT_NE(raw.find(",4.75,1\r\n"), std::string::npos) << raw;
+    EXPECT_NE(raw.find(",3.9,2\r\n"), std::string::npos) << raw;
 }
 
 }  // namespace

@@ -49,4 +49,8 @@ std::string trim_blanks(const std::string& text);
 // value.
 std::string cell_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, bool* ok);
 
+// The memo an M cell points to, as system text; "<binary, N bytes>" for a
+// picture or object memo. False (and "") when the cell leads to no memo.
+bool memo_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, std::string& text);
+
 }  // namespace qzdbf

@@ -1,7 +1,9 @@
-// qzdbf dump PATH [--csv] [--from N] [--count N]
+// qzdbf dump PATH [--csv] [--raw] [--from N] [--count N]
 //
 // Prints records as aligned columns for a person, or as CSV (RFC 4180) for a
-// program. Values are system text, that is the terminal's encoding.
+// program. Values are system text, that is the terminal's encoding. Memo
+// fields show their text (cut to a column's width in the aligned view, whole
+// in CSV); --raw shows the block numbers the cells hold instead.
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
@@ -56,16 +58,46 @@ std::string csv_field(const std::string& text) {
     return out + "\"";
 }
 
+// Widest a memo column gets in the aligned view.
+constexpr size_t kMemoColumns = 40;
+
+// Line breaks and tabs of a memo as spaces, and the text cut to `columns`
+// with a marker, so that one record stays on one line.
+std::string one_line(std::string text, size_t columns) {
+    for (char& c : text)
+        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+    if (display_width(text) <= columns) return text;
+    const bool utf8 = qz_options_get_ansi_code_page() == 65001;
+    const std::string marker = utf8 ? "\xE2\x80\xA6" : "...";
+    const size_t keep = columns - (utf8 ? 1 : 3);
+    int n = qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), nullptr, 0);
+    std::wstring w(static_cast<size_t>(n > 0 ? n : 0), L'\0');
+    if (n > 0) qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), w.data(), n);
+    size_t width = 0, k = 0;
+    for (; k < w.size(); ++k) {
+        int cw = ::wcwidth(w[k]);
+        size_t add = cw < 0 ? 1 : static_cast<size_t>(cw);
+        if (width + add > keep) break;
+        width += add;
+    }
+    int m = qz_wide_to_code_page(0, w.data(), static_cast<int>(k), nullptr, 0);
+    std::string cut(static_cast<size_t>(m > 0 ? m : 0), '\0');
+    if (m > 0) qz_wide_to_code_page(0, w.data(), static_cast<int>(k), cut.data(), m);
+    return cut + marker;
+}
+
 }  // namespace
 
 int cmd_dump(const Args& args) {
     std::string path;
-    bool csv = false;
+    bool csv = false, raw = false;
     unsigned long long from = 0, count = 0xFFFFFFFFull;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         if (a == "--csv") {
             csv = true;
+        } else if (a == "--raw") {
+            raw = true;
         } else if (a == "--from" || a == "--count") {
             unsigned long long v = 0;
             if (i + 1 >= args.size() || !parse_count(args[i + 1], 0xFFFFFFFFull, v))
@@ -88,6 +120,16 @@ int cmd_dump(const Args& args) {
     const unsigned long long nr = qz_dbf_get_nr(t);
     const unsigned long long first = from < nr ? from : nr;
     const unsigned long long end = nr - first < count ? nr : first + count;
+    std::vector<bool> memo(nf);
+    for (unsigned int f = 0; f < nf; ++f)
+        memo[f] = !raw && qz_dbf_get_field_type(t, f) == dbf_ft_memo;
+    // A cell as shown: memo text for memo fields, else the value's text.
+    auto value = [&](unsigned int f, unsigned long long r) {
+        std::string text;
+        if (memo[f] && memo_text(t, f, static_cast<unsigned int>(r), text))
+            return csv ? text : one_line(text, kMemoColumns);
+        return cell_text(t, f, static_cast<unsigned int>(r), nullptr);
+    };
     std::vector<std::string> names(nf);
     for (unsigned int f = 0; f < nf; ++f) {
         const char* name = qz_dbf_get_field_name(t, f);
@@ -100,8 +142,7 @@ int cmd_dump(const Args& args) {
         std::fputs("\r\n", stdout);
         for (unsigned long long r = first; r < end; ++r) {
             for (unsigned int f = 0; f < nf; ++f) {
-                std::string v = cell_text(t, f, static_cast<unsigned int>(r), nullptr);
-                std::printf("%s%s", f ? "," : "", csv_field(v).c_str());
+                std::printf("%s%s", f ? "," : "", csv_field(value(f, r)).c_str());
             }
             std::fputs("\r\n", stdout);
         }
@@ -119,7 +160,7 @@ int cmd_dump(const Args& args) {
     size_t index_width = std::to_string(end > 0 ? end - 1 : 0).size();
     for (unsigned long long r = first; r < end; ++r)
         for (unsigned int f = 0; f < nf; ++f) {
-            size_t w = display_width(cell_text(t, f, static_cast<unsigned int>(r), nullptr));
+            size_t w = display_width(value(f, r));
             if (w > width[f]) width[f] = w;
         }
     if (index_width < 1) index_width = 1;
@@ -138,8 +179,7 @@ int cmd_dump(const Args& args) {
         pad_to(line, std::to_string(r), index_width, true);
         for (unsigned int f = 0; f < nf; ++f) {
             line += "  ";
-            pad_to(line, cell_text(t, f, static_cast<unsigned int>(r), nullptr), width[f],
-                   right[f]);
+            pad_to(line, value(f, r), width[f], right[f]);
         }
         put_line(line);
     }

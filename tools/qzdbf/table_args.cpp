@@ -74,6 +74,34 @@ std::string cell_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record
     return trim_blanks(text);
 }
 
+bool memo_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, std::string& text) {
+    text.clear();
+    bool ok = false;
+    unsigned int length = 0, type = 0;
+    const unsigned char* bytes = qz_dbf_get_memo_bytes(table, field, record, ok, length, type);
+    if (!ok || !bytes) return false;
+    // .dbt memos report type 1; .fpt block headers are reported as stored,
+    // big-endian, so text (1) shows as 0x01000000 there.
+    if (type != 1 && type != 0x01000000u) {
+        text = "<binary, " + std::to_string(length) + " bytes>";
+        return true;
+    }
+    if (length == 0) return true;
+    // Memo bytes are in the table's encoding; the terminal wants system text.
+    unsigned int cp = qz_dbf_get_utf8_flag(table) ? 65001 : qz_dbf_get_dos_flag(table) ? 866 : 1251;
+    int len = length > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int>(length);
+    const char* raw = reinterpret_cast<const char*>(bytes);
+    int n = qz_code_page_to_wide(cp, raw, len, nullptr, 0);
+    std::wstring wide(static_cast<size_t>(n > 0 ? n : 0), L'\0');
+    if (n > 0) qz_code_page_to_wide(cp, raw, len, wide.data(), n);
+    int m = qz_wide_to_code_page(0, wide.data(), n, nullptr, 0);
+    text.assign(static_cast<size_t>(m > 0 ? m : 0), '\0');
+    if (m > 0) qz_wide_to_code_page(0, wide.data(), n, text.data(), m);
+    // A memo may end with padding or a terminator.
+    while (!text.empty() && (text.back() == '\0' || text.back() == '\x1A')) text.pop_back();
+    return true;
+}
+
 std::string trim_blanks(const std::string& s) {
     const char* ws = " \t\n\r\v\f";
     size_t b = s.find_first_not_of(ws);
