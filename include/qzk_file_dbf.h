@@ -148,6 +148,110 @@ QZ_DBF_API int qz_dbf_get_field_dlen(Tqz_dbf_rw* handle, unsigned int field);
 /* The index of the field named exactly `name`; 0xFFFFFFFF when none is. */
 QZ_DBF_API unsigned int qz_dbf_find_field_index_w(Tqz_dbf_rw* handle, const wchar_t* name);
 
+/* Layers: a DBF table has one (index 0, with the empty name) and accepts
+ * any index. */
+QZ_DBF_API unsigned int qz_dbf_get_layer(Tqz_dbf_rw* handle);
+QZ_DBF_API bool qz_dbf_set_layer(Tqz_dbf_rw* handle, unsigned int layer);
+QZ_DBF_API void qz_dbf_get_layer_name(Tqz_dbf_rw* handle, unsigned int layer, Iqz_string_adp* adp);
+
+/* Renames a field (at most 10 bytes in the table's encoding are kept). */
+QZ_DBF_API void qz_dbf_set_field_name(Tqz_dbf_rw* handle, unsigned int field, const char* name);
+QZ_DBF_API void qz_dbf_set_field_name_w(Tqz_dbf_rw* handle, unsigned int field,
+                                        const wchar_t* name);
+
+/* ---- Cell values ---------------------------------------------------------------
+ *
+ * Every getter and setter takes the field index, then the record index. An
+ * index out of range (or a record the file does not hold) gives the neutral
+ * result: a getter answers 0, 0.0, false or empty text and clears `ok` (the
+ * text getters leave `ok` as it was), a setter writes nothing and answers
+ * false.
+ *
+ * As text, by field type: C, L, D, M and others as stored; N with leading
+ * blanks removed (`ok` false for a blank cell); F reformatted with 11
+ * significant digits in 19 columns; I and B printed. Writing text to an N or
+ * F field that is not a number empties the cell and answers false; a number
+ * too long for an N or F field is written empty and still answers true. Text
+ * values are system text; the _w forms take wide text. */
+
+/* The cell as system text (borrowed). */
+QZ_DBF_API const char* qz_dbf_get_str(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                      QZ_OUT(bool) ok);
+/* The cell as wide text fed to `adp`; false (and `adp` untouched) when the
+ * cell has no value. */
+QZ_DBF_API bool qz_dbf_get_str_w(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                 Iqz_string_adp* adp);
+/* The cell as wide text (borrowed); `length` is left as it was. */
+QZ_DBF_API const wchar_t* qz_dbf_get_wstr(Tqz_dbf_rw* handle, unsigned int field,
+                                          unsigned int record, QZ_OUT(unsigned int) length,
+                                          QZ_OUT(bool) ok, int mode);
+/* Wide text kept in a C field as hexadecimal UTF-16 code units (four
+ * upper-case digits each, a surrogate pair for a character above U+FFFF):
+ * the decoded text (borrowed) and its length in characters. Null for I and B
+ * fields. */
+QZ_DBF_API const wchar_t* qz_dbf_get_wstr_encoded(Tqz_dbf_rw* handle, unsigned int field,
+                                                  unsigned int record, QZ_OUT(unsigned int) length,
+                                                  QZ_OUT(bool) ok);
+/* The same, fed to `adp` (the empty text when nothing could be decoded). */
+QZ_DBF_API void qz_dbf_get_wstr_encoded_adpt(Tqz_dbf_rw* handle, unsigned int field,
+                                             unsigned int record, QZ_OUT(unsigned int) length,
+                                             QZ_OUT(bool) ok, Iqz_string_adp* adp);
+QZ_DBF_API int qz_dbf_get_int(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                              QZ_OUT(bool) ok);
+QZ_DBF_API double qz_dbf_get_dbl(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                 QZ_OUT(bool) ok);
+/* L fields read "t", "true", "1", "y" and "f", "false", "0", "n" in any case. */
+QZ_DBF_API bool qz_dbf_get_bool(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                QZ_OUT(bool) ok);
+/* The cell as a variant: N, F, B floating; I integer; L boolean; others
+ * string. `value` is assigned only when the result is true. */
+QZ_DBF_API bool qz_dbf_get_any(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                               Tqz_any* value);
+
+QZ_DBF_API bool qz_dbf_set_str(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                               const char* value);
+QZ_DBF_API bool qz_dbf_set_str_w(Tqz_dbf_rw* handle, int field, int record, const wchar_t* value);
+/* Keeps up to 64 characters of wide text as hexadecimal (see above); false
+ * for N, F, I and B fields. */
+QZ_DBF_API bool qz_dbf_set_wstr_encoded(Tqz_dbf_rw* handle, int field, int record,
+                                        const wchar_t* value, unsigned int length);
+QZ_DBF_API bool qz_dbf_set_int(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                               int value);
+QZ_DBF_API bool qz_dbf_set_dbl(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                               double value);
+/* I and B fields get 1 or 0; every other field the letter T or F. */
+QZ_DBF_API bool qz_dbf_set_bool(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                bool value);
+QZ_DBF_API bool qz_dbf_set_any(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                               Tqz_any* value);
+
+/* ---- Search and records ---------------------------------------------------------- */
+
+/* The first record whose cell equals `value` (both trimmed, letter case
+ * ignored). `record` is set only when one is found. */
+QZ_DBF_API bool qz_dbf_find_value(Tqz_dbf_rw* handle, unsigned int field, const char* value,
+                                  QZ_OUT(unsigned int) record);
+/* Builds the fast-find index of one field (replacing any other). */
+QZ_DBF_API void qz_dbf_begin_fast_find(Tqz_dbf_rw* handle, unsigned int field);
+/* The last record whose trimmed cell equals the trimmed `value` exactly, as
+ * the index saw the table when it was built. */
+QZ_DBF_API bool qz_dbf_find_value_fast(Tqz_dbf_rw* handle, const char* value,
+                                       QZ_OUT(unsigned int) record);
+QZ_DBF_API void qz_dbf_end_fast_find(Tqz_dbf_rw* handle);
+
+/* Appends `count` blank records. */
+QZ_DBF_API void qz_dbf_add_records(Tqz_dbf_rw* handle, unsigned int count);
+
+/* ---- Validation of typed characters ------------------------------------------------- */
+
+/* Whether `typed` may be added to `text` in the field: digits, signs, "e"
+ * and a decimal separator (a comma becomes a point in `*typed`) for N, F and
+ * B; digits and signs for I; anything for other types, except that with
+ * `length_limit` a full C field refuses (last error 1). A backspace (8) is
+ * always accepted and clears the last error. */
+QZ_DBF_API bool qz_dbf_validate_val(Tqz_dbf_rw* handle, unsigned int field, char* typed,
+                                    const char* text, bool length_limit);
+
 /* The 32-byte file header of a DBF table (version, date, counts, lengths);
  * false when the handle has no DBF table. */
 QZ_DBF_API bool qz_dbf_get_header(Tqz_dbf_rw* handle, unsigned char header[32]);

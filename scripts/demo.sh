@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, creates a sample table in a temporary
-# folder and shows it with qzdbf.
+# Installs what is missing, builds, and shows the sample table with qzdbf.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 "$root/scripts/install-deps.sh"
@@ -8,10 +7,17 @@ cmake -S "$root" -B "$root/build/release" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDeb
 cmake --build "$root/build/release" --target qzdbf
 
 qzdbf="$root/build/release/tools/qzdbf/qzdbf"
-dir="$(mktemp -d)"
-trap 'rm -rf "$dir"' EXIT
-table="$dir/sample.dbf"
-echo "\$ qzdbf create $table NAME:C:30 CITY:C:20 BORN:D:8 SALARY:N:12:2 ACTIVE:L:1 --records 3"
-"$qzdbf" create "$table" NAME:C:30 CITY:C:20 BORN:D:8 SALARY:N:12:2 ACTIVE:L:1 --records 3
-echo "\$ qzdbf info $table"
+# The sample table of examples/ (made by examples/make_sample.sh): every
+# field type, Cyrillic names in CP1251, shown in the terminal's encoding.
+table="$root/examples/sample.dbf"
+echo "\$ qzdbf info examples/sample.dbf"
 "$qzdbf" info "$table"
+echo
+echo "\$ qzdbf dump examples/sample.dbf"
+"$qzdbf" dump "$table"
+echo
+echo "\$ qzdbf dump examples/sample.dbf --csv --from 3"
+"$qzdbf" dump "$table" --csv --from 3
+echo
+echo "\$ qzdbf get examples/sample.dbf city 1"
+"$qzdbf" get "$table" city 1

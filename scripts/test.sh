@@ -25,8 +25,11 @@ stage="$root/build/stage"
 rm -rf "$stage"
 cmake --install "$root/build/release" --prefix "$stage" >/dev/null
 export PKG_CONFIG_PATH="$stage/lib/pkgconfig${PKG_CONFIG_PATH:+:$PKG_CONFIG_PATH}"
+# The .pc file names the prefix the build was configured with; the staging
+# prefix replaces it here.
 cc -std=c99 -Wall -Wextra -Werror -o "$root/build/example_create_table" \
-   "$root/examples/create_table.c" $(pkg-config --cflags --libs qzk_file_dbf)
+   "$root/examples/create_table.c" \
+   $(pkg-config --define-variable=prefix="$stage" --cflags --libs qzk_file_dbf)
 exdir="$(mktemp -d)"
 trap 'rm -rf "$exdir"' EXIT
 "$root/build/example_create_table" "$exdir/example.dbf"

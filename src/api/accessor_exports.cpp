@@ -2,6 +2,7 @@
 // Each calls the current table directly and answers with the neutral result
 // when the handle has no table.
 #include <cstring>
+#include <string>
 
 #include "api/guard.h"
 #include "api/table_rw.h"
@@ -86,6 +87,155 @@ QZ_DBF_API int qz_dbf_get_field_dlen(Tqz_dbf_rw* h, unsigned int field) {
 
 QZ_DBF_API unsigned int qz_dbf_find_field_index_w(Tqz_dbf_rw* h, const wchar_t* name) {
     return on_table(h, 0xFFFFFFFFu, [&](Tqz_dbf_ibasic* t) { return t->find_field_index(name); });
+}
+
+QZ_DBF_API unsigned int qz_dbf_get_layer(Tqz_dbf_rw* h) {
+    return on_table(h, 0u, [](Tqz_dbf_ibasic* t) { return t->get_layer(); });
+}
+
+QZ_DBF_API bool qz_dbf_set_layer(Tqz_dbf_rw* h, unsigned int layer) {
+    return on_table(h, false, [&](Tqz_dbf_ibasic* t) { return t->set_layer(layer); });
+}
+
+QZ_DBF_API void qz_dbf_get_layer_name(Tqz_dbf_rw* h, unsigned int layer, Iqz_string_adp* adp) {
+    on_table(h, [&](Tqz_dbf_ibasic* t) { t->get_layer_name(layer, adp); });
+}
+
+QZ_DBF_API void qz_dbf_set_field_name(Tqz_dbf_rw* h, unsigned int field, const char* name) {
+    on_table(h, [&](Tqz_dbf_ibasic* t) { t->set_field_name(field, name); });
+}
+
+QZ_DBF_API void qz_dbf_set_field_name_w(Tqz_dbf_rw* h, unsigned int field, const wchar_t* name) {
+    on_table(h, [&](Tqz_dbf_ibasic* t) { t->set_field_name(field, name); });
+}
+
+// ---- Values ------------------------------------------------------------------
+
+QZ_DBF_API const char* qz_dbf_get_str(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                      bool& ok) {
+    return on_table(h, static_cast<const char*>(nullptr),
+                    [&](Tqz_dbf_ibasic* t) { return t->get_as_string(field, record, ok); });
+}
+
+QZ_DBF_API bool qz_dbf_get_str_w(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                 Iqz_string_adp* adp) {
+    return on_table(h, false, [&](Tqz_dbf_ibasic* t) {
+        unsigned int length = 0;
+        bool ok = false;
+        const wchar_t* text = t->get_as_wstring(field, record, length, ok, 0);
+        if (!ok) return false;  // the adapter keeps what it had
+        qz_string_adp_feed(adp, text ? text : L"");
+        return true;
+    });
+}
+
+QZ_DBF_API const wchar_t* qz_dbf_get_wstr(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                          unsigned int& length, bool& ok, int mode) {
+    return on_table(h, static_cast<const wchar_t*>(nullptr), [&](Tqz_dbf_ibasic* t) {
+        return t->get_as_wstring(field, record, length, ok, mode);
+    });
+}
+
+QZ_DBF_API const wchar_t* qz_dbf_get_wstr_encoded(Tqz_dbf_rw* h, unsigned int field,
+                                                  unsigned int record, unsigned int& length,
+                                                  bool& ok) {
+    return on_table(h, static_cast<const wchar_t*>(nullptr), [&](Tqz_dbf_ibasic* t) {
+        return t->get_as_wchar_t(field, record, length, ok);
+    });
+}
+
+QZ_DBF_API void qz_dbf_get_wstr_encoded_adpt(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                             unsigned int& length, bool& ok, Iqz_string_adp* adp) {
+    on_table(h, [&](Tqz_dbf_ibasic* t) {
+        // The text is handed on whether or not it could be decoded; a cell
+        // without one gives the empty text.
+        const wchar_t* text = t->get_as_wchar_t(field, record, length, ok);
+        std::wstring copy = text ? text : L"";
+        qz_string_adp_feed(adp, copy.c_str());
+    });
+}
+
+QZ_DBF_API int qz_dbf_get_int(Tqz_dbf_rw* h, unsigned int field, unsigned int record, bool& ok) {
+    return on_table(h, 0, [&](Tqz_dbf_ibasic* t) { return t->get_as_integer(field, record, ok); });
+}
+
+QZ_DBF_API double qz_dbf_get_dbl(Tqz_dbf_rw* h, unsigned int field, unsigned int record, bool& ok) {
+    return on_table(h, 0.0, [&](Tqz_dbf_ibasic* t) { return t->get_as_double(field, record, ok); });
+}
+
+QZ_DBF_API bool qz_dbf_get_bool(Tqz_dbf_rw* h, unsigned int field, unsigned int record, bool& ok) {
+    return on_table(h, false, [&](Tqz_dbf_ibasic* t) { return t->get_as_bool(field, record, ok); });
+}
+
+QZ_DBF_API bool qz_dbf_get_any(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                               Tqz_any* value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->get_as_any(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_set_str(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                               const char* value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->set_as_string(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_set_str_w(Tqz_dbf_rw* h, int field, int record, const wchar_t* value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->set_as_wstring(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_set_wstr_encoded(Tqz_dbf_rw* h, int field, int record, const wchar_t* value,
+                                        unsigned int length) {
+    return on_table(h, false, [&](Tqz_dbf_ibasic* t) {
+        return t->set_as_wchar_t(field, record, value, length);
+    });
+}
+
+QZ_DBF_API bool qz_dbf_set_int(Tqz_dbf_rw* h, unsigned int field, unsigned int record, int value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->set_as_integer(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_set_dbl(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                               double value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->set_as_double(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_set_bool(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                bool value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->set_as_bool(field, record, value); });
+}
+
+QZ_DBF_API bool qz_dbf_set_any(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                               Tqz_any* value) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->set_as_any(field, record, value); });
+}
+
+// ---- Search and records ----------------------------------------------------------
+
+QZ_DBF_API bool qz_dbf_find_value(Tqz_dbf_rw* h, unsigned int field, const char* value,
+                                  unsigned int& record) {
+    return on_table(h, false,
+                    [&](Tqz_dbf_ibasic* t) { return t->find_value(field, value, record); });
+}
+
+QZ_DBF_API void qz_dbf_begin_fast_find(Tqz_dbf_rw* h, unsigned int field) {
+    on_table(h, [&](Tqz_dbf_ibasic* t) { t->begin_fast_find(field); });
+}
+
+QZ_DBF_API bool qz_dbf_find_value_fast(Tqz_dbf_rw* h, const char* value, unsigned int& record) {
+    return on_table(h, false, [&](Tqz_dbf_ibasic* t) { return t->find_value_fast(value, record); });
+}
+
+QZ_DBF_API void qz_dbf_end_fast_find(Tqz_dbf_rw* h) {
+    on_table(h, [](Tqz_dbf_ibasic* t) { t->end_fast_find(); });
+}
+
+QZ_DBF_API void qz_dbf_add_records(Tqz_dbf_rw* h, unsigned int count) {
+    on_table(h, [&](Tqz_dbf_ibasic* t) { t->add_records(count); });
 }
 
 QZ_DBF_API bool qz_dbf_get_header(Tqz_dbf_rw* h, unsigned char header[32]) {

@@ -98,6 +98,66 @@ class Tqz_dbf_rw {
     const char* get_format(unsigned int field) {
         return table ? table->get_format(field) : nullptr;
     }
+    void add_records(unsigned int count) {
+        if (table) table->add_records(count);
+    }
+    bool restruct(void* rstrct) { return table ? table->restruct(rstrct) : false; }
+    const char* get_as_string(unsigned int field, unsigned int record, bool& ok) {
+        return table ? table->get_as_string(field, record, ok) : nullptr;
+    }
+    const wchar_t* get_as_wstring(unsigned int field, unsigned int record, unsigned int& length,
+                                  bool& ok, int mode) {
+        return table ? table->get_as_wstring(field, record, length, ok, mode) : nullptr;
+    }
+    const wchar_t* get_as_wchar_t(unsigned int field, unsigned int record, unsigned int& length,
+                                  bool& ok) {
+        return table ? table->get_as_wchar_t(field, record, length, ok) : nullptr;
+    }
+    int get_as_integer(unsigned int field, unsigned int record, bool& ok) {
+        return table ? table->get_as_integer(field, record, ok) : 0;
+    }
+    double get_as_double(unsigned int field, unsigned int record, bool& ok) {
+        return table ? table->get_as_double(field, record, ok) : 0.0;
+    }
+    bool get_as_bool(unsigned int field, unsigned int record, bool& ok) {
+        return table ? table->get_as_bool(field, record, ok) : false;
+    }
+    bool get_as_any(unsigned int field, unsigned int record, Tqz_any* value) {
+        return table ? table->get_as_any(field, record, value) : false;
+    }
+    bool set_as_string(unsigned int field, unsigned int record, const char* value) {
+        return table ? table->set_as_string(field, record, value) : false;
+    }
+    bool set_as_wchar_t(int field, int record, const wchar_t* value, unsigned int length) {
+        return table ? table->set_as_wchar_t(field, record, value, length) : false;
+    }
+    bool set_as_wstring(int field, int record, const wchar_t* value) {
+        return table ? table->set_as_wstring(field, record, value) : false;
+    }
+    bool set_as_integer(unsigned int field, unsigned int record, int value) {
+        return table ? table->set_as_integer(field, record, value) : false;
+    }
+    bool set_as_double(unsigned int field, unsigned int record, double value) {
+        return table ? table->set_as_double(field, record, value) : false;
+    }
+    bool set_as_bool(unsigned int field, unsigned int record, bool value) {
+        return table ? table->set_as_bool(field, record, value) : false;
+    }
+    bool set_as_any(unsigned int field, unsigned int record, Tqz_any* value) {
+        return table ? table->set_as_any(field, record, value) : false;
+    }
+    bool find_value(unsigned int field, const char* value, unsigned int& record) {
+        return table ? table->find_value(field, value, record) : false;
+    }
+    void begin_fast_find(unsigned int field) {
+        if (table) table->begin_fast_find(field);
+    }
+    bool find_value_fast(const char* value, unsigned int& record) {
+        return table ? table->find_value_fast(value, record) : false;
+    }
+    void end_fast_find() {
+        if (table) table->end_fast_find();
+    }
 
     int32_t last_valid_error = 0;
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 
 #include "code_page_text.h"
 #include "dbf/field.h"
@@ -17,6 +18,8 @@ namespace strconv = qz::strconv;
 Tqz_dbf_basic::Tqz_dbf_basic() {
     std::memset(header, 0, sizeof header);
     format_buffer[0] = 0;
+    std::memset(raw_buffer, 0, sizeof raw_buffer);
+    std::memset(value_buffer, 0, sizeof value_buffer);
 }
 
 Tqz_dbf_basic::~Tqz_dbf_basic() {
@@ -40,27 +43,56 @@ strconv::encodings Tqz_dbf_basic::get_encoding() const {
     return dos_flag ? strconv::cp866 : strconv::cp1251;
 }
 
+unsigned int Tqz_dbf_basic::table_code_page() const {
+    return strconv::encoding_table[get_encoding()].code_page;
+}
+
+// The conversions are built in a spare string and swapped in, so a text that
+// points into the scratch string (the result of the previous conversion) can
+// be converted again.
 const char* Tqz_dbf_basic::str_from_raw(const char* raw) {
-    narrow_scratch = raw ? raw : "";
-    narrow_scratch = strconv::convert(narrow_scratch, get_encoding(), strconv::system, nullptr);
+    if (!raw) raw = "";
+    converter.narrow(table_code_page(), 0, raw, std::strlen(raw), false, narrow_spare);
+    narrow_scratch.swap(narrow_spare);
+    return narrow_scratch.c_str();
+}
+
+const char* Tqz_dbf_basic::raw_to_system(const char* raw) {
+    // The table's own buffers are read whole and the conversion stops at the
+    // terminator, which saves measuring the text first. Text the conversion
+    // would not change is handed out where it is (it stays valid as long).
+    static_assert(sizeof raw_buffer == sizeof value_buffer, "both buffers are read whole");
+    const unsigned int cp = table_code_page();
+    if (raw == raw_buffer || raw == value_buffer) {
+        const char* text = converter.narrow_view(cp, 0, raw, sizeof raw_buffer, narrow_spare);
+        if (text == raw) return raw;
+    } else {
+        converter.narrow(cp, 0, raw, std::strlen(raw), false, narrow_spare);
+    }
+    narrow_scratch.swap(narrow_spare);
     return narrow_scratch.c_str();
 }
 
 const char* Tqz_dbf_basic::str_to_raw(const char* text) {
-    narrow_scratch = text ? text : "";
-    narrow_scratch = strconv::convert(narrow_scratch, strconv::system, get_encoding(), nullptr);
+    if (!text) text = "";
+    converter.narrow(0, table_code_page(), text, std::strlen(text), false, narrow_spare);
+    narrow_scratch.swap(narrow_spare);
     return narrow_scratch.c_str();
 }
 
 const wchar_t* Tqz_dbf_basic::str_from_raw_w(const char* raw) {
-    unsigned int cp = strconv::encoding_table[get_encoding()].code_page;
-    wide_scratch = raw ? qz::basic::cp_to_wide(cp, raw, std::strlen(raw)) : std::wstring();
+    if (raw)
+        converter.to_wide(table_code_page(), raw, std::strlen(raw), wide_scratch);
+    else
+        wide_scratch.clear();
     return wide_scratch.c_str();
 }
 
 const char* Tqz_dbf_basic::str_to_raw_w(const wchar_t* text) {
-    unsigned int cp = strconv::encoding_table[get_encoding()].code_page;
-    narrow_scratch = text ? qz::basic::wide_to_cp(cp, text, std::wcslen(text)) : std::string();
+    std::string raw;
+    if (text) converter.from_wide(table_code_page(), text, std::wcslen(text), raw);
+    narrow_spare.assign(raw.data(), raw.size());
+    narrow_scratch.swap(narrow_spare);
     return narrow_scratch.c_str();
 }
 

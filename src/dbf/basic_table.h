@@ -9,8 +9,10 @@
 #include <string>
 
 #include "dbf/dbf_format.h"
+#include "dbf/fast_find.h"
 #include "dbf/ibasic.h"
 #include "encoding/encodings.h"
+#include "encoding/fast_convert.h"
 
 class Tqz_fpt_rw;
 class Tqz_dbt_rw;
@@ -54,34 +56,48 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     unsigned int find_field_index(const wchar_t* name) override;
     const char* get_format(unsigned int field) override;
 
-    // The value layer of the table: typed reads and writes, search. Until
-    // it is built on the raw cell operations these give neutral results.
-    const char* get_as_string(unsigned int, unsigned int, bool&) override { return nullptr; }
-    const wchar_t* get_as_wstring(unsigned int, unsigned int, unsigned int&, bool&, int) override {
-        return nullptr;
-    }
-    const wchar_t* get_as_wchar_t(unsigned int, unsigned int, unsigned int&, bool&) override {
-        return nullptr;
-    }
-    int get_as_integer(unsigned int, unsigned int, bool&) override { return 0; }
-    double get_as_double(unsigned int, unsigned int, bool&) override { return 0.0; }
-    bool get_as_bool(unsigned int, unsigned int, bool&) override { return false; }
-    bool get_as_any(unsigned int, unsigned int, Tqz_any*) override { return false; }
+    // Typed reads and writes of cells, built on the raw cell operations.
+    // Every one of them answers a field or record index out of range (or a
+    // record the storage does not hold) with its neutral result.
+    const char* get_as_string(unsigned int field, unsigned int record, bool& ok) override;
+    const wchar_t* get_as_wstring(unsigned int field, unsigned int record, unsigned int& length,
+                                  bool& ok, int code_page) override;
+    const wchar_t* get_as_wchar_t(unsigned int field, unsigned int record, unsigned int& count,
+                                  bool& ok) override;
+    int get_as_integer(unsigned int field, unsigned int record, bool& ok) override;
+    double get_as_double(unsigned int field, unsigned int record, bool& ok) override;
+    bool get_as_bool(unsigned int field, unsigned int record, bool& ok) override;
+    bool get_as_any(unsigned int field, unsigned int record, Tqz_any* value) override;
     // The memo of a cell: the block number read through get_as_integer, the
     // memo from the FPT reader when the table holds one, else the DBT reader.
     const unsigned char* get_memo_bytes(unsigned int field, unsigned int record, bool& ok,
                                         unsigned int& len, unsigned int& type) override;
-    bool set_as_string(unsigned int, unsigned int, const char*) override { return false; }
-    bool set_as_wchar_t(int, int, const wchar_t*, unsigned int) override { return false; }
-    bool set_as_wstring(int, int, const wchar_t*) override { return false; }
-    bool set_as_integer(unsigned int, unsigned int, int) override { return false; }
-    bool set_as_double(unsigned int, unsigned int, double) override { return false; }
-    bool set_as_bool(unsigned int, unsigned int, bool) override { return false; }
-    bool set_as_any(unsigned int, unsigned int, Tqz_any*) override { return false; }
-    bool find_value(unsigned int, const char*, unsigned int&) override { return false; }
-    void begin_fast_find(unsigned int) override {}
-    bool find_value_fast(const char*, unsigned int&) override { return false; }
-    void end_fast_find() override {}
+    bool set_as_string(unsigned int field, unsigned int record, const char* text) override;
+    bool set_as_wchar_t(int field, int record, const wchar_t* text, unsigned int count) override;
+    bool set_as_wstring(int field, int record, const wchar_t* text) override;
+    bool set_as_integer(unsigned int field, unsigned int record, int value) override;
+    bool set_as_double(unsigned int field, unsigned int record, double value) override;
+    bool set_as_bool(unsigned int field, unsigned int record, bool value) override;
+    bool set_as_any(unsigned int field, unsigned int record, Tqz_any* value) override;
+
+    // The cell as text in the table's encoding, by field type (numbers
+    // reformatted, binary values printed). Points into this table's buffers.
+    const char* get_as_string_raw(unsigned int field, unsigned int record, bool& ok);
+    // Stores text in the table's encoding, by field type.
+    bool set_as_string_raw(unsigned int field, unsigned int record, const char* raw);
+
+    // Parsing of cell text: a whole number, a number, a logical word ("t",
+    // "true", "1", "y" or "f", "false", "0", "n", in any case, trimmed).
+    static int try_int(const char* text, bool& ok);
+    static double try_dbl(const char* text, bool& ok);
+    static bool try_bool(const char* text, bool& ok);
+
+    // Value search: a scan comparing without regard to letter case, and an
+    // index of one field's texts built once and asked many times.
+    bool find_value(unsigned int field, const char* value, unsigned int& record) override;
+    void begin_fast_find(unsigned int field) override;
+    bool find_value_fast(const char* value, unsigned int& record) override;
+    void end_fast_find() override;
 
     // Raw cell operations of the storage.
     virtual const char* get_string(int field, int record) = 0;
@@ -105,6 +121,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     Tqz_fpt_rw* get_fpt() const { return fpt; }
     Tqz_dbt_rw* get_dbt() const { return dbt; }
 
+    // Whether the storage holds `record`: below the record count, and for a
+    // file, within the file.
+    virtual bool has_record(unsigned int record) { return record < get_nr(); }
+
     // Resizes the descriptor array to max(n, 0) entries; false (nothing
     // changed) when memory runs out.
     bool set_nf(int n);
@@ -124,6 +144,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     }
 
   protected:
+    // Whether the value operations may touch this cell.
+    bool cell_ok(unsigned int field, unsigned int record) {
+        return field < get_nf() && has_record(record);
+    }
     // The descriptor of `field`, or null when there is no such field.
     qz::dbf::Tdbf_descriptor* descriptor(unsigned int field) {
         return field < static_cast<unsigned int>(nf) ? &descriptors[field] : nullptr;
@@ -138,9 +162,28 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     std::map<std::string, unsigned int> field_index;
     bool dos_flag = false;
     bool utf8_flag = false;
+    // Raw field bytes of the last get_string, NUL-terminated (lengths go up
+    // to 255).
+    char raw_buffer[257];
 
   private:
-    std::string narrow_scratch;
+    // The code page of the table's encoding (65001, 866 or 1251).
+    unsigned int table_code_page() const;
+    // Stores `text` through set_string, or an empty text when it is longer
+    // than the field; the result says which.
+    bool set_fitting(unsigned int field, unsigned int record, const std::string& text);
+
+    // Raw table text as system text; `raw` is readable up to a zero byte,
+    // and in the table's own buffers up to their end.
+    const char* raw_to_system(const char* raw);
+
+    qz::strconv::text_buffer narrow_scratch;
+    qz::strconv::text_buffer narrow_spare;  // the next conversion is built here, then swapped in
     std::wstring wide_scratch;
+    std::wstring wide_value;  // the last text decoded from hexadecimal
+    std::string number_text;  // the last number formatted by a setter
     char format_buffer[20];
+    char value_buffer[257];
+    qz::strconv::text_converter converter;
+    Tqz_dbf_fast_find fast_index;
 };

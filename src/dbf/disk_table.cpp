@@ -47,6 +47,9 @@ int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     std::rewind(file);
     if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
     read_descriptors();
+    window.attach(file, !ro);
+    can_read = true;
+    count_whole_records();
 
     // Memo files, whether or not the table has memo fields: FoxPro tables
     // (0xF5) look for their .fpt first, all others for a .dbt.
@@ -106,7 +109,9 @@ int Tqz_dbf_disk::create(const wchar_t* path_w, unsigned int n_fields, unsigned 
     std::wstring path = path_w ? path_w : L"";
     if (!fields && n_fields > 0) return 1;
     if (!take_lock(path, no_lock)) return 1;
-    file = qz::filesystem::wfopen(path, "wb");
+    // The stream can read so that cell writes can go through the window, but
+    // the table reads nothing until it is opened again (can_read).
+    file = qz::filesystem::wfopen(path, "wb+");
     dos_flag = dos;
     // The notifier is taken even when the file could not be made; the next
     // close gives it back.
@@ -166,6 +171,9 @@ int Tqz_dbf_disk::create(const wchar_t* path_w, unsigned int n_fields, unsigned 
     }
     std::fputc(end_of_file, file);
     std::fflush(file);
+    window.attach(file, true);
+    can_read = false;
+    count_whole_records();
     return 0;
 }
 
@@ -192,9 +200,170 @@ void Tqz_dbf_disk::close() {
     save_cpg(filename, read_only);
     read_only = true;
     filename.clear();
+    whole_records = 0;
     if (file) {
+        window.detach();
         std::fclose(file);
         if (lock_file.win.is_open()) lock_file.win.close_and_remove(lock_path);
         file = nullptr;
     }
+}
+
+// ---- Record access -------------------------------------------------------------
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+              "binary cells are read and written in the host's byte order");
+
+bool Tqz_dbf_disk::flush() {
+    return window.flush();
+}
+
+void Tqz_dbf_disk::count_whole_records() {
+    whole_records = 0;
+    if (!file) return;
+    const uint64_t size = window.size(), hl = get_header_length(), rl = get_record_length();
+    uint64_t n = get_nr();
+    if (rl > 0)
+        n = size < hl ? 0 : std::min<uint64_t>(n, (size - hl) / rl);
+    else if (size < hl)
+        n = 0;
+    whole_records = static_cast<uint32_t>(n);
+}
+
+bool Tqz_dbf_disk::has_record(unsigned int record) {
+    return record < whole_records;
+}
+
+bool Tqz_dbf_disk::cell_position(int field, int record, uint64_t& pos, unsigned& flen) {
+    Tdbf_descriptor* d = descriptor(static_cast<unsigned int>(field));
+    if (!d || !has_record(static_cast<unsigned int>(record))) return false;
+    pos = record_position(static_cast<unsigned int>(record)) + d->offset();
+    flen = d->flen();
+    return true;
+}
+
+const char* Tqz_dbf_disk::get_string(int field, int record) {
+    uint64_t pos;
+    unsigned flen;
+    if (!cell_position(field, record, pos, flen)) {
+        raw_buffer[0] = 0;
+        return raw_buffer;
+    }
+    if (can_read)
+        window.read(pos, raw_buffer, flen);
+    else
+        std::memset(raw_buffer, 0, flen);
+    raw_buffer[flen] = 0;
+    return raw_buffer;
+}
+
+template <class T>
+T Tqz_dbf_disk::read_value(int field, int record) {
+    T value = 0;
+    uint64_t pos;
+    unsigned flen;
+    if (!can_read || !cell_position(field, record, pos, flen)) return value;
+    // The value's own size, whatever the field's length; bytes the file does
+    // not have read as zero.
+    unsigned char bytes[sizeof(T)];
+    window.read(pos, bytes, sizeof bytes);
+    std::memcpy(&value, bytes, sizeof bytes);
+    return value;
+}
+
+template <class T>
+void Tqz_dbf_disk::write_value(int field, int record, T value) {
+    auto bracket = update_bracket();
+    uint64_t pos;
+    unsigned flen;
+    if (!cell_position(field, record, pos, flen)) return;
+    unsigned char bytes[sizeof(T)];
+    std::memcpy(bytes, &value, sizeof bytes);
+    window.write(pos, bytes, sizeof bytes);
+}
+
+int Tqz_dbf_disk::get_integer(int field, int record) {
+    return read_value<int32_t>(field, record);
+}
+
+float Tqz_dbf_disk::get_float(int field, int record) {
+    return read_value<float>(field, record);
+}
+
+double Tqz_dbf_disk::get_double(int field, int record) {
+    return read_value<double>(field, record);
+}
+
+void Tqz_dbf_disk::set_string(int field, int record, const char* text) {
+    auto bracket = update_bracket();
+    uint64_t pos;
+    unsigned flen;
+    if (!cell_position(field, record, pos, flen)) return;
+    // Left-aligned, cut at the field's length, padded with spaces.
+    char bytes[256];
+    size_t n = text ? strnlen(text, flen) : 0;
+    std::memcpy(bytes, text ? text : "", n);
+    std::memset(bytes + n, ' ', flen - n);
+    window.write(pos, bytes, flen);
+}
+
+void Tqz_dbf_disk::set_integer(int field, int record, int value) {
+    write_value<int32_t>(field, record, value);
+}
+
+void Tqz_dbf_disk::set_float(int field, int record, float value) {
+    write_value<float>(field, record, value);
+}
+
+void Tqz_dbf_disk::set_double(int field, int record, double value) {
+    write_value<double>(field, record, value);
+}
+
+void Tqz_dbf_disk::get_record(unsigned int record, unsigned char* buffer) {
+    if (!buffer || !can_read || !has_record(record)) return;
+    uint32_t first = nf > 0 ? descriptors[0].offset() : 1;
+    window.read(record_position(record) + first, buffer, get_record_length());
+}
+
+bool Tqz_dbf_disk::set_record(unsigned int record, const unsigned char* buffer) {
+    auto bracket = update_bracket();
+    if (!buffer || !has_record(record)) return false;
+    uint32_t first = nf > 0 ? descriptors[0].offset() : 1;
+    bool ok = window.write(record_position(record) + first, buffer, get_record_length());
+    count_whole_records();
+    return ok;
+}
+
+void Tqz_dbf_disk::add_records(unsigned int count) {
+    if (!file) return;
+    const uint32_t nr = get_nr();
+    if (count > 0xFFFFFFFFu - nr) count = 0xFFFFFFFFu - nr;  // the count is 32 bits
+    const size_t rl = get_record_length();
+    uint64_t pos = record_position(nr);
+    // Blank records (a live deletion flag and spaces), in pieces of about a
+    // megabyte, then the end-of-file byte.
+    if (rl > 0 && count > 0) {
+        const size_t per_chunk = std::max<size_t>(1, (1u << 20) / rl);
+        std::vector<uint8_t> chunk(rl * std::min<size_t>(per_chunk, count), 0x20);
+        for (uint64_t left = count; left > 0;) {
+            size_t n = static_cast<size_t>(std::min<uint64_t>(left, per_chunk));
+            window.write(pos, chunk.data(), n * rl);
+            pos += n * rl;
+            left -= n;
+        }
+    }
+    const uint8_t eof = end_of_file;
+    window.write(pos, &eof, 1);
+    put_u32(header + hdr_record_count, nr + count);
+    window.write(0, header, header_size);
+    count_whole_records();
+}
+
+void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {
+    auto bracket = update_bracket();
+    Tdbf_descriptor* d = descriptor(field);
+    if (!d) return;
+    Tqz_dbf_basic::set_field_name(field, name);
+    window.write(header_size + descriptor_size * static_cast<uint64_t>(field), d->bytes,
+                 descriptor_size);
 }

@@ -7,11 +7,12 @@
 
 #include "dbf/basic_table.h"
 #include "notify/update_scope.h"
+#include "support/file_window.h"
 #include "support/fileio.h"
 
 class Tqz_dbf_notifier;
 
-class Tqz_dbf_disk : public Tqz_dbf_basic {
+class Tqz_dbf_disk final : public Tqz_dbf_basic {
   public:
     Tqz_dbf_disk();
     ~Tqz_dbf_disk() override;
@@ -39,23 +40,72 @@ class Tqz_dbf_disk : public Tqz_dbf_basic {
     //     auto bracket = update_bracket();
     qz::notify::Update_scope update_bracket();
 
-    // Record access is the next layer of the disk table.
-    void add_records(unsigned int) override {}
-    bool restruct(void*) override { return false; }
-    const char* get_string(int, int) override { return nullptr; }
-    int get_integer(int, int) override { return 0; }
-    float get_float(int, int) override { return 0.0f; }
-    double get_double(int, int) override { return 0.0; }
-    void set_string(int, int, const char*) override {}
-    void set_integer(int, int, int) override {}
-    void set_float(int, int, float) override {}
-    void set_double(int, int, double) override {}
+    // Every write below (set_field_name, set_record, the raw setters,
+    // restruct) is one bracket on the notifier; add_records is none.
+
+    // Writes the table's changed bytes to the file now (they are written at
+    // the latest when the table closes).
+    bool flush();
+
+    // Renames a field in memory and in the file's descriptor.
+    void set_field_name(unsigned int field, const char* name) override;
+    using Tqz_dbf_basic::set_field_name;
+    // Appends `count` blank records and rewrites the header's count.
+    void add_records(unsigned int count) override;
+    // A table on disk is restructured by rewriting its file, never in place:
+    // the attempt is bracketed on the notifier and refused.
+    bool restruct(void*) override {
+        auto bracket = update_bracket();
+        return false;
+    }
+
+    // The record length from the header.
+    unsigned int get_record_size() const { return get_record_length(); }
+    // The record image: record-length bytes from the record's first field on
+    // (its own deletion flag is not part of it; its last byte is the byte
+    // after the record). `buffer` holds at least get_record_size() bytes.
+    void get_record(unsigned int record, unsigned char* buffer);
+    bool set_record(unsigned int record, const unsigned char* buffer);
+
+    // Raw cell access: the field's bytes as they stand, or 4 or 8 bytes read
+    // as a little-endian integer or IEEE float at the field's position.
+    const char* get_string(int field, int record) override;
+    int get_integer(int field, int record) override;
+    float get_float(int field, int record) override;
+    double get_double(int field, int record) override;
+    // Text is cut at the field's length or padded with spaces to it.
+    void set_string(int field, int record, const char* text) override;
+    void set_integer(int field, int record, int value) override;
+    void set_float(int field, int record, float value) override;
+    void set_double(int field, int record, double value) override;
+
+    // Records below the header's count that the file holds completely.
+    bool has_record(unsigned int record) override;
 
   private:
     bool take_lock(const std::wstring& path, bool no_lock);
     void read_descriptors();
+    // The file position of a field of a record, or false when there is no
+    // such cell.
+    bool cell_position(int field, int record, uint64_t& pos, unsigned& flen);
+    uint64_t record_position(unsigned int record) const {
+        return get_header_length() + static_cast<uint64_t>(get_record_length()) * record;
+    }
+    template <class T>
+    T read_value(int field, int record);
+    template <class T>
+    void write_value(int field, int record, T value);
 
     FILE* file = nullptr;
+    // All reads and writes of the open file go through this window.
+    qz::file_window window;
+    // False after create: a created table reads nothing until it is opened
+    // again.
+    bool can_read = false;
+    // How many records, from the first, the file holds completely (at most
+    // the header's count); set whenever the file or the count changes size.
+    uint32_t whole_records = 0;
+    void count_whole_records();
     std::wstring filename;
     bool read_only = true;
     qz::fileio lock_file{qz::strconv::utf8};

@@ -2,6 +2,7 @@
  * from C. Built with -std=c99 -Wall -Wextra -Werror -pedantic. */
 #include <stdio.h>
 #include <string.h>
+#include <wchar.h>
 
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
@@ -46,6 +47,31 @@ int main(int argc, char** argv) {
         /* No memo file beside the table: no memo, reported through pointers. */
         CHECK(qz_dbf_get_memo_bytes(t, 1, 0, &ok, &len, &type) == NULL);
         CHECK(!ok);
+        qz_dbf_close(t);
+    }
+    /* Values from C: the out-parameters are pointers here. */
+    t = qz_dbf_open(path, false, false);
+    CHECK(t != NULL);
+    if (t) {
+        bool ok = false;
+        unsigned int length = 0, record = 99;
+        char typed = ',';
+        const wchar_t* wide;
+        CHECK(qz_dbf_set_int(t, 0, 2, 42));
+        CHECK(qz_dbf_get_int(t, 0, 2, &ok) == 42 && ok);
+        CHECK(qz_dbf_set_str(t, 1, 3, "text"));
+        CHECK(strcmp(qz_dbf_get_str(t, 1, 3, &ok), "text                ") == 0 && ok);
+        CHECK(qz_dbf_get_dbl(t, 0, 2, &ok) == 42.0);
+        CHECK(qz_dbf_find_value(t, 1, "TEXT", &record) && record == 3);
+        qz_dbf_begin_fast_find(t, 0);
+        CHECK(qz_dbf_find_value_fast(t, "42", &record) && record == 2);
+        qz_dbf_end_fast_find(t);
+        CHECK(qz_dbf_set_wstr_encoded(t, 1, 0, L"AB", 2));
+        wide = qz_dbf_get_wstr_encoded(t, 1, 0, &length, &ok);
+        CHECK(ok && length == 2 && wide && wcscmp(wide, L"AB") == 0);
+        CHECK(qz_dbf_validate_val(t, 0, &typed, "1", false) && typed == '.');
+        qz_dbf_add_records(t, 1);
+        CHECK(qz_dbf_get_nr(t) == 5);
         qz_dbf_close(t);
     }
     CHECK(qz_dbf_delete(L"/nonexistent/qz_header_c.dbf") == false);

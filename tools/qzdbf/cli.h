@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "qzk_file_dbf.h"
+
 namespace qzdbf {
 
 // Exit statuses.
@@ -16,11 +18,39 @@ using Args = std::vector<std::string>;
 int cmd_create(const Args& args);
 int cmd_info(const Args& args);
 int cmd_watch(const Args& args);
+int cmd_dump(const Args& args);
+int cmd_get(const Args& args);
+int cmd_set(const Args& args);
+int cmd_append(const Args& args);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);
 
 // Parses a whole unsigned decimal number; false for anything else.
 bool parse_count(const std::string& text, unsigned long long max, unsigned long long& out);
+
+// The field a command-line argument names: its exact name, else its index,
+// else its name in any letter case. False (with a message in `error`) when
+// no field matches.
+bool resolve_field(Tqz_dbf_rw* table, const std::string& arg, unsigned int& field,
+                   std::string& error);
+
+// A record index below the table's record count; false with a message.
+bool resolve_record(Tqz_dbf_rw* table, const std::string& arg, unsigned int& record,
+                    std::string& error);
+
+// Whether the field holds a number (N, F, I, B): shown right-aligned.
+bool numeric_field(Tqz_dbf_rw* table, unsigned int field);
+
+// `text` without the blanks (" \t\n\r\v\f") around it.
+std::string trim_blanks(const std::string& text);
+
+// A cell as system text without the blanks around it; empty when it has no
+// value.
+std::string cell_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, bool* ok);
+
+// The memo an M cell points to, as system text; "<binary, N bytes>" for a
+// picture or object memo. False (and "") when the cell leads to no memo.
+bool memo_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, std::string& text);
 
 }  // namespace qzdbf

@@ -38,6 +38,15 @@ const char kUsage[] =
     "      create a table; TYPE is one of C N F L D I B M P\n"
     "  info PATH\n"
     "      print the table's version, date, counts, lengths, encoding and fields\n"
+    "  dump PATH [--csv] [--raw] [--from N] [--count N]\n"
+    "      print records (from record N, N records) as columns, or as CSV;\n"
+    "      memo fields show their text, or with --raw their block numbers\n"
+    "  get PATH FIELD RECORD\n"
+    "      print one value; FIELD is a name or an index, records count from 0\n"
+    "  set PATH FIELD RECORD VALUE\n"
+    "      write one value (numbers are checked first; dates as YYYYMMDD or YYYY-MM-DD)\n"
+    "  append PATH [N]\n"
+    "      add N blank records (default 1)\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
@@ -61,6 +70,10 @@ int main(int argc, char** argv) {
     }
     if (command == "create") return qzdbf::cmd_create(args);
     if (command == "info") return qzdbf::cmd_info(args);
+    if (command == "dump") return qzdbf::cmd_dump(args);
+    if (command == "get") return qzdbf::cmd_get(args);
+    if (command == "set") return qzdbf::cmd_set(args);
+    if (command == "append") return qzdbf::cmd_append(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
