@@ -230,9 +230,10 @@ int main(int argc, char** argv) {
             while (qz_history_manager_redo(m)) {
             }
             double redo_ms = ms_since(start);
-            std::printf("%u changes (a tenth of them deletes): %.0f ms; undo all %.0f ms, redo "
-                        "all %.0f ms\n",
-                        changes, change_ms, undo_ms, redo_ms);
+            std::printf(
+                "%u changes (a tenth of them deletes): %.0f ms; undo all %.0f ms, redo "
+                "all %.0f ms\n",
+                changes, change_ms, undo_ms, redo_ms);
             qz_history_manager_clear(m);
         }
         qz_dbf_mem_free(t);
@@ -240,9 +241,10 @@ int main(int argc, char** argv) {
 
     const double heap_ratio = static_cast<double>(held_counted) / record_bytes;
     const double time_ratio = load_ms / fread_ms;
-    std::printf("heap held by the loaded table: %.1f MB counted (%.1f MB by mallinfo2), "
-                "peak during the load %.1f MB\n",
-                held_counted / 1e6, held_mallinfo / 1e6, peak_counted / 1e6);
+    std::printf(
+        "heap held by the loaded table: %.1f MB counted (%.1f MB by mallinfo2), "
+        "peak during the load %.1f MB\n",
+        held_counted / 1e6, held_mallinfo / 1e6, peak_counted / 1e6);
     std::printf("heap ratio (held / record bytes): %.3f (limit 1.5)\n", heap_ratio);
     std::printf("load %.1f ms, fread of the file %.1f ms (best of %d)\n", load_ms, fread_ms, runs);
     std::printf("time ratio (load / fread): %.2f (limit 2)\n", time_ratio);

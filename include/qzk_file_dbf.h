@@ -384,8 +384,7 @@ QZ_DBF_API unsigned int qz_dbf_mem_get_nr(Tqz_dbf_memory* handle);
 QZ_DBF_API const char* qz_dbf_mem_get_field_name(Tqz_dbf_memory* handle, unsigned int field);
 QZ_DBF_API void qz_dbf_mem_get_field_name_w(Tqz_dbf_memory* handle, unsigned int field,
                                             Iqz_string_adp* adp);
-QZ_DBF_API Tqz_dbf_field_type qz_dbf_mem_get_field_type(Tqz_dbf_memory* handle,
-                                                        unsigned int field);
+QZ_DBF_API Tqz_dbf_field_type qz_dbf_mem_get_field_type(Tqz_dbf_memory* handle, unsigned int field);
 QZ_DBF_API unsigned int qz_dbf_mem_get_field_flen(Tqz_dbf_memory* handle, unsigned int field);
 QZ_DBF_API int qz_dbf_mem_get_field_dlen(Tqz_dbf_memory* handle, unsigned int field);
 QZ_DBF_API unsigned int qz_dbf_mem_find_fld_index(Tqz_dbf_memory* handle, const wchar_t* name);
@@ -400,23 +399,23 @@ QZ_DBF_API int qz_dbf_mem_get_int(Tqz_dbf_memory* handle, unsigned int field, un
                                   QZ_OUT(bool) ok);
 QZ_DBF_API double qz_dbf_mem_get_dbl(Tqz_dbf_memory* handle, unsigned int field,
                                      unsigned int record, QZ_OUT(bool) ok);
-QZ_DBF_API bool qz_dbf_mem_get_bool(Tqz_dbf_memory* handle, unsigned int field,
-                                    unsigned int record, QZ_OUT(bool) ok);
-QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* handle, unsigned int field,
-                                   unsigned int record, Tqz_any* value);
+QZ_DBF_API bool qz_dbf_mem_get_bool(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                    QZ_OUT(bool) ok);
+QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                   Tqz_any* value);
 
-QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* handle, unsigned int field,
-                                   unsigned int record, const char* value);
+QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                   const char* value);
 QZ_DBF_API bool qz_dbf_mem_set_wstr(Tqz_dbf_memory* handle, int field, int record,
                                     const wchar_t* value);
-QZ_DBF_API bool qz_dbf_mem_set_int(Tqz_dbf_memory* handle, unsigned int field,
-                                   unsigned int record, int value);
-QZ_DBF_API bool qz_dbf_mem_set_dbl(Tqz_dbf_memory* handle, unsigned int field,
-                                   unsigned int record, double value);
-QZ_DBF_API bool qz_dbf_mem_set_bool(Tqz_dbf_memory* handle, unsigned int field,
-                                    unsigned int record, bool value);
-QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* handle, unsigned int field,
-                                   unsigned int record, Tqz_any* value);
+QZ_DBF_API bool qz_dbf_mem_set_int(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                   int value);
+QZ_DBF_API bool qz_dbf_mem_set_dbl(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                   double value);
+QZ_DBF_API bool qz_dbf_mem_set_bool(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                    bool value);
+QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* handle, unsigned int field, unsigned int record,
+                                   Tqz_any* value);
 
 /* Records: append a blank record; insert one at `record` (appended when
  * `record` is past the end); delete one (nothing happens past the end).

@@ -140,11 +140,9 @@ QZ_DBF_API const char* qz_dbf_mem_get_str(Tqz_dbf_memory* h, unsigned int field,
 }
 
 QZ_DBF_API const wchar_t* qz_dbf_mem_get_wstr(Tqz_dbf_memory* h, unsigned int field,
-                                              unsigned int record, unsigned int& length,
-                                              bool& ok) {
-    return on_mem(h, static_cast<const wchar_t*>(nullptr), [&](Tqz_dbf_memory* t) {
-        return t->get_as_wchar_t(field, record, length, ok);
-    });
+                                              unsigned int record, unsigned int& length, bool& ok) {
+    return on_mem(h, static_cast<const wchar_t*>(nullptr),
+                  [&](Tqz_dbf_memory* t) { return t->get_as_wchar_t(field, record, length, ok); });
 }
 
 QZ_DBF_API int qz_dbf_mem_get_int(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
@@ -164,8 +162,7 @@ QZ_DBF_API bool qz_dbf_mem_get_bool(Tqz_dbf_memory* h, unsigned int field, unsig
 
 QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    Tqz_any* value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->get_as_any(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->get_as_any(field, record, value); });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
@@ -200,8 +197,7 @@ QZ_DBF_API bool qz_dbf_mem_set_bool(Tqz_dbf_memory* h, unsigned int field, unsig
 
 QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    Tqz_any* value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->set_as_any(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->set_as_any(field, record, value); });
 }
 
 QZ_DBF_API bool qz_dbf_mem_add(Tqz_dbf_memory* h) {

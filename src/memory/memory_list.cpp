@@ -54,8 +54,7 @@ Tqz_dbf_memory* Tqz_dbf_memory_list::find_by_ptr(const Tqz_dbf_memory* t) const 
 }
 
 Tqz_dbf_memory* Tqz_dbf_memory_list::add(const wchar_t* name, bool create) {
-    std::unique_ptr<Tqz_dbf_memory> t(create ? new Tqz_dbf_memory(nullptr)
-                                             : new Tqz_dbf_memory());
+    std::unique_ptr<Tqz_dbf_memory> t(create ? new Tqz_dbf_memory(nullptr) : new Tqz_dbf_memory());
     t->set_filename(name);
     if (create)
         t->init();

@@ -119,8 +119,7 @@ bool Tqz_dbf_memory::add() {
         }
         void undo() override {
             in_update([this] {
-                if (table->get_records()->del(index))
-                    table->set_record_count(table->get_nr() - 1);
+                if (table->get_records()->del(index)) table->set_record_count(table->get_nr() - 1);
             });
         }
         uint32_t index;
@@ -147,8 +146,7 @@ bool Tqz_dbf_memory::ins(unsigned int i) {
         void undo() override {
             // The record the insert made, also when it was appended.
             in_update([this] {
-                if (table->get_records()->del(made))
-                    table->set_record_count(table->get_nr() - 1);
+                if (table->get_records()->del(made)) table->set_record_count(table->get_nr() - 1);
             });
         }
         uint32_t index;
@@ -163,7 +161,8 @@ bool Tqz_dbf_memory::del(unsigned int i) {
       public:
         op(Tqz_dbf_memory* t, unsigned int at) : op_base(t), index(at) {
             Tqz_dbf_records* store = t->get_records();
-            if (at < store->get_size()) saved = copy_record(store->get_ptr(at), store->get_length());
+            if (at < store->get_size())
+                saved = copy_record(store->get_ptr(at), store->get_length());
         }
         ~op() override { delete saved; }
         void redo() override {

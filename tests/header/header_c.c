@@ -77,6 +77,34 @@ int main(int argc, char** argv) {
     CHECK(qz_dbf_delete(L"/nonexistent/qz_header_c.dbf") == false);
 
     {
+        /* A memory table from C, with the history manager of qzk_basic. */
+        Iqz_history_manager* m = qz_history_manager_get_instance();
+        Tqz_dbf_memory* mem;
+        Tqz_dbf_rw* h;
+        bool ok = false;
+        unsigned int length = 0;
+        const wchar_t* wide;
+        snprintf(path, sizeof path, "%s/header_c.dbf", argc > 1 ? argv[1] : ".");
+        mem = qz_dbf_mem_load(path);
+        CHECK(mem != NULL);
+        h = qz_dbf_open(path, false, false);
+        CHECK(h != NULL && qz_dbf_is_buffered(h));
+        wide = qz_dbf_mem_get_wstr(mem, 1, 0, &length, &ok);
+        CHECK(ok && length == 2 && wide && wcscmp(wide, L"AB") == 0);
+        CHECK(qz_dbf_mem_set_str(mem, 1, 0, "from C"));
+        CHECK(strcmp(qz_dbf_get_str(h, 1, 0, &ok), "from C              ") == 0 && ok);
+        CHECK(qz_dbf_mem_get_int(mem, 0, 2, &ok) == 42 && ok);
+        CHECK(qz_history_manager_can_undo(m) && qz_history_manager_undo(m));
+        wide = qz_dbf_mem_get_wstr(mem, 1, 0, &length, &ok);
+        CHECK(ok && length == 2 && wide && wcscmp(wide, L"AB") == 0);
+        CHECK(qz_dbf_mem_add(mem) && qz_dbf_mem_get_nr(mem) == 6);
+        if (h) qz_dbf_close(h);
+        CHECK(qz_dbf_mem_free(mem));
+        CHECK(!qz_dbf_mem_exist_w(L"/nonexistent/qz_header_c.dbf"));
+        qz_history_manager_clear(m);
+    }
+
+    {
         /* Notifier, event channel and update events from C. */
         Tqz_dbf_notifier* n = qz_create_dbf_notifier_w(L"/nonexistent/qz_header_c.dbf");
         Iqz_event_channel* ch = qz_dbf_notifier_get_update_event_channel(n);

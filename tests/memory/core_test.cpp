@@ -167,7 +167,9 @@ TEST(MemoryCore, LoadReadsFieldsAndRecordsAsTheFileHoldsThem) {
     for (size_t i = 0; i < file.size(); ++i) {
         bool date = i >= 1 && i <= 3;
         bool offset = i >= 32 && i < 96 && (i - 32) % 32 >= 12 && (i - 32) % 32 < 16;
-        if (!date && !offset) EXPECT_EQ(saved[i], file[i]) << "byte " << i;
+        if (!date && !offset) {
+            EXPECT_EQ(saved[i], file[i]) << "byte " << i;
+        }
     }
     EXPECT_EQ(saved[32 + 32 + 12], 7) << "the second field starts at 7";
 

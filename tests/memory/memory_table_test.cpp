@@ -207,7 +207,8 @@ TEST_F(MemoryHistory, AnUndoRunIsOneUpdateOfTheTable) {
     kinds.clear();
     counts.clear();
     ASSERT_TRUE(qz_history_manager_undo(m));
-    EXPECT_EQ(kinds, (std::vector<int>{QZ_EVENT_BEGIN_UPDATE, QZ_EVENT_UPDATE, QZ_EVENT_END_UPDATE}));
+    EXPECT_EQ(kinds,
+              (std::vector<int>{QZ_EVENT_BEGIN_UPDATE, QZ_EVENT_UPDATE, QZ_EVENT_END_UPDATE}));
     EXPECT_EQ(counts[1], 3) << "the three changes, merged";
     qz_event_channel_del_client(ch, client, &log);
 }

@@ -137,8 +137,7 @@ std::vector<uint8_t> saved(Tqz_dbf_memory* t, const std::string& path) {
 // Whether a change would touch a cell: writes outside the table are
 // refused by the value layer and make no step.
 bool makes_step(const Change& c, unsigned int nr) {
-    return c.kind == Change::add || c.kind == Change::ins || c.kind == Change::del ||
-           c.record < nr;
+    return c.kind == Change::add || c.kind == Change::ins || c.kind == Change::del || c.record < nr;
 }
 
 class RandomChanges : public ::testing::Test {

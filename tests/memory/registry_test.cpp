@@ -23,8 +23,8 @@ class Registry : public ::testing::Test {
     void SetUp() override {
         path = dir.file("t.dbf");
         wpath = dir.wfile("t.dbf");
-        qz_test::write_bytes(path, dbf_file({{"NAME", 'C', 8}, {"QTY", 'N', 5}},
-                                            {{"apple", "3"}, {"pear", "12"}}));
+        qz_test::write_bytes(
+            path, dbf_file({{"NAME", 'C', 8}, {"QTY", 'N', 5}}, {{"apple", "3"}, {"pear", "12"}}));
         qz_history_manager_clear(qz_history_manager_get_instance());
     }
     void TearDown() override {

@@ -22,6 +22,7 @@ int cmd_dump(const Args& args);
 int cmd_get(const Args& args);
 int cmd_set(const Args& args);
 int cmd_append(const Args& args);
+int cmd_edit(const Args& args);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);
@@ -38,6 +39,12 @@ bool resolve_field(Tqz_dbf_rw* table, const std::string& arg, unsigned int& fiel
 // A record index below the table's record count; false with a message.
 bool resolve_record(Tqz_dbf_rw* table, const std::string& arg, unsigned int& record,
                     std::string& error);
+
+// The value as the field should receive it: numbers checked character by
+// character (a decimal comma becomes a point), dates as YYYYMMDD or
+// YYYY-MM-DD. False with a message in `error`.
+bool prepare_value(Tqz_dbf_rw* table, unsigned int field, const std::string& value,
+                   std::string& out, std::string& error);
 
 // Whether the field holds a number (N, F, I, B): shown right-aligned.
 bool numeric_field(Tqz_dbf_rw* table, unsigned int field);

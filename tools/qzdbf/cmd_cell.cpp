@@ -30,47 +30,6 @@ bool same_number(const std::string& a, const std::string& b) {
     return x == y || std::fabs(x - y) <= 1e-10 * std::max(std::fabs(x), std::fabs(y));
 }
 
-bool all_digits(const std::string& s) {
-    for (char c : s)
-        if (c < '0' || c > '9') return false;
-    return true;
-}
-
-// The value as the field should receive it, or false with a message.
-bool prepare_value(Tqz_dbf_rw* t, unsigned int field, const std::string& value, std::string& out,
-                   std::string& error) {
-    out.clear();
-    switch (qz_dbf_get_field_type(t, field)) {
-        case dbf_ft_numeric:
-        case dbf_ft_float:
-        case dbf_ft_integer:
-        case dbf_ft_double:
-            for (char c : value) {
-                char typed = c;
-                if (!qz_dbf_validate_val(t, field, &typed, out.c_str(), false)) {
-                    error = std::string("'") + c + "' cannot be part of a number in this field";
-                    return false;
-                }
-                out += typed;
-            }
-            return true;
-        case dbf_ft_date:
-            if (value.size() == 10 && value[4] == '-' && value[7] == '-') {
-                out = value.substr(0, 4) + value.substr(5, 2) + value.substr(8, 2);
-            } else {
-                out = value;
-            }
-            if (!out.empty() && (out.size() != 8 || !all_digits(out))) {
-                error = "a date is YYYYMMDD or YYYY-MM-DD";
-                return false;
-            }
-            return true;
-        default:
-            out = value;
-            return true;
-    }
-}
-
 }  // namespace
 
 int cmd_get(const Args& args) {

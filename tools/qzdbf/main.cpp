@@ -47,6 +47,10 @@ const char kUsage[] =
     "      write one value (numbers are checked first; dates as YYYYMMDD or YYYY-MM-DD)\n"
     "  append PATH [N]\n"
     "      add N blank records (default 1)\n"
+    "  edit PATH\n"
+    "      load the table into memory and change it with commands read from\n"
+    "      standard input: set FIELD RECORD VALUE, add, ins RECORD, del RECORD,\n"
+    "      undo, redo, save, show [FROM [COUNT]], help, quit\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
@@ -74,6 +78,7 @@ int main(int argc, char** argv) {
     if (command == "get") return qzdbf::cmd_get(args);
     if (command == "set") return qzdbf::cmd_set(args);
     if (command == "append") return qzdbf::cmd_append(args);
+    if (command == "edit") return qzdbf::cmd_edit(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
