@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in their own Release build folder and runs them:
 # a million-record table read, written and searched through the library and
-# through shapelib on the same files. Extra arguments go to dbf_bench
-# (FOLDER for the temporary tables, RECORDS).
+# through shapelib on the same files, and a table of about 200 MB loaded into
+# memory (heap and time against reading the file with fread). Extra
+# arguments go to dbf_bench (FOLDER for the temporary tables, RECORDS); the
+# memory benchmark uses FOLDER too.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 "$root/scripts/install-deps.sh"
 build="$root/build/bench"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQZ_BUILD_BENCH=ON \
       -DQZ_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" --target dbf_bench
+cmake --build "$build" --target dbf_bench memory_bench
 "$build/bench/dbf_bench" "$@"
+# A table of about 200 MB loaded into memory, in the same folder.
+"$build/bench/memory_bench" ${1:+"$1"}
