@@ -63,7 +63,7 @@ struct Hub;
 
 }  // namespace
 
-// Everything but `events` is guarded by the hubs' lock.
+// Guarded by the hubs' lock, but for `events` (fixed at create) and `stopping`.
 struct Iqz_folder_watcher {
     Iqz_event_channel* events = nullptr;  // set by create, then only read
     Hub* hub = nullptr;
