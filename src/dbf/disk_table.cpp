@@ -1,7 +1,5 @@
 #include "dbf/disk_table.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -72,9 +70,7 @@ int Tqz_dbf_disk::open(const char* path, bool ro, bool dos, bool no_lock) {
 // (that length is taken as the file gives it, kept to 16 bits as stored).
 void Tqz_dbf_disk::read_descriptors() {
     const unsigned header_length = get_header_length();
-    struct stat st;
-    const uint64_t file_size =
-        ::fstat(fileno(file), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
+    const uint64_t file_size = qz::filesystem::stream_size(file);
 
     // Descriptors lie one after another, so one sequential buffered read
     // serves the whole scan.

@@ -108,6 +108,12 @@ bool remove_file(const std::wstring& path) {
     return !path.empty() && ::unlink(native(path).c_str()) == 0;
 }
 
+uint64_t stream_size(FILE* stream) {
+    struct stat st;
+    if (!stream || ::fstat(fileno(stream), &st) != 0) return 0;
+    return static_cast<uint64_t>(st.st_size);
+}
+
 FILE* wfopen(const std::wstring& path, const char* mode) {
     if (path.empty()) return nullptr;
     FILE* f = std::fopen(native(path).c_str(), mode);

@@ -33,6 +33,9 @@ bool copy_file(const std::wstring& from, const std::wstring& to, bool overwrite)
 bool move_file(const std::wstring& from, const std::wstring& to, bool overwrite);
 bool remove_file(const std::wstring& path);
 
+// The size of an open stream's file in bytes; 0 when it cannot be told.
+uint64_t stream_size(FILE* stream);
+
 // fopen on `path`; a folder never opens as a file.
 FILE* wfopen(const std::wstring& path, const char* mode);
 

@@ -10,14 +10,14 @@ namespace qzdbf {
 
 namespace {
 
-bool parse_field(const std::string& spec, Tqz_dbf_field& f, std::string& error) {
+bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) {
     std::vector<std::string> parts;
     size_t start = 0;
-    for (size_t colon; (colon = spec.find(':', start)) != std::string::npos; start = colon + 1)
-        parts.push_back(spec.substr(start, colon - start));
-    parts.push_back(spec.substr(start));
+    for (size_t colon; (colon = text.find(':', start)) != std::string::npos; start = colon + 1)
+        parts.push_back(text.substr(start, colon - start));
+    parts.push_back(text.substr(start));
     if (parts.size() < 3 || parts.size() > 4) {
-        error = "field '" + spec + "' is not NAME:TYPE:LEN[:DEC]";
+        error = "field '" + text + "' is not NAME:TYPE:LEN[:DEC]";
         return false;
     }
     const std::string& name = parts[0];
