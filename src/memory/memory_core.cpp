@@ -165,11 +165,7 @@ bool Tqz_dbf_memory_core::read_file(FILE* file) {
     std::memset(header, 0, sizeof header);
     std::rewind(file);
     if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
-    uint64_t file_size = 0;
-    if (fseeko(file, 0, SEEK_END) == 0) {
-        off_t end = ftello(file);
-        if (end > 0) file_size = static_cast<uint64_t>(end);
-    }
+    const uint64_t file_size = qz::filesystem::stream_size(file);
 
     // Descriptors from offset 32 until 0x0D, the end of the file, or the
     // first that would not end within the header length.
