@@ -141,7 +141,13 @@ bool parse_format(const char* format, number_format& f) {
     if (is_digit(*p) && !number(r.width)) return false;
     if (*p == '.') {
         ++p;
+        // A negative decimal count gives a precision such as ".-1"; it is
+        // taken as C takes a negative precision argument: as if none were
+        // given.
+        bool negative = *p == '-';
+        if (negative) ++p;
         if (!number(r.precision)) return false;
+        if (negative) r.precision = -1;
     }
     if (*p == 'l') ++p;
     if (*p != 'f' && *p != 'e' && *p != 'g') return false;

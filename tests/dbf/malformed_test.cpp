@@ -193,3 +193,30 @@ TEST(Malformed, AbsurdCountsAndNamesStayInsideTheirBuffers) {
 }
 
 }  // namespace
+
+namespace {
+
+// A numeric field whose decimal byte is 0xFF: writing a number must not hand
+// the C library an invalid format; the count is taken as no count at all.
+TEST(Malformed, NegativeDecimalCountWritesWithTheDefaultPrecision) {
+    Temp_dir dir;
+    std::string path = dir.file("neg.dbf");
+    Bytes b = header(1, 65, 11);
+    add_descriptor(b, "N", 'N', 10);
+    b[32 + 17] = 0xFF;
+    b.push_back(0x0D);
+    b.insert(b.end(), 11, ' ');
+    b.push_back(0x1A);
+    qz_test::write_bytes(path, b);
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(qz_dbf_get_field_dlen(t, 0), -1);
+    EXPECT_TRUE(qz_dbf_set_dbl(t, 0, 0, 3.25));
+    bool ok = false;
+    const char* text = qz_dbf_get_str(t, 0, 0, ok);
+    ASSERT_TRUE(ok);
+    EXPECT_STREQ(text, "3.250000");
+    qz_dbf_close(t);
+}
+
+}  // namespace
