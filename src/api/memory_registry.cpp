@@ -47,7 +47,10 @@ Tqz_dbf_memory* Tqz_dbf_rw::dbf_find_mem(const char* name) {
     return mem_list ? mem_list->find_mem(name) : nullptr;
 }
 
-Tqz_dbf_memory* Tqz_dbf_rw::dbf_load_mem(const wchar_t* name, bool create) {
+// Loads through the registry, made on demand; a registry left empty by a
+// failed load goes again, also when the load throws.
+template <class C>
+Tqz_dbf_memory* Tqz_dbf_rw::load_through_list(const C* name, bool create) {
     if (!mem_list) mem_list = new Tqz_dbf_memory_list();
     Tqz_dbf_memory* t = nullptr;
     try {
@@ -60,17 +63,12 @@ Tqz_dbf_memory* Tqz_dbf_rw::dbf_load_mem(const wchar_t* name, bool create) {
     return t;
 }
 
+Tqz_dbf_memory* Tqz_dbf_rw::dbf_load_mem(const wchar_t* name, bool create) {
+    return load_through_list(name, create);
+}
+
 Tqz_dbf_memory* Tqz_dbf_rw::dbf_load_mem(const char* name, bool create) {
-    if (!mem_list) mem_list = new Tqz_dbf_memory_list();
-    Tqz_dbf_memory* t = nullptr;
-    try {
-        t = mem_list->load_mem(name, create);
-    } catch (...) {
-        test_free_list();
-        throw;
-    }
-    test_free_list();
-    return t;
+    return load_through_list(name, create);
 }
 
 bool Tqz_dbf_rw::dbf_free_mem(const wchar_t* name) {

@@ -162,6 +162,8 @@ class Tqz_dbf_rw {
     int32_t last_valid_error = 0;
 
   private:
+    template <class C>
+    static Tqz_dbf_memory* load_through_list(const C* name, bool create);
     // A writable handle keeps an update bracket open on its file's notifier
     // from open or create until close.
     void begin_write_bracket();

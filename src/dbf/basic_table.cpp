@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <cwchar>
 
 #include "code_page_text.h"
@@ -164,6 +165,42 @@ const char* Tqz_dbf_basic::get_format(unsigned int field) {
     else
         std::snprintf(format_buffer, sizeof format_buffer, "%%%d.%dlf", d->flen(), d->dlen());
     return format_buffer;
+}
+
+bool Tqz_dbf_basic::lay_out_new(unsigned int n_fields, unsigned int n_records,
+                                const Tqz_dbf_field* fields) {
+    uint32_t record_length = 1;
+    if (fields)
+        for (unsigned int i = 0; i < n_fields; ++i) record_length += fields[i].flen;
+    std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    std::memset(header, 0, sizeof header);
+    header[hdr_version] = version_created;
+    header[hdr_year] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
+    header[hdr_month] = static_cast<uint8_t>(local.tm_mon + 1);
+    header[hdr_day] = static_cast<uint8_t>(local.tm_mday);
+    put_u32(header + hdr_record_count, n_records);
+    put_u16(header + hdr_header_length, static_cast<uint16_t>(n_fields * 32u + 33u));
+    put_u16(header + hdr_record_length, static_cast<uint16_t>(record_length));
+
+    if ((!fields && n_fields > 0) || n_fields > 0x7FFFFFFFu / descriptor_size ||
+        !set_nf(static_cast<int>(n_fields)))
+        return false;
+    uint32_t offset = 1;
+    for (unsigned int i = 0; i < n_fields; ++i) {
+        Tdbf_descriptor& d = descriptors[i];
+        std::memset(d.bytes, 0, descriptor_size);
+        char name[fld_name_size] = {0};
+        std::memcpy(name, fields[i].name, sizeof name - 1);  // at most 10 significant
+        std::strncpy(d.name(), str_to_raw(name), 10);
+        d.bytes[fld_type] = static_cast<uint8_t>(fields[i].type);
+        d.set_offset(offset);
+        d.bytes[fld_length] = fields[i].flen;
+        d.bytes[fld_decimals] = static_cast<uint8_t>(fields[i].dlen);
+        offset += fields[i].flen;
+    }
+    return true;
 }
 
 bool Tqz_dbf_basic::set_nf(int n) {

@@ -125,6 +125,13 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // file, within the file.
     virtual bool has_record(unsigned int record) { return record < get_nr(); }
 
+    // Lays out a new table: the header of a created table (version 3, today's
+    // date, the counts, the header and record lengths) and the descriptors
+    // of `fields`, names in the table's encoding, with their running
+    // offsets. False, with the header laid out but no descriptors, when
+    // `fields` is missing or the descriptor array cannot be had.
+    bool lay_out_new(unsigned int n_fields, unsigned int n_records, const Tqz_dbf_field* fields);
+
     // Resizes the descriptor array to max(n, 0) entries; false (nothing
     // changed) when memory runs out.
     bool set_nf(int n);

@@ -116,41 +116,15 @@ int Tqz_dbf_disk::create(const wchar_t* path_w, unsigned int n_fields, unsigned 
     read_only = false;
     filename = path;
 
-    // Header: version 3, today's date, the counts and lengths.
-    uint32_t record_length = 1;
-    for (unsigned int i = 0; i < n_fields; ++i) record_length += fields[i].flen;
-    std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    std::memset(header, 0, sizeof header);
-    header[hdr_version] = version_created;
-    header[hdr_year] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
-    header[hdr_month] = static_cast<uint8_t>(local.tm_mon + 1);
-    header[hdr_day] = static_cast<uint8_t>(local.tm_mday);
-    put_u32(header + hdr_record_count, n_records);
-    put_u16(header + hdr_header_length, static_cast<uint16_t>(n_fields * 32u + 33u));
-    put_u16(header + hdr_record_length, static_cast<uint16_t>(record_length));
-
-    if (n_fields > 0x7FFFFFFFu / descriptor_size || !set_nf(static_cast<int>(n_fields))) {
+    if (!lay_out_new(n_fields, n_records, fields)) {
         close();
         return 1;
     }
     std::vector<uint8_t> head(header_size + descriptor_size * n_fields + 1, 0);
     std::memcpy(head.data(), header, header_size);
-    uint32_t offset = 1;
-    for (unsigned int i = 0; i < n_fields; ++i) {
-        Tdbf_descriptor& d = descriptors[i];
-        std::memset(d.bytes, 0, descriptor_size);
-        char name[fld_name_size] = {0};
-        std::memcpy(name, fields[i].name, sizeof name - 1);  // at most 10 significant
-        std::strncpy(d.name(), str_to_raw(name), 10);
-        d.bytes[fld_type] = static_cast<uint8_t>(fields[i].type);
-        d.set_offset(offset);
-        d.bytes[fld_length] = fields[i].flen;
-        d.bytes[fld_decimals] = static_cast<uint8_t>(fields[i].dlen);
-        offset += fields[i].flen;
-        std::memcpy(head.data() + header_size + descriptor_size * i, d.bytes, descriptor_size);
-    }
+    for (unsigned int i = 0; i < n_fields; ++i)
+        std::memcpy(head.data() + header_size + descriptor_size * i, descriptors[i].bytes,
+                    descriptor_size);
     head.back() = descriptor_terminator;
     std::fwrite(head.data(), 1, head.size(), file);
 

@@ -96,35 +96,14 @@ bool Tqz_dbf_memory_core::init() {
 bool Tqz_dbf_memory_core::create_new(unsigned int n_fields, unsigned int n_records,
                                      Tqz_dbf_field* fields, bool /*flag*/) {
     records->clear();
-    std::memset(header, 0, sizeof header);
-    header[hdr_version] = version_created;
-    put_today(header);
-    if ((!fields && n_fields > 0) || n_fields > INT_MAX / descriptor_size ||
-        !set_nf(static_cast<int>(n_fields))) {
+    if (!lay_out_new(n_fields, n_records, fields)) {
+        // Nothing usable: an empty table without fields.
         free_descriptors();
+        put_u32(header + hdr_record_count, 0);
         put_u16(header + hdr_header_length, static_cast<uint16_t>(header_size + 1));
         put_u16(header + hdr_record_length, 1);
         records->set_length(1);
         return false;
-    }
-    uint32_t record_length = 1;
-    for (unsigned int i = 0; i < n_fields; ++i) record_length += fields[i].flen;
-    put_u32(header + hdr_record_count, n_records);
-    put_u16(header + hdr_header_length, static_cast<uint16_t>(n_fields * 32u + 33u));
-    put_u16(header + hdr_record_length, static_cast<uint16_t>(record_length));
-
-    uint32_t offset = 1;
-    for (unsigned int i = 0; i < n_fields; ++i) {
-        Tdbf_descriptor& d = descriptors[i];
-        std::memset(d.bytes, 0, descriptor_size);
-        char name[fld_name_size] = {0};
-        std::memcpy(name, fields[i].name, sizeof name - 1);  // at most 10 significant
-        std::strncpy(d.name(), str_to_raw(name), 10);
-        d.bytes[fld_type] = static_cast<uint8_t>(fields[i].type);
-        d.set_offset(offset);
-        d.bytes[fld_length] = fields[i].flen;
-        d.bytes[fld_decimals] = static_cast<uint8_t>(fields[i].dlen);
-        offset += fields[i].flen;
     }
     records->set_length(get_record_length());
     try {
@@ -301,28 +280,26 @@ const char* Tqz_dbf_memory_core::get_string(int field, int record) {
     return raw_buffer;
 }
 
-int Tqz_dbf_memory_core::get_integer(int field, int record) {
-    int value = 0;
+// A binary value at the field's position; bytes past the record read as 0.
+template <class T>
+T Tqz_dbf_memory_core::read_value(int field, int record) {
+    T value = 0;
     size_t n = 0;
     const unsigned char* p = cell(field, record, sizeof value, n);
     if (p) std::memcpy(&value, p, n);
     return value;
+}
+
+int Tqz_dbf_memory_core::get_integer(int field, int record) {
+    return read_value<int32_t>(field, record);
 }
 
 float Tqz_dbf_memory_core::get_float(int field, int record) {
-    float value = 0;
-    size_t n = 0;
-    const unsigned char* p = cell(field, record, sizeof value, n);
-    if (p) std::memcpy(&value, p, n);
-    return value;
+    return read_value<float>(field, record);
 }
 
 double Tqz_dbf_memory_core::get_double(int field, int record) {
-    double value = 0;
-    size_t n = 0;
-    const unsigned char* p = cell(field, record, sizeof value, n);
-    if (p) std::memcpy(&value, p, n);
-    return value;
+    return read_value<double>(field, record);
 }
 
 void Tqz_dbf_memory_core::set_string(int field, int record, const char* text) {

@@ -107,6 +107,8 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     unsigned int field_length(int field);
 
   private:
+    template <class T>
+    T read_value(int field, int record);
     bool read_file(FILE* file);
 
     std::wstring filename;
