@@ -327,7 +327,10 @@ void Tqz_dbf_memory_core::set_integer(int field, int record, int value) {
     end_update();
 }
 
-void Tqz_dbf_memory_core::set_float(int field, int record, float value) {
+// A binary value at the field's position, cut at the end of the record;
+// one bracket on the notifier.
+template <class T>
+void Tqz_dbf_memory_core::write_value(int field, int record, T value) {
     begin_update();
     size_t n = 0;
     unsigned char* p = cell(field, record, sizeof value, n);
@@ -336,13 +339,12 @@ void Tqz_dbf_memory_core::set_float(int field, int record, float value) {
     end_update();
 }
 
+void Tqz_dbf_memory_core::set_float(int field, int record, float value) {
+    write_value<float>(field, record, value);
+}
+
 void Tqz_dbf_memory_core::set_double(int field, int record, double value) {
-    begin_update();
-    size_t n = 0;
-    unsigned char* p = cell(field, record, sizeof value, n);
-    if (p) std::memcpy(p, &value, n);
-    update();
-    end_update();
+    write_value<double>(field, record, value);
 }
 
 bool Tqz_dbf_memory_core::add() {

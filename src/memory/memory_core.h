@@ -109,6 +109,8 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
   private:
     template <class T>
     T read_value(int field, int record);
+    template <class T>
+    void write_value(int field, int record, T value);
     bool read_file(FILE* file);
 
     std::wstring filename;
