@@ -1,12 +1,15 @@
 // Path, string, stream and text-line helpers the tables rely on.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <string>
 
 #include "qzk_basic.h"
 #include "support/fileio.h"
 #include "support/filesystem.h"
+#include "support/safe_replace.h"
 #include "support/string_adapter.h"
 #include "support/strutil.h"
 #include "support/textio.h"
@@ -119,3 +122,36 @@ TEST(StringAdapter, CollectsWideAndNarrowText) {
 }
 
 }  // namespace
+
+// A replaced file has the new bytes and the old permission bits; a failed
+// write leaves the old file and no sibling behind.
+TEST(SafeReplace, NewBytesOldModeAndNothingLeftOnFailure) {
+    qz_test::Temp_dir dir;
+    const std::string target = dir.file("t.dbf");
+    qz_test::write_bytes(target, {1, 2, 3});
+    ASSERT_EQ(::chmod(target.c_str(), 0640), 0);
+    const std::wstring wt = qz_test::widen(target);
+
+    EXPECT_TRUE(fsys::replace_with(wt, [](int fd) { return fsys::write_all(fd, "abcd", 4); }));
+    EXPECT_EQ(qz_test::read_bytes(target), (std::vector<uint8_t>{'a', 'b', 'c', 'd'}));
+    struct stat st;
+    ASSERT_EQ(::stat(target.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+
+    EXPECT_FALSE(
+        fsys::replace_with(wt, [](int fd) { return fsys::write_all(fd, "zz", 2) && false; }));
+    EXPECT_EQ(qz_test::read_bytes(target), (std::vector<uint8_t>{'a', 'b', 'c', 'd'}));
+
+    const std::string src = dir.file("src.bin");
+    qz_test::write_bytes(src, std::vector<uint8_t>(200000, 7));
+    EXPECT_TRUE(fsys::replace_by_copy(qz_test::widen(src), wt));
+    EXPECT_EQ(qz_test::read_bytes(target).size(), 200000u);
+    EXPECT_TRUE(qz_test::exists(src));
+    EXPECT_FALSE(fsys::replace_by_copy(qz_test::widen(dir.file("missing")), wt));
+    EXPECT_FALSE(fsys::replace_by_copy(qz_test::widen(src), qz_test::widen(dir.path())))
+        << "a folder is never replaced";
+
+    std::string listing;
+    qz_test::run("ls -A " + dir.path(), &listing);
+    EXPECT_EQ(listing, "src.bin\nt.dbf\n") << "no sibling is left behind";
+}
