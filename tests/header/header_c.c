@@ -6,6 +6,7 @@
 
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "qzk_path.h"
 
 static int failures = 0;
@@ -148,6 +149,13 @@ int main(int argc, char** argv) {
     any_assign_string(&any, "x");
     CHECK(any_get_type(&any) == QZ_ANY_STRING);
     any_clear(&any);
+
+    {
+        char v[32];
+        snprintf(v, sizeof v, "%d.%d.%d", QZ_DBF_VERSION_MAJOR, QZ_DBF_VERSION_MINOR,
+                 QZ_DBF_VERSION_PATCH);
+        CHECK(strcmp(qz_dbf_version(), v) == 0);
+    }
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }

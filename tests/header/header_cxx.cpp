@@ -2,6 +2,7 @@
 // a C++ host sees the same exports.
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "qzk_path.h"
 
 int main() {
