@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "event_log.h"
 #include "qzk_basic.h"
 
 namespace {
@@ -72,14 +73,14 @@ TEST(EventChannel, ClientsChangingTheChannelDuringABroadcast) {
 }
 
 struct Slow_client {
-    std::atomic<bool> entered{false};
+    qz_test::Signal entered;
     std::atomic<bool> left{false};
 };
 
 void slow_proc(Tqz_table*, void* user) {
     auto* c = static_cast<Slow_client*>(user);
-    c->entered = true;
-    std::this_thread::sleep_for(200ms);
+    c->entered.raise();
+    std::this_thread::sleep_for(50ms);  // busy a while, so that removal has something to wait for
     c->left = true;
 }
 
@@ -93,7 +94,7 @@ TEST(EventChannel, RemovalWaitsForTheClientsCallbackOnAnotherThread) {
         qz_event_channel_broadcast(ch, &ev);
         qz_begin_update_event_clear(&ev);
     });
-    while (!client->entered) std::this_thread::sleep_for(1ms);
+    EXPECT_TRUE(client->entered.wait());
     qz_event_channel_del_client(ch, &slow_proc, client);
     // The callback is over, so the client's data may go now.
     EXPECT_TRUE(client->left);
