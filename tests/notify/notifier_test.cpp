@@ -88,8 +88,6 @@ TEST(Notifier, PathsDifferingInCaseShareOne) {
     EXPECT_EQ(qz_test::thread_count(), threads_before + 1);
     Tqz_dbf_notifier::release(b);
     EXPECT_EQ(qz_test::thread_count(), threads_before);  // destroyed, its thread gone
-    std::printf("[ info     ] threads: %zu before, %zu with the notifier, %zu after\n",
-                threads_before, threads_before + 1, qz_test::thread_count());
 
     // The next one is new, with a count of its own; a folder that does not
     // exist gives a notifier without a watcher.
