@@ -126,6 +126,21 @@ QZ_DBF_API bool qz_dbf_is_buffered(Tqz_dbf_rw* handle);
 QZ_DBF_API void qz_dbf_set_last_valid_error(Tqz_dbf_rw* handle, int code);
 QZ_DBF_API int qz_dbf_get_last_valid_error(Tqz_dbf_rw* handle);
 
+/* ---- Deleting records by mask ------------------------------------------------- */
+
+/* Removes the records of the table at `path` whose bits are set in `mask` (a
+ * bit set of qzk_basic: bit r set means record r goes). A table loaded in
+ * memory loses them as one undoable step and its file is not touched.
+ * Otherwise the kept records are copied, values as text, to
+ * "temp_minus_dbf.dbf" in qz_options_get_temp_wpath() (left there until the
+ * next call), and that copy takes the table's place whole: the record count
+ * of the copy is the table's count less qz_bits_get_val_count(mask, 1), bits
+ * past the last record included. Memo and code page files stay as they are.
+ * 0 on success, and also when the copy cannot be made or put in place (the
+ * table is then unchanged); 1 when the table cannot be opened, another
+ * writer holds it, or `mask` is null (nothing changes). */
+QZ_DBF_API unsigned int qz_dbf_del_records_by_msk_and_fn(const wchar_t* path, void* mask);
+
 /* ---- Table properties ----------------------------------------------------------- */
 
 /* Each returns its neutral value (false, 0, null) on a handle without a table. */

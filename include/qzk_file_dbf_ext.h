@@ -34,6 +34,22 @@ extern "C" {
  * text); compare with the QZ_DBF_VERSION_* macros to detect a mismatch. */
 QZ_DBF_API const char* qz_dbf_version(void);
 
+/* ---- Deleting records by mask, with the reason -------------------------------- */
+
+/* The reasons of qz_dbf_del_records_by_msk_why_w. */
+enum {
+    QZ_DBF_DELMASK_DONE = 0,          /* the records are gone */
+    QZ_DBF_DELMASK_CANNOT_OPEN = 1,   /* no table could be opened at the path */
+    QZ_DBF_DELMASK_LOCKED = 2,        /* another writer holds the table */
+    QZ_DBF_DELMASK_NO_MASK = 3,       /* the mask is null */
+    QZ_DBF_DELMASK_COPY_FAILED = 4,   /* the temporary copy could not be made whole */
+    QZ_DBF_DELMASK_REPLACE_FAILED = 5 /* the copy could not take the table's place */
+};
+
+/* qz_dbf_del_records_by_msk_and_fn, answering why it ended as it did. On
+ * every reason but QZ_DBF_DELMASK_DONE the table is unchanged. */
+QZ_DBF_API int qz_dbf_del_records_by_msk_why_w(const wchar_t* path, void* mask);
+
 #ifdef __cplusplus
 }
 #endif

@@ -25,6 +25,13 @@ class Tqz_dbf_rw {
     void close();
     // Whether the handle serves a memory table of the registry.
     bool is_buffered() const { return memory != nullptr; }
+    // The memory table of the registry the handle serves, or null.
+    Tqz_dbf_memory* memory_table() const { return memory; }
+
+    // Removes the records whose bits are set in `mask` from the table at
+    // `path`, using this handle (closed on return); 0 on success, 1 when
+    // the table cannot be opened or is held by another writer.
+    unsigned int delete_records_by_msk(const wchar_t* path, void* mask);
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);

@@ -66,9 +66,15 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
-    // Removes the records at `indexes` (ascending, each below the record
-    // count) as one operation.
+    // Removes the records at `indexes` (in any order; repeats and indexes
+    // past the last record are ignored) as one operation. Undo puts them
+    // back at their old places; time grows with the table, not with the
+    // product of table and indexes.
     bool delete_records(const std::vector<unsigned int>& indexes);
+    // Removes, as one operation, every record r below the record count whose
+    // bit r is set in `mask` (a bit set of qzk_basic; null removes nothing).
+    // The step is recorded even when no bit is set. Always true.
+    virtual bool delete_records_by_msk(void* mask);
 
     // Gives the table the header, fields and records of `built` (which it
     // takes) as one operation; undo gives the old ones back.

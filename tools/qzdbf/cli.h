@@ -23,6 +23,18 @@ int cmd_get(const Args& args);
 int cmd_set(const Args& args);
 int cmd_append(const Args& args);
 int cmd_edit(const Args& args);
+int cmd_pack(const Args& args);
+int cmd_delete(const Args& args);
+
+// A path argument (system text) as wide text.
+std::wstring widen_path(const std::string& path);
+// Removes the records set in `mask` from the table at `path` and prints how
+// many went and how many are left; an exit status.
+int remove_by_mask(const std::string& path, void* mask);
+// edit's delmask: removes the named records of the loaded table at `path`
+// (seen through `view`) as one undoable step; false with a message.
+bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,
+                  std::string& error);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);

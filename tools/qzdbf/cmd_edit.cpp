@@ -23,6 +23,7 @@ const char kEditHelp[] =
     "  add                      append a blank record\n"
     "  ins RECORD               insert a blank record before RECORD\n"
     "  del RECORD               delete a record\n"
+    "  delmask RECORD...        delete several records as one step\n"
     "  undo, redo               take back the last change, or make it again\n"
     "  save                     write the table to its file\n"
     "  show [FROM [COUNT]]      print the records\n"
@@ -97,6 +98,11 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
         qz_dbf_mem_del(mem, record);
         changed = true;
         std::printf("deleted record %u\n", record);
+        return true;
+    }
+    if (cmd == "delmask") {
+        if (!edit_delmask(view, path, Args(w.begin() + 1, w.end()), error)) return false;
+        changed = true;
         return true;
     }
     if ((cmd == "undo" || cmd == "redo") && w.size() == 1) {

@@ -50,7 +50,11 @@ const char kUsage[] =
     "  edit PATH\n"
     "      load the table into memory and change it with commands read from\n"
     "      standard input: set FIELD RECORD VALUE, add, ins RECORD, del RECORD,\n"
-    "      undo, redo, save, show [FROM [COUNT]], help, quit\n"
+    "      delmask RECORD..., undo, redo, save, show [FROM [COUNT]], help, quit\n"
+    "  pack PATH\n"
+    "      remove for good the records whose deletion flag is set\n"
+    "  delete PATH RECORD...\n"
+    "      remove the named records for good (the table is rewritten)\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
@@ -80,6 +84,8 @@ int main(int argc, char** argv) {
     if (command == "append") return qzdbf::cmd_append(args);
     if (command == "edit") return qzdbf::cmd_edit(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
+    if (command == "pack") return qzdbf::cmd_pack(args);
+    if (command == "delete") return qzdbf::cmd_delete(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }
