@@ -23,6 +23,7 @@ int cmd_get(const Args& args);
 int cmd_set(const Args& args);
 int cmd_append(const Args& args);
 int cmd_edit(const Args& args);
+int cmd_names(const Args& args);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);

@@ -34,8 +34,9 @@ namespace {
 const char kUsage[] =
     "usage: qzdbf COMMAND ...\n"
     "\n"
-    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8]\n"
-    "      create a table; TYPE is one of C N F L D I B M P\n"
+    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--fix-names]\n"
+    "      create a table; TYPE is one of C N F L D I B M P. Field names must\n"
+    "      follow the rules (see names); --fix-names repairs those that do not\n"
     "  info PATH\n"
     "      print the table's version, date, counts, lengths, encoding and fields\n"
     "  dump PATH [--csv] [--raw] [--from N] [--count N]\n"
@@ -51,6 +52,10 @@ const char kUsage[] =
     "      load the table into memory and change it with commands read from\n"
     "      standard input: set FIELD RECORD VALUE, add, ins RECORD, del RECORD,\n"
     "      undo, redo, save, show [FROM [COUNT]], help, quit\n"
+    "  names PATH\n"
+    "      list the fields whose names break the rules (1 to 10 of A-Z 0-9 _,\n"
+    "      a letter first, none alike in any case) with their repair; exit 1\n"
+    "      when there are some, 3 when the table cannot be read\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
@@ -80,6 +85,7 @@ int main(int argc, char** argv) {
     if (command == "append") return qzdbf::cmd_append(args);
     if (command == "edit") return qzdbf::cmd_edit(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
+    if (command == "names") return qzdbf::cmd_names(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }
