@@ -95,6 +95,90 @@ QZ_DBF_API Tqz_dbf_field_type qz_char2dbftype(char c);
 QZ_DBF_API void qz_dbf_field_init(Tqz_dbf_field* f, const char* name, Tqz_dbf_field_type type,
                                   unsigned char flen, char dlen);
 
+/* ---- Field names -------------------------------------------------------------
+ *
+ * A valid field name has 1 to 10 bytes, only the characters "A-Z a-z _ 0-9",
+ * a letter (A-Z, a-z) first, and no lower-case letter. Names are system text
+ * (the ANSI code page); a name is never cut inside a multi-byte character.
+ * Letter case follows Unicode rules on the decoded text.
+ *
+ *  - The "ok" calls answer a bool; the "fix" calls feed their result to the
+ *    caller's adapter as 8-bit system text (qz_string_adp_feed_c), also from
+ *    the _w forms, whose wide names are converted to system text first.
+ *  - Repair (name_fix): transliteration into Latin letters ("#" becomes "_"),
+ *    leading non-letters dropped ("12AB" -> "AB"; a lone "1" -> "PROP1";
+ *    nothing left -> "PROP"), cut to 10 bytes, upper case. Characters the
+ *    transliteration leaves outside the permitted set stay, so such a name is
+ *    still not valid after repair.
+ *  - Field arrays: `count` descriptors of 14 bytes are read; the "fix" calls
+ *    write all of them back. A name is read up to its zero or the end of its
+ *    11 bytes; every name written has at most 10 bytes and ends with a zero.
+ *    Count 0 is valid. A null pointer reads as an empty name or list.
+ *  - Duplicates are names equal without regard to letter case; the repair
+ *    keeps the first and numbers the later ones ("ID", "ID1", "ID2", ...). */
+
+/* 1 to 10 bytes. */
+QZ_DBF_API bool qz_dbf_field_name_size_ok(const char* name);
+/* Empty: "PROP"; longer than 10 bytes: cut; otherwise unchanged. */
+QZ_DBF_API void qz_dbf_field_name_size_fix(const char* name, Iqz_string_adp* out);
+/* Only "A-Z a-z _ 0-9" (true for the empty name). */
+QZ_DBF_API bool qz_dbf_field_symbols_ok(const char* name);
+QZ_DBF_API bool qz_dbf_field_symbols_ok_w(const wchar_t* name);
+/* Transliterated into Latin letters, "#" replaced by "_". */
+QZ_DBF_API void qz_dbf_field_symbols_fix(const char* name, Iqz_string_adp* out);
+QZ_DBF_API void qz_dbf_field_symbols_fix_w(const wchar_t* name, Iqz_string_adp* out);
+/* Not empty and begins with a letter. */
+QZ_DBF_API bool qz_dbf_field_first_symb_ok(const char* name);
+QZ_DBF_API void qz_dbf_field_first_symb_fix(const char* name, Iqz_string_adp* out);
+/* Every rule of a valid name. */
+QZ_DBF_API bool qz_dbf_field_name_is_ok(const char* name);
+QZ_DBF_API bool qz_dbf_field_name_is_ok_w(const wchar_t* name);
+/* The repaired name (see above). */
+QZ_DBF_API void qz_dbf_field_name_fix(const char* name, Iqz_string_adp* out);
+QZ_DBF_API void qz_dbf_field_name_fix_w(const wchar_t* name, Iqz_string_adp* out);
+
+/* No two names equal without regard to letter case. */
+QZ_DBF_API bool qz_dbf_fields_duplicates_ic_ok(const Tqz_dbf_field* fields, unsigned int count);
+/* Renames every name that equals an earlier one (any case) by a number. */
+QZ_DBF_API void qz_dbf_fields_duplicates_ic_fix(Tqz_dbf_field* fields, unsigned int count);
+/* No duplicates and every name valid. */
+QZ_DBF_API bool qz_dbf_fields_names_ok(const Tqz_dbf_field* fields, unsigned int count);
+/* Repairs every invalid name (valid ones are untouched), then duplicates. */
+QZ_DBF_API void qz_dbf_fields_names_fix(Tqz_dbf_field* fields, unsigned int count);
+
+/* `name` (cut to 10 bytes) followed by `separator` and the decimal `n`, cut
+ * before the separator so that the whole stays within 10 bytes:
+ * ("ABC", 1, "_") -> "ABC_1", ("ABCDEFGHIJ", 1, "_") -> "ABCDEFGH_1". */
+QZ_DBF_API void qz_dbf_field_name_add_num_ending(const char* name, unsigned int n,
+                                                 Iqz_string_adp* out, const char* separator);
+QZ_DBF_API void qz_dbf_field_name_add_num_ending_w(const wchar_t* name, unsigned int n,
+                                                   Iqz_string_adp* out,
+                                                   const wchar_t* separator);
+/* A name no descriptor holds (exact comparison): `name` cut to 10 bytes,
+ * else with the ending 0, 1, 2, ... ("NAME0", "NAME1"). The _old form keeps
+ * the whole name and appends the number without a cut ("ABCDEFGHIJ0"). */
+QZ_DBF_API void qz_dbf_fields_unique_name(const Tqz_dbf_field* fields, unsigned int count,
+                                          const char* name, Iqz_string_adp* out);
+QZ_DBF_API void qz_dbf_fields_unique_name_old(const Tqz_dbf_field* fields, unsigned int count,
+                                              const char* name, Iqz_string_adp* out);
+/* A name no field of the handle's table holds (exact comparison): the name
+ * cut to 10 bytes, else with the ending 1, 2, ... ("NAME1"). The returned
+ * text is static storage, overwritten by the next call of the same function
+ * (not for use from two threads at once). The _old form appends the number
+ * to the whole name without a cut. The _w form feeds system text to `out`. */
+QZ_DBF_API const char* qz_dbf_generate_unin_name(Tqz_dbf_rw* handle, const char* name);
+QZ_DBF_API const char* qz_dbf_generate_unin_name_old(Tqz_dbf_rw* handle, const char* name);
+QZ_DBF_API void qz_dbf_generate_unin_name_w(Tqz_dbf_rw* handle, const wchar_t* name,
+                                            Iqz_string_adp* out);
+/* The older whole-list repair: every byte of each name (at most 10) mapped
+ * to a capital Latin or Cyrillic letter or digit (a digit may come first),
+ * anything else to "_" ("A" first); an empty name becomes "PROP". Then each
+ * name that equals an earlier one (blanks around ignored, any case) gets
+ * "_1", "_2", ... appended to what it has become. False for count <= 0;
+ * otherwise true when a duplicate was renamed or the last field's name was
+ * changed. Cyrillic letters are kept under every system code page. */
+QZ_DBF_API bool qz_dbf_make_correct_names(Tqz_dbf_field* fields, int count);
+
 /* ---- Table lifecycle ---------------------------------------------------------- */
 
 /* Opens a table. Unless `read_only`, takes the writer lock "<path>.lk" and
@@ -109,6 +193,8 @@ QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_w(const wchar_t* path, unsigned int nf, uns
                                        Tqz_dbf_field* fields, bool dos_flag);
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_create(const char* path, unsigned int nf, unsigned int nr,
                                      Tqz_dbf_field* fields, bool dos_flag);
+/* As qz_dbf_create_w, after repairing the field names in the caller's array
+ * (qz_dbf_fields_names_fix). */
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_safe(const wchar_t* path, unsigned int nf, unsigned int nr,
                                           Tqz_dbf_field* fields, bool dos_flag);
 

@@ -166,6 +166,13 @@ class Tqz_dbf_rw {
         if (table) table->end_fast_find();
     }
 
+    // A name that no field of the table holds: the name cut to 10 bytes,
+    // else with the ending 1, 2, ... (cut to fit); the _old form keeps the
+    // whole name and appends the number without a cut. The text lives in a
+    // static string of each function until its next call.
+    const char* generate_unin_name(const char* name);
+    const char* generate_unin_name_old(const char* name);
+
     int32_t last_valid_error = 0;
 
   private:

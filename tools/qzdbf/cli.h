@@ -35,6 +35,7 @@ int remove_by_mask(const std::string& path, void* mask);
 // (seen through `view`) as one undoable step; false with a message.
 bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,
                   std::string& error);
+int cmd_names(const Args& args);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);

@@ -34,8 +34,9 @@ namespace {
 const char kUsage[] =
     "usage: qzdbf COMMAND ...\n"
     "\n"
-    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8]\n"
-    "      create a table; TYPE is one of C N F L D I B M P\n"
+    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--fix-names]\n"
+    "      create a table; TYPE is one of C N F L D I B M P. Field names must\n"
+    "      follow the rules (see names); --fix-names repairs those that do not\n"
     "  info PATH\n"
     "      print the table's version, date, counts, lengths, encoding and fields\n"
     "  dump PATH [--csv] [--raw] [--from N] [--count N]\n"
@@ -55,6 +56,10 @@ const char kUsage[] =
     "      remove for good the records whose deletion flag is set\n"
     "  delete PATH RECORD...\n"
     "      remove the named records for good (the table is rewritten)\n"
+    "  names PATH\n"
+    "      list the fields whose names break the rules (1 to 10 of A-Z 0-9 _,\n"
+    "      a letter first, none alike in any case) with their repair; exit 1\n"
+    "      when there are some, 3 when the table cannot be read\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
@@ -86,6 +91,7 @@ int main(int argc, char** argv) {
     if (command == "watch") return qzdbf::cmd_watch(args);
     if (command == "pack") return qzdbf::cmd_pack(args);
     if (command == "delete") return qzdbf::cmd_delete(args);
+    if (command == "names") return qzdbf::cmd_names(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }
