@@ -50,6 +50,20 @@ enum {
  * every reason but QZ_DBF_DELMASK_DONE the table is unchanged. */
 QZ_DBF_API int qz_dbf_del_records_by_msk_why_w(const wchar_t* path, void* mask);
 
+/* ---- Writing to the file ------------------------------------------------------ */
+
+/* A handle on a table file keeps the writes of at most one record in
+ * memory. They reach the file (where every other handle and process reads
+ * them, and where they outlive the process) when the handle reads or writes
+ * another record, before the file's notifier sends an update event, at
+ * qz_dbf_flush and at qz_dbf_close. Nothing here syncs the file to disk.
+ *
+ * qz_dbf_flush writes the handle's pending bytes to the file now. True when
+ * nothing is left pending: also for a read-only handle and for a handle
+ * served by a memory table (whose writes reach a file only through
+ * qz_dbf_mem_save). False for a null handle or when the write fails. */
+QZ_DBF_API bool qz_dbf_flush(Tqz_dbf_rw* table);
+
 #ifdef __cplusplus
 }
 #endif

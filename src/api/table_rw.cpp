@@ -108,6 +108,10 @@ void Tqz_dbf_rw::close() {
     read_only = false;
 }
 
+bool Tqz_dbf_rw::flush() {
+    return own_table && table == disk ? disk->flush() : true;
+}
+
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";
     if (!qz::filesystem::path_exist(path)) return false;

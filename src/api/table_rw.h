@@ -23,6 +23,9 @@ class Tqz_dbf_rw {
     int create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
                bool dos_flag);
     void close();
+    // Writes the disk table's pending bytes to its file; true when nothing
+    // is left pending (also when the handle has no disk table).
+    bool flush();
     // Whether the handle serves a memory table of the registry.
     bool is_buffered() const { return memory != nullptr; }
     // The memory table of the registry the handle serves, or null.
