@@ -34,6 +34,35 @@ extern "C" {
  * text); compare with the QZ_DBF_VERSION_* macros to detect a mismatch. */
 QZ_DBF_API const char* qz_dbf_version(void);
 
+/* ---- Last error -------------------------------------------------------------
+ *
+ * Every export that fails (these and those of qzk_file_dbf.h, whose results
+ * stay as they are) records why in a last error of the calling thread: a
+ * code and a UTF-8 message naming the file, when there is one, and the
+ * reason ("data.dbf: locked by another writer"). A call that succeeds leaves
+ * the last error as it was: read it right after the failing call, or clear
+ * it first. */
+
+typedef enum Tqz_dbf_error {
+    QZ_DBF_OK = 0,
+    QZ_DBF_ERR_ARGUMENT = 1,    /* a null handle or argument, an index out of range */
+    QZ_DBF_ERR_NOT_FOUND = 2,   /* no such file */
+    QZ_DBF_ERR_NOT_A_TABLE = 3, /* the file is not a dBASE table */
+    QZ_DBF_ERR_LOCKED = 4,      /* another writer holds the table's lock */
+    QZ_DBF_ERR_PERMISSION = 5,  /* permission denied, or a read-only file */
+    QZ_DBF_ERR_IO = 6,          /* reading or writing failed */
+    QZ_DBF_ERR_MEMO = 7,        /* the memo file is missing or unreadable */
+    QZ_DBF_ERR_VALUE = 8,       /* a value the field cannot hold, or no value */
+    QZ_DBF_ERR_MEMORY = 9,      /* out of memory */
+    QZ_DBF_ERR_INTERNAL = 10    /* anything else */
+} Tqz_dbf_error;
+
+/* The code of the thread's last error (QZ_DBF_OK when none). */
+QZ_DBF_API int qz_dbf_last_error(void);
+/* Its message (per-thread text; "" when none). */
+QZ_DBF_API const char* qz_dbf_last_error_message(void);
+QZ_DBF_API void qz_dbf_clear_last_error(void);
+
 #ifdef __cplusplus
 }
 #endif

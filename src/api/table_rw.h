@@ -2,6 +2,8 @@
 // at open and create time and forwards every request to it.
 #pragma once
 
+#include <string>
+
 #include "dbf/ibasic.h"
 
 class Tqz_dbf_disk;
@@ -50,6 +52,9 @@ class Tqz_dbf_rw {
     static bool dbf_free_mem(const wchar_t* name);
     static bool dbf_free_mem(const char* name);
     static bool dbf_free_mem_by_ptr(Tqz_dbf_memory* t);
+
+    // The path given to the last open or create.
+    const std::wstring& get_path() const { return path; }
 
     // The current table, or null when nothing is open.
     Tqz_dbf_ibasic* current() const { return table; }
@@ -168,6 +173,7 @@ class Tqz_dbf_rw {
     // from open or create until close.
     void begin_write_bracket();
 
+    std::wstring path;
     bool own_table = false;
     bool read_only = false;
     Tqz_dbf_ibasic* table = nullptr;

@@ -22,8 +22,14 @@ Tqz_dbf_disk::~Tqz_dbf_disk() {
 
 bool Tqz_dbf_disk::take_lock(const std::wstring& path, bool no_lock) {
     lock_path = path + L".lk";
+    lock_was_refused = false;
     if (no_lock) return true;
-    return lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    bool taken =
+        lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    // A lock file that exists but cannot be taken is held by another writer;
+    // one that could not even be made is a matter of the folder.
+    lock_was_refused = !taken && qz::filesystem::path_exist(lock_path);
+    return taken;
 }
 
 int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {

@@ -29,6 +29,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     void close() override;
 
     bool is_open() const { return file != nullptr; }
+    // Whether the last open or create failed because another writer holds
+    // the lock.
+    bool lock_refused() const { return lock_was_refused; }
     bool is_read_only() const { return read_only; }
     const std::wstring& get_filename() const { return filename; }
 
@@ -110,5 +113,6 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     bool read_only = true;
     qz::fileio lock_file{qz::strconv::utf8};
     std::wstring lock_path;
+    bool lock_was_refused = false;
     Tqz_dbf_notifier* notifier = nullptr;
 };
