@@ -63,6 +63,54 @@ QZ_DBF_API int qz_dbf_last_error(void);
 QZ_DBF_API const char* qz_dbf_last_error_message(void);
 QZ_DBF_API void qz_dbf_clear_last_error(void);
 
+/* ---- Checking a table file --------------------------------------------------
+ *
+ * Reads a file's header and field descriptors (and, with
+ * QZ_DBF_CHECK_VALUES, every record) without opening it for use: no lock is
+ * taken and nothing is written. Every finding has a severity, a kind, what
+ * is wrong and where (UTF-8 text owned by the result). */
+
+typedef enum Tqz_dbf_check_severity {
+    QZ_DBF_SEV_WARNING = 1, /* readable, but unusual */
+    QZ_DBF_SEV_ERROR = 2,   /* other readers refuse it, or data is lost */
+    QZ_DBF_SEV_FATAL = 3    /* not a dBASE table this library reads */
+} Tqz_dbf_check_severity;
+
+typedef enum Tqz_dbf_check_kind {
+    QZ_DBF_CHECK_FILE = 1,          /* missing, a folder, unreadable */
+    QZ_DBF_CHECK_HEADER = 2,        /* empty, cut inside the header or descriptors */
+    QZ_DBF_CHECK_VERSION = 3,       /* unknown version byte */
+    QZ_DBF_CHECK_HEADER_LENGTH = 4, /* header length against the descriptors and file */
+    QZ_DBF_CHECK_TERMINATOR = 5,    /* no 0x0D after the descriptors */
+    QZ_DBF_CHECK_RECORD_LENGTH = 6, /* record length against the fields' lengths plus one */
+    QZ_DBF_CHECK_FIELD = 7,         /* a type, length or decimal count other readers refuse */
+    QZ_DBF_CHECK_RECORDS = 8,       /* fewer whole records than the header says */
+    QZ_DBF_CHECK_MEMO = 9,          /* memo fields without a memo file */
+    QZ_DBF_CHECK_VALUE = 10         /* N, F, D or L values other readers cannot parse */
+} Tqz_dbf_check_kind;
+
+/* Flags of qz_dbf_check_file. */
+#define QZ_DBF_CHECK_VALUES 1u /* also read every record's values */
+
+#ifdef __cplusplus
+struct Tqz_dbf_check_result;
+#else
+typedef struct Tqz_dbf_check_result Tqz_dbf_check_result;
+#endif
+
+/* The findings for the file at `path` (UTF-8); null only when memory runs
+ * out or `path` is null. Free it with qz_dbf_check_free. */
+QZ_DBF_API Tqz_dbf_check_result* qz_dbf_check_file(const char* path, unsigned int flags);
+QZ_DBF_API unsigned int qz_dbf_check_count(const Tqz_dbf_check_result* result);
+/* The highest severity found; 0 when the file is clean (or result is null). */
+QZ_DBF_API int qz_dbf_check_worst(const Tqz_dbf_check_result* result);
+/* Finding `index` (below the count); 0 or "" past the end. */
+QZ_DBF_API int qz_dbf_check_severity(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API int qz_dbf_check_kind(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API const char* qz_dbf_check_what(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API const char* qz_dbf_check_where(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API void qz_dbf_check_free(Tqz_dbf_check_result* result);
+
 #ifdef __cplusplus
 }
 #endif
