@@ -111,6 +111,21 @@ QZ_DBF_API const char* qz_dbf_check_what(const Tqz_dbf_check_result* result, uns
 QZ_DBF_API const char* qz_dbf_check_where(const Tqz_dbf_check_result* result, unsigned int index);
 QZ_DBF_API void qz_dbf_check_free(Tqz_dbf_check_result* result);
 
+/* ---- Deletion flags ------------------------------------------------------------
+ *
+ * A record marked deleted keeps its values and its place until the table is
+ * packed; readers are expected to skip it. */
+
+/* 1 when `record` is marked deleted, 0 when it is live, -1 when there is no
+ * such record (the last error says why). */
+QZ_DBF_API int qz_dbf_get_deleted(Tqz_dbf_rw* handle, unsigned int record);
+/* Marks `record` deleted or live, in the file at once; false when there is
+ * no such record or the table is read-only. */
+QZ_DBF_API bool qz_dbf_set_deleted(Tqz_dbf_rw* handle, unsigned int record, bool deleted);
+/* The same on a memory table; each change is a step of its undo history. */
+QZ_DBF_API int qz_dbf_mem_get_deleted(Tqz_dbf_memory* handle, unsigned int record);
+QZ_DBF_API bool qz_dbf_mem_set_deleted(Tqz_dbf_memory* handle, unsigned int record, bool deleted);
+
 #ifdef __cplusplus
 }
 #endif

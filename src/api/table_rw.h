@@ -27,6 +27,7 @@ class Tqz_dbf_rw {
     void close();
     // Whether the handle serves a memory table of the registry.
     bool is_buffered() const { return memory != nullptr; }
+    bool is_read_only() const { return read_only; }
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);

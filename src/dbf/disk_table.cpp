@@ -343,3 +343,21 @@ void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {
     window.write(header_size + descriptor_size * static_cast<uint64_t>(field), d->bytes,
                  descriptor_size);
 }
+
+// ---- Deletion flags --------------------------------------------------------------
+
+constexpr uint8_t deleted_mark = '*', live_mark = ' ';
+
+int Tqz_dbf_disk::get_deleted(unsigned int record) {
+    if (!has_record(record)) return -1;
+    uint8_t flag = live_mark;
+    if (can_read && window.read(record_position(record), &flag, 1) != 1) return -1;
+    return flag == deleted_mark ? 1 : 0;
+}
+
+bool Tqz_dbf_disk::set_deleted(unsigned int record, bool deleted) {
+    if (read_only || !has_record(record)) return false;
+    auto bracket = update_bracket();
+    const uint8_t flag = deleted ? deleted_mark : live_mark;
+    return window.write(record_position(record), &flag, 1);
+}

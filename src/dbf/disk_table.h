@@ -82,6 +82,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
+    int get_deleted(unsigned int record) override;
+    bool set_deleted(unsigned int record, bool deleted) override;
+
     // Records below the header's count that the file holds completely.
     bool has_record(unsigned int record) override;
 

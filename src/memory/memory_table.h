@@ -66,6 +66,8 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
+    // Marks a record deleted or live as one operation of the history.
+    bool set_deleted(unsigned int record, bool deleted) override;
     // Removes the records at `indexes` (ascending, each below the record
     // count) as one operation.
     bool delete_records(const std::vector<unsigned int>& indexes);
