@@ -126,6 +126,23 @@ QZ_DBF_API bool qz_dbf_set_deleted(Tqz_dbf_rw* handle, unsigned int record, bool
 QZ_DBF_API int qz_dbf_mem_get_deleted(Tqz_dbf_memory* handle, unsigned int record);
 QZ_DBF_API bool qz_dbf_mem_set_deleted(Tqz_dbf_memory* handle, unsigned int record, bool deleted);
 
+/* ---- Opening with options ------------------------------------------------------ */
+
+#define QZ_DBF_OPEN_READ_ONLY 0x01u /* no writer lock, no writes */
+#define QZ_DBF_OPEN_DOS 0x02u       /* text is CP866 unless the .cpg says otherwise */
+#define QZ_DBF_OPEN_WRITE_CPG 0x04u /* write the table's encoding into its .cpg at close */
+#define QZ_DBF_OPEN_FORCE 0x08u     /* open what the file check calls no dBASE table, read-only */
+
+/* Opens the table at `path` (UTF-8) as qz_dbf_open does, with these
+ * differences: the file is checked first (qz_dbf_check_file) and what is
+ * not a dBASE table is refused (QZ_DBF_ERR_NOT_A_TABLE) unless
+ * QZ_DBF_OPEN_FORCE, which opens it read-only; a file without any write
+ * permission is not opened for writing (QZ_DBF_ERR_PERMISSION), whoever
+ * the caller is; and the table's .cpg file is left as it is unless
+ * QZ_DBF_OPEN_WRITE_CPG. Null on failure, with the last error saying why.
+ * Close the handle with qz_dbf_close. */
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_ex(const char* path, unsigned int options);
+
 #ifdef __cplusplus
 }
 #endif

@@ -121,6 +121,10 @@ void Tqz_dbf_rw::close() {
     read_only = false;
 }
 
+void Tqz_dbf_rw::keep_cpg() {
+    if (own_table && table == disk) disk->keep_cpg(true);
+}
+
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";
     if (!qz::filesystem::path_exist(path)) return false;

@@ -28,6 +28,8 @@ class Tqz_dbf_rw {
     // Whether the handle serves a memory table of the registry.
     bool is_buffered() const { return memory != nullptr; }
     bool is_read_only() const { return read_only; }
+    // Leaves the .cpg file of a disk table as it is at close.
+    void keep_cpg();
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);

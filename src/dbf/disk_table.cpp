@@ -173,7 +173,8 @@ void Tqz_dbf_disk::close() {
     close_dbt();
     free_descriptors();
     field_index.clear();
-    save_cpg(filename, read_only);
+    save_cpg(filename, read_only || cpg_kept);
+    cpg_kept = false;
     read_only = true;
     filename.clear();
     whole_records = 0;

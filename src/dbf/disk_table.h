@@ -33,6 +33,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // the lock.
     bool lock_refused() const { return lock_was_refused; }
     bool is_read_only() const { return read_only; }
+    // With `keep`, close leaves the table's .cpg file as it is instead of
+    // writing the table's encoding into it. Holds until the next open.
+    void keep_cpg(bool keep) { cpg_kept = keep; }
     const std::wstring& get_filename() const { return filename; }
 
     // The shared notifier of the file, taken at open and create, given back
@@ -117,5 +120,6 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     qz::fileio lock_file{qz::strconv::utf8};
     std::wstring lock_path;
     bool lock_was_refused = false;
+    bool cpg_kept = false;
     Tqz_dbf_notifier* notifier = nullptr;
 };
