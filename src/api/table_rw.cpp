@@ -6,6 +6,7 @@
 
 #include "code_page_text.h"
 #include "dbf/disk_table.h"
+#include "errors/last_error.h"
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
@@ -39,6 +40,7 @@ Tqz_dbf_rw::~Tqz_dbf_rw() {
 
 int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
     close();
+    this->path = path ? path : L"";
     read_only = ro;
     int result = 0;
     // A path loaded in memory is served from there, whatever the flags.
@@ -50,6 +52,8 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         if (result == 0) {
             table = disk;
             own_table = true;
+        } else {
+            qz::errors::set_open_failure(this->path, !ro, disk->lock_refused());
         }
     }
     begin_write_bracket();
@@ -63,6 +67,7 @@ int Tqz_dbf_rw::open(const char* path, bool ro, bool dos_flag) {
 int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
                        bool dos_flag) {
     close();
+    this->path = path ? path : L"";
     read_only = false;
     int result = 0;
     memory = hold_memory_table(path);
@@ -75,6 +80,14 @@ int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tq
         if (result == 0) {
             table = disk;
             own_table = true;
+        } else if (disk->lock_refused()) {
+            qz::errors::set(qz::errors::locked, this->path, "locked by another writer");
+        } else if (!fields && nf > 0) {
+            qz::errors::set(qz::errors::argument, this->path, "no field descriptors given");
+        } else {
+            qz::errors::set_open_failure(this->path, true, false);
+            if (qz::errors::last_code() == qz::errors::not_found)
+                qz::errors::set(qz::errors::not_found, this->path, "the folder does not exist");
         }
     }
     begin_write_bracket();
@@ -110,6 +123,10 @@ void Tqz_dbf_rw::close() {
 
 bool Tqz_dbf_rw::flush() {
     return own_table && table == disk ? disk->flush() : true;
+}
+
+void Tqz_dbf_rw::keep_cpg() {
+    if (own_table && table == disk) disk->keep_cpg(true);
 }
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {

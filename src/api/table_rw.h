@@ -2,6 +2,8 @@
 // at open and create time and forwards every request to it.
 #pragma once
 
+#include <string>
+
 #include "dbf/ibasic.h"
 
 class Tqz_dbf_disk;
@@ -35,6 +37,9 @@ class Tqz_dbf_rw {
     // `path`, using this handle (closed on return); 0 on success, 1 when
     // the table cannot be opened or is held by another writer.
     unsigned int delete_records_by_msk(const wchar_t* path, void* mask);
+    bool is_read_only() const { return read_only; }
+    // Leaves the .cpg file of a disk table as it is at close.
+    void keep_cpg();
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);
@@ -60,6 +65,9 @@ class Tqz_dbf_rw {
     static bool dbf_free_mem(const wchar_t* name);
     static bool dbf_free_mem(const char* name);
     static bool dbf_free_mem_by_ptr(Tqz_dbf_memory* t);
+
+    // The path given to the last open or create.
+    const std::wstring& get_path() const { return path; }
 
     // The current table, or null when nothing is open.
     Tqz_dbf_ibasic* current() const { return table; }
@@ -185,6 +193,7 @@ class Tqz_dbf_rw {
     // from open or create until close.
     void begin_write_bracket();
 
+    std::wstring path;
     bool own_table = false;
     bool read_only = false;
     Tqz_dbf_ibasic* table = nullptr;

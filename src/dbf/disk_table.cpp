@@ -22,8 +22,14 @@ Tqz_dbf_disk::~Tqz_dbf_disk() {
 
 bool Tqz_dbf_disk::take_lock(const std::wstring& path, bool no_lock) {
     lock_path = path + L".lk";
+    lock_was_refused = false;
     if (no_lock) return true;
-    return lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    bool taken =
+        lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    // A lock file that exists but cannot be taken is held by another writer;
+    // one that could not even be made is a matter of the folder.
+    lock_was_refused = !taken && qz::filesystem::path_exist(lock_path);
+    return taken;
 }
 
 int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
@@ -178,7 +184,8 @@ void Tqz_dbf_disk::close() {
     close_dbt();
     free_descriptors();
     field_index.clear();
-    save_cpg(filename, read_only);
+    save_cpg(filename, read_only || cpg_kept);
+    cpg_kept = false;
     read_only = true;
     filename.clear();
     whole_records = 0;
@@ -351,4 +358,22 @@ void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {
     Tqz_dbf_basic::set_field_name(field, name);
     window.write_through(header_size + descriptor_size * static_cast<uint64_t>(field), d->bytes,
                          descriptor_size);
+}
+
+// ---- Deletion flags --------------------------------------------------------------
+
+constexpr uint8_t deleted_mark = '*', live_mark = ' ';
+
+int Tqz_dbf_disk::get_deleted(unsigned int record) {
+    if (!has_record(record)) return -1;
+    uint8_t flag = live_mark;
+    if (can_read && window.read(record_position(record), &flag, 1) != 1) return -1;
+    return flag == deleted_mark ? 1 : 0;
+}
+
+bool Tqz_dbf_disk::set_deleted(unsigned int record, bool deleted) {
+    if (read_only || !has_record(record)) return false;
+    auto bracket = update_bracket();
+    const uint8_t flag = deleted ? deleted_mark : live_mark;
+    return window.write(record_position(record), &flag, 1);
 }

@@ -29,7 +29,13 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     void close() override;
 
     bool is_open() const { return file != nullptr; }
+    // Whether the last open or create failed because another writer holds
+    // the lock.
+    bool lock_refused() const { return lock_was_refused; }
     bool is_read_only() const { return read_only; }
+    // With `keep`, close leaves the table's .cpg file as it is instead of
+    // writing the table's encoding into it. Holds until the next open.
+    void keep_cpg(bool keep) { cpg_kept = keep; }
     const std::wstring& get_filename() const { return filename; }
 
     // The shared notifier of the file, taken at open and create, given back
@@ -81,6 +87,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
+    int get_deleted(unsigned int record) override;
+    bool set_deleted(unsigned int record, bool deleted) override;
+
     // Records below the header's count that the file holds completely.
     bool has_record(unsigned int record) override;
 
@@ -120,5 +129,7 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     bool read_only = true;
     qz::fileio lock_file{qz::strconv::utf8};
     std::wstring lock_path;
+    bool lock_was_refused = false;
+    bool cpg_kept = false;
     Tqz_dbf_notifier* notifier = nullptr;
 };

@@ -426,3 +426,17 @@ void Tqz_dbf_memory_core::swap_structure(Tqz_dbf_memory_core* other) {
     std::swap(field_index, other->field_index);
     std::swap(records, other->records);
 }
+
+int Tqz_dbf_memory_core::get_deleted(unsigned int record) {
+    if (!has_record(record)) return -1;
+    const unsigned char* bytes = records->get_ptr(record);
+    return bytes && records->get_length() > 0 && bytes[0] == '*' ? 1 : 0;
+}
+
+bool Tqz_dbf_memory_core::set_deleted(unsigned int record, bool deleted) {
+    if (!has_record(record)) return false;
+    unsigned char* bytes = records->get_ptr(record);
+    if (!bytes || records->get_length() == 0) return false;
+    bytes[0] = deleted ? '*' : ' ';
+    return true;
+}

@@ -379,3 +379,23 @@ bool Tqz_dbf_memory::reload() {
     update();
     return loaded;
 }
+
+bool Tqz_dbf_memory::set_deleted(unsigned int record, bool deleted) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, unsigned int r, bool now, bool before)
+            : op_base(t), record(r), new_flag(now), old_flag(before) {}
+        void redo() override {
+            in_update([this] { table->Tqz_dbf_memory_core::set_deleted(record, new_flag); });
+        }
+        void undo() override {
+            in_update([this] { table->Tqz_dbf_memory_core::set_deleted(record, old_flag); });
+        }
+        uint32_t record;
+        bool new_flag, old_flag;
+    };
+    const int before = get_deleted(record);
+    if (before < 0) return false;
+    submit(new op(this, record, deleted, before == 1));
+    return true;
+}

@@ -66,6 +66,8 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
+    // Marks a record deleted or live as one operation of the history.
+    bool set_deleted(unsigned int record, bool deleted) override;
     // Removes the records at `indexes` (in any order; repeats and indexes
     // past the last record are ignored) as one operation. Undo puts them
     // back at their old places; time grows with the table, not with the

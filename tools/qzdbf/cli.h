@@ -11,7 +11,8 @@ namespace qzdbf {
 // Exit statuses.
 constexpr int kOk = 0;
 constexpr int kFailed = 1;    // the table could not be opened, read or written
-constexpr int kBadUsage = 2;  // the command line is wrong
+constexpr int kBadUsage = 2;  // the command line, the file or a value is wrong
+constexpr int kIoError = 3;   // the file is locked, read-only or cannot be read or written
 
 using Args = std::vector<std::string>;
 
@@ -36,6 +37,7 @@ int remove_by_mask(const std::string& path, void* mask);
 bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,
                   std::string& error);
 int cmd_names(const Args& args);
+int cmd_check(const Args& args);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);

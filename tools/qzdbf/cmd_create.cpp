@@ -1,13 +1,20 @@
-// qzdbf create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--fix-names]
+// qzdbf create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--overwrite]
+//              [--fix-names]
+//
+// The layout is checked whole first; a table with memo fields gets its
+// empty memo file. An existing file is replaced only with --overwrite.
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include <sys/stat.h>
+
+#include <cstdio>
+
 #include "cli.h"
 #include "field_names.h"
-#include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
@@ -44,6 +51,111 @@ bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& name, s
     return true;
 }
 
+bool name_char(unsigned char c, bool first) {
+    if (c >= 0x80 || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')) return true;
+    return !first && ((c >= '0' && c <= '9') || c == '_');
+}
+
+// The layout other readers accept: names that are unique without regard to
+// letter case and made of letters, digits and '_' (a letter first); for
+// each type the lengths and decimals it is read with.
+bool check_layout(const std::vector<Tqz_dbf_field>& fields, std::string& error) {
+    unsigned long record_length = 1;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        const Tqz_dbf_field& f = fields[i];
+        const std::string name = f.name;
+        const std::string at = "field '" + name + "': ";
+        for (size_t k = 0; k < name.size(); ++k)
+            if (!name_char(static_cast<unsigned char>(name[k]), k == 0)) {
+                error = at + "a name is letters, digits and '_', beginning with a letter";
+                return false;
+            }
+        for (size_t j = 0; j < i; ++j)
+            if (qz_text_icompare(fields[j].name, f.name) == 0) {
+                error = at + "the name is already used by field '" + fields[j].name + "'";
+                return false;
+            }
+        const unsigned len = f.flen;
+        const int dec = f.dlen;
+        auto need = [&](unsigned want) {
+            if (len == want) return true;
+            error =
+                at + "a " + std::string(1, f.type) + " field has length " + std::to_string(want);
+            return false;
+        };
+        switch (f.type) {
+            case 'C':
+                if (len > 254) {
+                    error = at + "a C field is 1 to 254 bytes long";
+                    return false;
+                }
+                break;
+            case 'N':
+            case 'F':
+                if (len > 20) {
+                    error = at + "an N or F field is 1 to 20 characters long";
+                    return false;
+                }
+                if (dec > 0 && static_cast<unsigned>(dec) + 2 > len) {
+                    error = at + std::to_string(dec) + " decimals need a length of at least " +
+                            std::to_string(dec + 2);
+                    return false;
+                }
+                break;
+            case 'D':
+                if (!need(8)) return false;
+                break;
+            case 'L':
+                if (!need(1)) return false;
+                break;
+            case 'I':
+                if (!need(4)) return false;
+                break;
+            case 'B':
+                if (!need(8)) return false;
+                break;
+            case 'M':
+            case 'P':
+                if (!need(10)) return false;
+                break;
+        }
+        if (dec != 0 && f.type != 'N' && f.type != 'F') {
+            error = at + "only N and F fields have decimals";
+            return false;
+        }
+        record_length += len;
+    }
+    if (record_length > 65535 || fields.size() > 2046) {
+        error = "the fields make a record of " + std::to_string(record_length) +
+                " bytes; a record holds at most 65535";
+        return false;
+    }
+    return true;
+}
+
+// The empty memo file of a new table: a 512-byte header whose first four
+// bytes give the next free block (1), version 3 at byte 16. The table's
+// version byte becomes 0x83, which tells readers that a .dbt of this
+// layout belongs to it.
+bool write_empty_memo(const std::string& table) {
+    FILE* t = std::fopen(table.c_str(), "r+b");
+    if (!t) return false;
+    const bool marked = std::fputc(0x83, t) != EOF;
+    if (std::fclose(t) != 0 || !marked) return false;
+    std::string memo = table;
+    const size_t slash = memo.find_last_of('/');
+    const size_t dot = memo.find_last_of('.');
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) memo.erase(dot);
+    memo += ".dbt";
+    std::vector<unsigned char> header(512, 0);
+    header[0] = 1;
+    header[16] = 3;
+    FILE* f = std::fopen(memo.c_str(), "wb");
+    if (!f) return false;
+    bool ok = std::fwrite(header.data(), 1, header.size(), f) == header.size();
+    return std::fclose(f) == 0 && ok;
+}
+
 }  // namespace
 
 int cmd_create(const Args& args) {
@@ -51,7 +163,7 @@ int cmd_create(const Args& args) {
     std::vector<Tqz_dbf_field> fields;
     unsigned long long records = 0;
     std::vector<std::string> names;
-    bool dos = false, utf8 = false, fix = false;
+    bool dos = false, utf8 = false, overwrite = false, fix = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         if (a == "--records") {
@@ -62,6 +174,8 @@ int cmd_create(const Args& args) {
             dos = true;
         } else if (a == "--utf8") {
             utf8 = true;
+        } else if (a == "--overwrite") {
+            overwrite = true;
         } else if (a == "--fix-names") {
             fix = true;
         } else if (a.size() > 1 && a[0] == '-') {
@@ -101,14 +215,23 @@ int cmd_create(const Args& args) {
         std::memset(fields[i].name, 0, sizeof fields[i].name);
         std::memcpy(fields[i].name, fixed[i].data(), std::min<size_t>(fixed[i].size(), 10));
     }
+    std::string error;
+    if (!check_layout(fields, error)) return fail(kBadUsage, error);
+    struct stat st;
+    if (!overwrite && ::stat(path.c_str(), &st) == 0)
+        return fail(kBadUsage, path + ": already exists (--overwrite replaces it)");
+    bool has_memo = false;
+    for (const auto& f : fields) has_memo = has_memo || f.type == 'M' || f.type == 'P';
     Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), static_cast<unsigned int>(fields.size()),
                                   static_cast<unsigned int>(records), fields.data(), dos);
     if (!t)
-        return fail(kFailed, "cannot create '" + path +
-                                 "' (folder missing, or the table is "
-                                 "open for writing elsewhere)");
+        return fail(qz_dbf_last_error() == QZ_DBF_ERR_NOT_FOUND ? kBadUsage : kIoError,
+                    std::string("cannot create: ") + qz_dbf_last_error_message());
     if (utf8) qz_dbf_set_utf8_flag(t, true);
     qz_dbf_close(t);
+    // Readers refuse a table with memo fields and no memo file.
+    if (has_memo && !write_empty_memo(path))
+        return fail(kIoError, path + ": the memo file could not be written");
     return kOk;
 }
 

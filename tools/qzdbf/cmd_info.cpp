@@ -2,16 +2,20 @@
 #include <cstdio>
 #include <string>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "qzk_file_dbf.h"
 
 namespace qzdbf {
 
-int cmd_info(const Args& args) {
+int cmd_info(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
     if (args.size() != 1) return fail(kBadUsage, "info needs exactly one PATH");
     const std::string& path = args[0];
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-    if (!t) return fail(kFailed, "cannot open '" + path + "' as a table");
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
+    if (!t) return status;
 
     unsigned char h[32] = {0};
     qz_dbf_get_header(t, h);

@@ -63,6 +63,14 @@ const char kUsage[] =
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
+    "  check PATH...\n"
+    "      print what is wrong with each file (header, fields, records, memo\n"
+    "      file, values); exit status 1 when anything is found\n"
+    "\n"
+    "Every command checks the file first: what is not a dBASE table is\n"
+    "refused (exit status 2) and left untouched; --force reads it anyway.\n"
+    "Values are checked before anything is written (exit status 2, table\n"
+    "unchanged); a locked, read-only or unreadable file gives exit status 3.\n"
     "\n"
     "Text is read and printed in the terminal's encoding (LC_ALL / LANG).\n";
 
@@ -92,6 +100,7 @@ int main(int argc, char** argv) {
     if (command == "pack") return qzdbf::cmd_pack(args);
     if (command == "delete") return qzdbf::cmd_delete(args);
     if (command == "names") return qzdbf::cmd_names(args);
+    if (command == "check") return qzdbf::cmd_check(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }
