@@ -8,8 +8,6 @@
 
 namespace qzdbf {
 
-namespace {
-
 bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) {
     std::vector<std::string> parts;
     size_t start = 0;
@@ -42,8 +40,6 @@ bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) 
                       static_cast<unsigned char>(len), static_cast<char>(dec));
     return true;
 }
-
-}  // namespace
 
 int cmd_create(const Args& args) {
     std::string path;
