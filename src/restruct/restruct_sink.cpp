@@ -23,9 +23,33 @@ int floor_to_int(double v) {
     return static_cast<int>(f);
 }
 
-bool keeps_version(uint8_t v) {
-    return v == 0x83 || v == 0x8B || v == 0xF5;
+// The version byte of the new table: the old one when its header has the
+// layout the rewrite writes (32-byte descriptors), so that other readers keep
+// reading memo and B fields as before; dBASE 7 (48-byte descriptors) and
+// dBASE II become dBASE III, with or without memo.
+uint8_t new_version(uint8_t v) {
+    switch (v) {
+        case 0x03:
+        case 0x30:
+        case 0x31:
+        case 0x32:
+        case 0x43:
+        case 0x63:
+        case 0x83:
+        case 0x8B:
+        case 0xCB:
+        case 0xE5:
+        case 0xF5:
+        case 0xFB:
+            return v;
+        case 0x8C:
+            return 0x83;
+        default:
+            return 0x03;
+    }
 }
+
+constexpr size_t hdr_language_driver = 29;
 
 }  // namespace
 
@@ -63,8 +87,11 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
             if (name) set_field_name(static_cast<unsigned int>(j), name);
         }
     }
-    if (old_dbf && keeps_version(old_dbf->get_header()[hdr_version]))
-        header[hdr_version] = old_dbf->get_header()[hdr_version];
+    if (old_dbf) {
+        // Version and language driver as the old table had them.
+        header[hdr_version] = new_version(old_dbf->get_header()[hdr_version]);
+        header[hdr_language_driver] = old_dbf->get_header()[hdr_language_driver];
+    }
 
     plans.clear();
     for (size_t j = 0; j < entries.size(); ++j) {

@@ -39,8 +39,9 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
 
     // Lays out the descriptor's fields with `n_records` blank records, in the
     // old table's encoding. Names that were not changed keep the old table's
-    // bytes (not cut to 10 bytes of system text). The version byte of a table
-    // with a memo file (0x83, 0x8B, 0xF5) is kept, any other becomes 0x03.
+    // bytes (not cut to 10 bytes of system text). The version byte (unless
+    // the old header has another layout) and the language driver byte are
+    // kept.
     // False when the layout does not fit a table header (no fields, more
     // than 65535 bytes of header or record) or memory runs out.
     bool lay_out(unsigned int n_records);
