@@ -46,13 +46,15 @@ class Tqz_dbf_memory;
 class Tqz_dbf_notifier;
 class Tqz_fpt_rw;
 class Tqz_dbt_rw;
+class Tqz_dbf_rstrct;
 extern "C" {
 #else
 typedef struct Tqz_dbf_rw Tqz_dbf_rw;
 typedef struct Tqz_dbf_memory Tqz_dbf_memory; /* a table held in memory */
 typedef struct Tqz_dbf_notifier Tqz_dbf_notifier;
-typedef struct Tqz_fpt_rw Tqz_fpt_rw; /* an open .fpt memo file */
-typedef struct Tqz_dbt_rw Tqz_dbt_rw; /* an open .dbt memo file */
+typedef struct Tqz_fpt_rw Tqz_fpt_rw;         /* an open .fpt memo file */
+typedef struct Tqz_dbt_rw Tqz_dbt_rw;         /* an open .dbt memo file */
+typedef struct Tqz_dbf_rstrct Tqz_dbf_rstrct; /* a restructure descriptor */
 #endif
 
 /* ---- Field descriptors ------------------------------------------------------ */
@@ -197,6 +199,13 @@ QZ_DBF_API Tqz_dbf_rw* qz_dbf_create(const char* path, unsigned int nf, unsigned
  * (qz_dbf_fields_names_fix). */
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_safe(const wchar_t* path, unsigned int nf, unsigned int nr,
                                           Tqz_dbf_field* fields, bool dos_flag);
+
+/* Gives the table at `new_path` the field layout of the table at
+ * `template_path`: an existing table (or memory table) there keeps its record
+ * count and gets the layout with blank values; when nothing opens there, a
+ * new empty table is made in the template's encoding. */
+QZ_DBF_API void qz_dbf_create_dbf_with_struct(const wchar_t* new_path,
+                                              const wchar_t* template_path);
 
 /* Closes the table and frees the handle. */
 QZ_DBF_API void qz_dbf_close(Tqz_dbf_rw* handle);
@@ -452,9 +461,10 @@ QZ_DBF_API const char* qz_dbt_get_memo(Tqz_dbt_rw* handle, unsigned int block, u
 /* Whether a memory table of `name` is loaded (no holder is counted). */
 QZ_DBF_API bool qz_dbf_mem_exist_w(const wchar_t* name);
 /* The memory table of `name`, made with one field "ID" (N, 10, 0) and no
- * records when it is not loaded yet; it is not read from any file. A
- * non-zero field count is not supported yet: the fields given are not
- * applied and the table keeps its one field. Null when memory runs out. */
+ * records when it is not loaded yet; it is not read from any file. With a
+ * non-zero field count the table (new or loaded) is restructured to the
+ * `nf` fields given: it keeps its records, every field new (blank, or 0 for
+ * I and B). Null when memory runs out. */
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int nf,
                                                Tqz_dbf_field* fields);
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,
@@ -524,6 +534,75 @@ QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* handle, unsigned int field, u
 QZ_DBF_API bool qz_dbf_mem_add(Tqz_dbf_memory* handle);
 QZ_DBF_API bool qz_dbf_mem_ins(Tqz_dbf_memory* handle, unsigned int record);
 QZ_DBF_API bool qz_dbf_mem_del(Tqz_dbf_memory* handle, unsigned int record);
+
+/* Restructures a loaded memory table in place to the layout of `descriptor`
+ * (see below), keeping its records, as one step of its undo history. False
+ * for a handle that is not a loaded memory table, or a layout without fields
+ * or with records over 65535 bytes. */
+QZ_DBF_API bool qz_dbf_mem_restruct(Tqz_dbf_memory* handle, Tqz_dbf_rstrct* descriptor);
+
+/* ---- Restructuring ------------------------------------------------------------
+ *
+ * A restructure descriptor lists the fields a table file is to have, in
+ * order, each entry remembering the field of the table it came from. Made
+ * from a table (qz_dbf_restruct_create: one entry per field) or empty, then
+ * edited and applied:
+ *  - status of an entry, worked out when asked: 0 new (old number -1), 1 the
+ *    same as the old field, 2 an old field whose name, type letter, length or
+ *    decimals changed (changing it back makes it 1 again);
+ *  - apply: a table held as a memory table is restructured in place (one
+ *    undoable step, no file written). A file is rewritten: it is copied to
+ *    "<path>.bak.dbf" (and its .cpg), the new table is written beside the
+ *    table and renamed over it, and the backup files are removed. A process
+ *    killed at any moment leaves the table whole at its path (old or new)
+ *    or, besides the new one, its whole copy in the backup. A table another
+ *    writer holds (its ".lk" lock) is not rewritten: apply answers false.
+ *    Every record is kept (deletion marks are not); fields that are the same
+ *    keep their bytes; changed fields are converted from their text: to I
+ *    the whole part below (floor), to B the number, to N and F the number
+ *    formatted with the new decimals (empty when the text is no number), to
+ *    C the text (trimmed when it was not a C field); new fields are 0 (I, B)
+ *    or blank. The memo file is not rewritten: memo fields keep their block
+ *    numbers.
+ * Indexes outside the entries give neutral answers (nothing done, -1, 0,
+ * null). A descriptor is used by one thread at a time. */
+
+/* A descriptor of the table at `path` with one entry per field (none when the
+ * table does not open), or with no entries (_empty). Given back with
+ * qz_dbf_restruct_destroy (null is ignored). */
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create(const char* path);
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create_w(const wchar_t* path);
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create_empty(const char* path);
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create_empty_w(const wchar_t* path);
+QZ_DBF_API void qz_dbf_restruct_destroy(Tqz_dbf_rstrct* handle);
+QZ_DBF_API int qz_dbf_restruct_count(Tqz_dbf_rstrct* handle);
+/* Appends the `n` fields of the array as new entries. */
+QZ_DBF_API void qz_dbf_restruct_add_fields(Tqz_dbf_rstrct* handle, Tqz_dbf_field* fields, int n);
+/* Appends a new entry; returns its index. */
+QZ_DBF_API int qz_dbf_restruct_add_field(Tqz_dbf_rstrct* handle, Tqz_dbf_field* field);
+/* Inserts a new entry before `idx` (0..count). */
+QZ_DBF_API void qz_dbf_restruct_insert_field(Tqz_dbf_rstrct* handle, int idx, Tqz_dbf_field* field);
+QZ_DBF_API void qz_dbf_restruct_remove_field_idx(Tqz_dbf_rstrct* handle, int idx);
+/* Removes the first entry named exactly as `field` (letter case counts). */
+QZ_DBF_API void qz_dbf_restruct_remove_field_val(Tqz_dbf_rstrct* handle, Tqz_dbf_field* field);
+/* Moves entry `from` so that it ends at index `to`. */
+QZ_DBF_API void qz_dbf_restruct_move_field(Tqz_dbf_rstrct* handle, int from, int to);
+/* The entry's field, writable in place; valid until the entries change. */
+QZ_DBF_API Tqz_dbf_field* qz_dbf_restruct_get_field(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API void qz_dbf_restruct_set_field(Tqz_dbf_rstrct* handle, int idx, Tqz_dbf_field* field);
+QZ_DBF_API int qz_dbf_restruct_get_field_status(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API int qz_dbf_restruct_get_field_old_no(Tqz_dbf_rstrct* handle, int idx);
+/* The old field as the table file has it at the time of the call: type and
+ * length 0, and no name fed, for a new entry or a table that does not open. */
+QZ_DBF_API Tqz_dbf_field_type qz_dbf_restruct_get_field_old_type(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API unsigned int qz_dbf_restruct_get_field_old_flen(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API void qz_dbf_restruct_get_field_old_name(Tqz_dbf_rstrct* handle, int idx,
+                                                   Iqz_string_adp* out);
+/* Gives the table the descriptor's layout (see above); whether it did. */
+QZ_DBF_API bool qz_dbf_restruct_apply(Tqz_dbf_rstrct* handle);
+/* Restructures the table of an open handle in place when its storage can
+ * (a memory table); false otherwise (a table file), nothing changed. */
+QZ_DBF_API bool qz_dbf_try_restruct(Tqz_dbf_rw* handle, Tqz_dbf_rstrct* descriptor);
 
 #ifdef __cplusplus
 }

@@ -8,6 +8,8 @@
 
 #include "dbf/record.h"
 #include "memory/records.h"
+#include "restruct/restruct_sink.h"
+#include "restruct/rstrct.h"
 
 namespace {
 
@@ -365,8 +367,23 @@ bool Tqz_dbf_memory::replace_structure(Tqz_dbf_memory_core* built) {
     return true;
 }
 
-bool Tqz_dbf_memory::restruct(void*) {
-    return false;
+bool Tqz_dbf_memory::restruct(void* descriptor) {
+    if (!descriptor) return false;
+    const auto& rstrct = *static_cast<const Tqz_dbf_rstrct*>(descriptor);
+    Iqz_history_manager* manager = qz_history_manager_get_instance();
+    qz_history_manager_begin_update(manager);
+    struct End {
+        Iqz_history_manager* manager;
+        ~End() { qz_history_manager_end_update(manager); }
+    } end{manager};
+    auto built =
+        std::make_unique<Tqz_restruct_sink>(*this, rstrct, qz::restruct::Conversion::memory);
+    update();
+    // A layout no table can have (no fields, too long a record) is refused
+    // and the table stays as it was.
+    if (!built->lay_out(get_nr())) return false;
+    built->fill(0, get_nr());
+    return replace_structure(built.release());
 }
 
 bool Tqz_dbf_memory::reload() {

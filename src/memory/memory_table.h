@@ -81,8 +81,10 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
     // Gives the table the header, fields and records of `built` (which it
     // takes) as one operation; undo gives the old ones back.
     bool replace_structure(Tqz_dbf_memory_core* built);
-    // Restructuring from a restructure descriptor is not available yet:
-    // refuses (false) and changes nothing.
+    // Gives the table the layout of a restructure descriptor
+    // (Tqz_dbf_rstrct*), keeping its records, as one undoable step (at once
+    // for a table without history). False, with nothing changed, for a
+    // layout no table can have (no fields, a record over 65535 bytes).
     bool restruct(void* descriptor) override;
 
     // Loads the file again (the one-field table when that fails) and starts

@@ -18,11 +18,10 @@
 
 namespace qzdbf {
 
-namespace {
-
 // The descriptor without its name, which `name` receives: names are checked
 // as a list once every field is read.
-bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& name, std::string& error) {
+static bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& name,
+                        std::string& error) {
     std::vector<std::string> parts;
     size_t start = 0;
     for (size_t colon; (colon = text.find(':', start)) != std::string::npos; start = colon + 1)
@@ -50,6 +49,19 @@ bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& name, s
                       static_cast<char>(dec));
     return true;
 }
+
+bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) {
+    std::string name;
+    if (!parse_field(text, f, name, error)) return false;
+    if (name.empty() || name.size() > 10) {
+        error = "field name '" + name + "' must have 1 to 10 bytes";
+        return false;
+    }
+    std::memcpy(f.name, name.data(), name.size());
+    return true;
+}
+
+namespace {
 
 bool name_char(unsigned char c, bool first) {
     if (c >= 0x80 || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')) return true;

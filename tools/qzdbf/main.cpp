@@ -20,7 +20,7 @@ bool parse_count(const std::string& text, unsigned long long max, unsigned long 
     for (char c : text) {
         if (c < '0' || c > '9') return false;
         unsigned d = static_cast<unsigned>(c - '0');
-        if (v > (max - d) / 10) return false;
+        if (d > max || v > (max - d) / 10) return false;
         v = v * 10 + d;
     }
     out = v;
@@ -51,7 +51,12 @@ const char kUsage[] =
     "  edit PATH\n"
     "      load the table into memory and change it with commands read from\n"
     "      standard input: set FIELD RECORD VALUE, add, ins RECORD, del RECORD,\n"
-    "      delmask RECORD..., undo, redo, save, show [FROM [COUNT]], help, quit\n"
+    "      delmask RECORD..., undo, redo, save, show [FROM [COUNT]],\n"
+    "      alter OPTIONS (as for alter), help, quit\n"
+    "  alter PATH [--add NAME:TYPE:LEN[:DEC]] [--drop NAME] [--rename OLD=NEW]\n"
+    "            [--retype NAME:TYPE:LEN[:DEC]] [--move NAME=INDEX]...\n"
+    "      change the table's fields, several in one rewrite, keeping its records;\n"
+    "      prints the old and the new layout\n"
     "  pack PATH\n"
     "      remove for good the records whose deletion flag is set\n"
     "  delete PATH RECORD...\n"
@@ -96,6 +101,7 @@ int main(int argc, char** argv) {
     if (command == "set") return qzdbf::cmd_set(args);
     if (command == "append") return qzdbf::cmd_append(args);
     if (command == "edit") return qzdbf::cmd_edit(args);
+    if (command == "alter") return qzdbf::cmd_alter(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
     if (command == "pack") return qzdbf::cmd_pack(args);
     if (command == "delete") return qzdbf::cmd_delete(args);
