@@ -9,6 +9,7 @@
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
+#include "ogr/ogr_table.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -30,11 +31,16 @@ Tqz_dbf_memory* hold_memory_table(const wchar_t* path) {
 
 }  // namespace
 
-Tqz_dbf_rw::Tqz_dbf_rw() : disk(new Tqz_dbf_disk()) {}
+Tqz_dbf_rw::Tqz_dbf_rw() {
+    std::unique_ptr<Tqz_dbf_disk> d(new Tqz_dbf_disk());
+    ogr = new Tqz_dbf_ogr();
+    disk = d.release();
+}
 
 Tqz_dbf_rw::~Tqz_dbf_rw() {
     close();
     delete disk;
+    delete ogr;
 }
 
 int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
@@ -49,8 +55,14 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         result = disk->open(path, ro, dos_flag, false);
         if (result == 0) {
             table = disk;
-            own_table = true;
+        } else {
+            // What the disk table cannot open, OGR may. A table whose writer
+            // lock another handle holds is opened through OGR read-only, so
+            // this handle never writes beside that writer.
+            result = ogr->open(path, ro || disk->lock_refused(), dos_flag);
+            if (result == 0) table = ogr;
         }
+        own_table = table != nullptr;
     }
     begin_write_bracket();
     return result;
@@ -106,6 +118,16 @@ void Tqz_dbf_rw::close() {
     own_table = false;
     table = nullptr;
     read_only = false;
+}
+
+Tqz_dbf_rw::storage Tqz_dbf_rw::current_storage() const {
+    if (!table) return storage::none;
+    if (memory) return storage::memory;
+    return table == ogr ? storage::ogr : storage::disk;
+}
+
+const char* Tqz_dbf_rw::ogr_driver_name() const {
+    return table && table == ogr ? ogr->driver_name() : "";
 }
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {

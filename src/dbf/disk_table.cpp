@@ -22,12 +22,16 @@ Tqz_dbf_disk::~Tqz_dbf_disk() {
 
 bool Tqz_dbf_disk::take_lock(const std::wstring& path, bool no_lock) {
     lock_path = path + L".lk";
+    refused_by_lock = false;
     if (no_lock) return true;
-    return lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    refused_by_lock =
+        !lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    return !refused_by_lock;
 }
 
 int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     close();
+    refused_by_lock = false;
     std::wstring path = path_w ? path_w : L"";
     if (ro) {
         file = qz::filesystem::wfopen(path, "rb");

@@ -30,6 +30,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
 
     bool is_open() const { return file != nullptr; }
     bool is_read_only() const { return read_only; }
+    // Whether the last open or create failed because the writer lock could
+    // not be taken (another writer holds it, or no lock file can be made).
+    bool lock_refused() const { return refused_by_lock; }
     const std::wstring& get_filename() const { return filename; }
 
     // The shared notifier of the file, taken at open and create, given back
@@ -110,5 +113,6 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     bool read_only = true;
     qz::fileio lock_file{qz::strconv::utf8};
     std::wstring lock_path;
+    bool refused_by_lock = false;
     Tqz_dbf_notifier* notifier = nullptr;
 };

@@ -156,6 +156,8 @@ int main(int argc, char** argv) {
                  QZ_DBF_VERSION_PATCH);
         CHECK(strcmp(qz_dbf_version(), v) == 0);
     }
+    CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);
+    CHECK(strcmp(qz_dbf_get_ogr_driver(NULL), "") == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }
