@@ -172,6 +172,25 @@ QZ_DBF_API bool qz_dbf_mem_set_deleted(Tqz_dbf_memory* handle, unsigned int reco
  * Close the handle with qz_dbf_close. */
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_ex(const char* path, unsigned int options);
 
+/* ---- Storage ---------------------------------------------------------------- */
+
+/* Which storage serves a handle: a table file read directly, a memory table
+ * of the registry, or GDAL's OGR (any vector source it reads: GeoPackage,
+ * GeoJSON, CSV, a shapefile's attributes, and a table file whose writer lock
+ * another handle holds, which OGR then serves read-only). Layers
+ * (qz_dbf_get_nl, qz_dbf_set_layer, ...) are OGR's layers there. */
+typedef enum Tqz_dbf_storage {
+    qz_dbf_storage_none = 0, /* null handle, or nothing open */
+    qz_dbf_storage_file = 1,
+    qz_dbf_storage_memory = 2,
+    qz_dbf_storage_ogr = 3
+} Tqz_dbf_storage;
+
+QZ_DBF_API Tqz_dbf_storage qz_dbf_get_storage(Tqz_dbf_rw* handle);
+/* OGR's name of the driver serving the handle ("GPKG", "GeoJSON", "CSV",
+ * "ESRI Shapefile", ...), static text; "" when OGR does not serve it. */
+QZ_DBF_API const char* qz_dbf_get_ogr_driver(Tqz_dbf_rw* handle);
+
 #ifdef __cplusplus
 }
 #endif

@@ -10,6 +10,7 @@
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
+#include "ogr/ogr_table.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -31,11 +32,16 @@ Tqz_dbf_memory* hold_memory_table(const wchar_t* path) {
 
 }  // namespace
 
-Tqz_dbf_rw::Tqz_dbf_rw() : disk(new Tqz_dbf_disk()) {}
+Tqz_dbf_rw::Tqz_dbf_rw() {
+    std::unique_ptr<Tqz_dbf_disk> d(new Tqz_dbf_disk());
+    ogr = new Tqz_dbf_ogr();
+    disk = d.release();
+}
 
 Tqz_dbf_rw::~Tqz_dbf_rw() {
     close();
     delete disk;
+    delete ogr;
 }
 
 int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
@@ -51,10 +57,17 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         result = disk->open(path, ro, dos_flag, false);
         if (result == 0) {
             table = disk;
-            own_table = true;
         } else {
-            qz::errors::set_open_failure(this->path, !ro, disk->lock_refused());
+            // What the disk table cannot open, OGR may. A table whose writer
+            // lock another handle holds is opened through OGR read-only, so
+            // this handle never writes beside that writer. The disk table's
+            // reason stays the last error when OGR cannot open it either.
+            const bool lock_refused = disk->lock_refused();
+            qz::errors::set_open_failure(this->path, !ro, lock_refused);
+            result = ogr->open(path, ro || lock_refused, dos_flag);
+            if (result == 0) table = ogr;
         }
+        own_table = table != nullptr;
     }
     begin_write_bracket();
     return result;
@@ -121,12 +134,15 @@ void Tqz_dbf_rw::close() {
     read_only = false;
 }
 
-bool Tqz_dbf_rw::flush() {
-    return own_table && table == disk ? disk->flush() : true;
-}
-
-void Tqz_dbf_rw::keep_cpg() {
-    if (own_table && table == disk) disk->keep_cpg(true);
+        } else {
+            // What the disk table cannot open, OGR may. A table whose writer
+            // lock another handle holds is opened through OGR read-only, so
+            // this handle never writes beside that writer. The disk table's
+            // reason stays the last error when OGR cannot open it either.
+            const bool lock_refused = disk->lock_refused();
+            qz::errors::set_open_failure(this->path, !ro, lock_refused);
+            result = ogr->open(path, ro || lock_refused, dos_flag);
+            if (result == 0) table = ogr;
 }
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {

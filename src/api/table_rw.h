@@ -7,6 +7,7 @@
 #include "dbf/ibasic.h"
 
 class Tqz_dbf_disk;
+class Tqz_dbf_ogr;
 class Tqz_dbf_memory;
 class Tqz_dbf_memory_list;
 
@@ -71,6 +72,12 @@ class Tqz_dbf_rw {
 
     // The current table, or null when nothing is open.
     Tqz_dbf_ibasic* current() const { return table; }
+
+    // Which storage serves the handle.
+    enum class storage { none, disk, memory, ogr };
+    storage current_storage() const;
+    // OGR's driver name when OGR serves the handle, otherwise "".
+    const char* ogr_driver_name() const;
 
     // Forwarding to the current table; neutral results when none is open.
     bool get_dos_flag() { return table ? table->get_dos_flag() : false; }
@@ -198,5 +205,6 @@ class Tqz_dbf_rw {
     bool read_only = false;
     Tqz_dbf_ibasic* table = nullptr;
     Tqz_dbf_disk* disk = nullptr;
+    Tqz_dbf_ogr* ogr = nullptr;
     Tqz_dbf_memory* memory = nullptr;  // one holder counted while set
 };

@@ -34,6 +34,7 @@ bool Tqz_dbf_disk::take_lock(const std::wstring& path, bool no_lock) {
 
 int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     close();
+    lock_was_refused = false;
     std::wstring path = path_w ? path_w : L"";
     if (ro) {
         file = qz::filesystem::wfopen(path, "rb");

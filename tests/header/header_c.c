@@ -180,6 +180,8 @@ int main(int argc, char** argv) {
         CHECK(qz_dbf_mem_get_deleted(NULL, 0) == -1 && !qz_dbf_mem_set_deleted(NULL, 0, true));
         CHECK(qz_dbf_last_error() == QZ_DBF_ERR_ARGUMENT);
     }
+    CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);
+    CHECK(strcmp(qz_dbf_get_ogr_driver(NULL), "") == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }
