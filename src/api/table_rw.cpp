@@ -134,16 +134,24 @@ void Tqz_dbf_rw::close() {
     read_only = false;
 }
 
-        } else {
-            // What the disk table cannot open, OGR may. A table whose writer
-            // lock another handle holds is opened through OGR read-only, so
-            // this handle never writes beside that writer. The disk table's
-            // reason stays the last error when OGR cannot open it either.
-            const bool lock_refused = disk->lock_refused();
-            qz::errors::set_open_failure(this->path, !ro, lock_refused);
-            result = ogr->open(path, ro || lock_refused, dos_flag);
-            if (result == 0) table = ogr;
+bool Tqz_dbf_rw::flush() {
+    return own_table && table == disk ? disk->flush() : true;
 }
+
+void Tqz_dbf_rw::keep_cpg() {
+    if (own_table && table == disk) disk->keep_cpg(true);
+}
+
+Tqz_dbf_rw::storage Tqz_dbf_rw::current_storage() const {
+    if (!table) return storage::none;
+    if (memory) return storage::memory;
+    return table == ogr ? storage::ogr : storage::disk;
+}
+
+const char* Tqz_dbf_rw::ogr_driver_name() const {
+    return table && table == ogr ? ogr->driver_name() : "";
+}
+
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";

@@ -12,24 +12,19 @@
 #include <string>
 
 #include "cli.h"
+#include "field_names.h"
 
 namespace qzdbf {
 
 namespace {
 
-// Whether `name` may name a new field. A small check of our own: 1 to 10
-// bytes, a letter (any byte above 0x7F counts as one) first, then letters,
-// digits and underscores.
+// Whether `name` may name a new field: the field-name rules, with the
+// repair named in the message.
 bool check_field_name(const std::string& name, std::string& error) {
-    auto letter = [](unsigned char c) {
-        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c >= 0x80;
-    };
-    bool ok = !name.empty() && name.size() <= 10 && letter(name[0]);
-    for (unsigned char c : name) ok = ok && (letter(c) || (c >= '0' && c <= '9') || c == '_');
-    if (!ok)
-        error =
-            "'" + name + "' is not a field name (1 to 10 bytes: a letter, then letters, digits, _)";
-    return ok;
+    if (name_is_ok(name)) return true;
+    error = "'" + name + "' is not a field name (" + name_problem(name) + "); '" + name_fix(name) +
+            "' would be";
+    return false;
 }
 
 // The entry named `name`: exactly, else in any letter case; -1 when none.
