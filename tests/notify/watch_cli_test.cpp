@@ -38,7 +38,7 @@ TEST(WatchCommand, PrintsTheEventsOfAChangeUntilInterrupted) {
                                "' && break; sleep 0.05; done\n"
                                "'" +
                                exe + "' create '" + table +
-                               "' ID:N:6 NAME:C:4 >/dev/null\n"
+                               "' ID:N:6 NAME:C:4 --overwrite >/dev/null\n"
                                "for i in $(seq 40); do grep -q end '" +
                                dir.file("out") +
                                "' && break; sleep 0.05; done\n"

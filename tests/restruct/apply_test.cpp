@@ -150,15 +150,15 @@ TEST_F(Apply, MemoFieldsKeepTheirBlocksAndTheMemoFileStays) {
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(qz_dbf_get_nr(t), before.size());
     for (unsigned r = 0; r < before.size(); ++r) {
-        EXPECT_EQ(cell(t, 0, r), before[r][8]) << r;  // the block number's text
-        for (unsigned k = 1; k < 8; ++k) EXPECT_EQ(cell(t, k, r), before[r][k]) << r << k;
+        EXPECT_EQ(cell(t, 0, r), before[r][notes]) << r;  // the block number's text
+        for (int k = 1; k < notes; ++k) EXPECT_EQ(cell(t, k, r), before[r][k]) << r << k;
     }
     // The memo text is still reachable from the moved field.
     Tqz_dbf_rw* orig = qz_dbf_open(QZ_EXAMPLES_DIR "/sample.dbf", true, false);
     for (unsigned r = 0; r < before.size(); ++r) {
         bool ok1 = false, ok2 = false;
         unsigned l1 = 0, l2 = 0, t1 = 0, t2 = 0;
-        const unsigned char* a = qz_dbf_get_memo_bytes(orig, 8, r, ok1, l1, t1);
+        const unsigned char* a = qz_dbf_get_memo_bytes(orig, notes, r, ok1, l1, t1);
         std::string want = a ? std::string(reinterpret_cast<const char*>(a), l1) : "";
         const unsigned char* b = qz_dbf_get_memo_bytes(t, 0, r, ok2, l2, t2);
         std::string got = b ? std::string(reinterpret_cast<const char*>(b), l2) : "";

@@ -2,6 +2,7 @@
 // undo, the rewriting path with its odd masks, and inputs that must leave
 // the table as it was.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -155,7 +156,10 @@ TEST(DeleteByMask, BadInputLeavesTheTableAsItWas) {
     EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(dir.wfile("none.dbf").c_str(), m), 1u);
     EXPECT_EQ(qz_dbf_del_records_by_msk_why_w(dir.wfile("none.dbf").c_str(), m),
               QZ_DBF_DELMASK_CANNOT_OPEN);
-    EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(qz_test::widen(dir.path()).c_str(), m), 1u);
+    // A folder without tables opens neither as a table nor through OGR.
+    const std::string empty = dir.file("empty");
+    ASSERT_EQ(::mkdir(empty.c_str(), 0700), 0);
+    EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(qz_test::widen(empty).c_str(), m), 1u);
     EXPECT_EQ(read_bytes(dir.file("t.dbf")), before);
 
     // Another writer holds the table: nothing changes, and its lock stays.
