@@ -82,6 +82,7 @@ TEST(UpdateBracket, UpdatesWithDetailsAndOtherEvents) {
     table_set(&details, "row", &v);
     any_assign_integer(&v, 99);
     table_set(&details, "count", &v);  // cannot override the merged count
+    table_set(&details, "event", &v);  // nor the kind
 
     obj.broadcast_update_event(7);
     obj.begin_update();
@@ -171,6 +172,7 @@ TEST(ExtensibleObj, ExtraValues) {
     Tqz_basic_obj plain;
     EXPECT_FALSE(a.equal(&plain));
     a.assign(&plain);  // nothing to take over
+    a.assign(&a);
     EXPECT_TRUE(a.equal(&a));
     EXPECT_EQ(table_count(&a.get_table_extra()), 2u);
     any_clear(&v);
