@@ -205,11 +205,17 @@ delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mas
     }
     // The table's writer lock, held until the new table is in place: no
     // other writer changes the old one meanwhile, and none holds it now.
+    // The table is read again under the lock, so that what is copied is
+    // what no writer can change any more.
+    handle.close();
     const std::wstring table_path = path;
     qz::detail::fileio_win lock;
-    if (!lock.open(table_path + L".lk", qz::detail::access_write, qz::detail::lock_exclusive)) {
-        handle.close();
+    if (!lock.open(table_path + L".lk", qz::detail::access_write, qz::detail::lock_exclusive))
         return delete_outcome::locked;
+    if (handle.open(path, true, false) != 0 || handle.memory_table()) {
+        handle.close();
+        lock.close_and_remove(table_path + L".lk");
+        return delete_outcome::cannot_open;
     }
     const wchar_t* folder = qz_options_get_temp_wpath();
     const std::wstring temp = std::wstring(folder ? folder : L"") + kTempName;
