@@ -43,7 +43,9 @@ enum {
     QZ_DBF_DELMASK_LOCKED = 2,        /* another writer holds the table */
     QZ_DBF_DELMASK_NO_MASK = 3,       /* the mask is null */
     QZ_DBF_DELMASK_COPY_FAILED = 4,   /* the temporary copy could not be made whole */
-    QZ_DBF_DELMASK_REPLACE_FAILED = 5 /* the copy could not take the table's place */
+    QZ_DBF_DELMASK_REPLACE_FAILED = 5, /* the copy could not take the table's place */
+    QZ_DBF_DELMASK_UNKNOWN_LAYOUT = 6  /* the fields do not fill the records exactly, so a
+                                          copy field by field would lose bytes */
 };
 
 /* qz_dbf_del_records_by_msk_and_fn, answering why it ended as it did. On

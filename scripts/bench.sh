@@ -4,14 +4,16 @@
 # through shapelib on the same files, and a table of about 200 MB loaded into
 # memory (heap and time against reading the file with fread). Extra
 # arguments go to dbf_bench (FOLDER for the temporary tables, RECORDS); the
-# memory benchmark uses FOLDER too.
+# memory and delete-by-mask benchmarks use FOLDER too.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 "$root/scripts/install-deps.sh"
 build="$root/build/bench"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQZ_BUILD_BENCH=ON \
       -DQZ_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" --target dbf_bench memory_bench
+cmake --build "$build" --target dbf_bench memory_bench delete_mask_bench
 "$build/bench/dbf_bench" "$@"
 # A table of about 200 MB loaded into memory, in the same folder.
 "$build/bench/memory_bench" ${1:+"$1"}
+# Half of a million records deleted by mask, on disk and in memory.
+"$build/bench/delete_mask_bench" ${1:+"$1"}
