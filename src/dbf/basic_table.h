@@ -131,6 +131,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // Whether the storage holds `record`: below the record count, and for a
     // file, within the file.
     virtual bool has_record(unsigned int record) { return record < get_nr(); }
+    // Whether every record reads the same bytes, whatever the count claims
+    // (a record length of 0 puts them all at one place): a search then
+    // needs to read only one of them.
+    virtual bool records_alike() { return false; }
 
     // Lays out a new table: the header of a created table (version 3, today's
     // date, the counts, the header and record lengths) and the descriptors
