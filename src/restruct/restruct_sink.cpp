@@ -5,8 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <cwchar>
+#include <cstdio>
 
+#include "dbf/number_text.h"
 #include "memory/records.h"
 #include "restruct/rstrct.h"
 #include "support/strutil.h"
@@ -140,9 +141,19 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         if (to && from) std::memcpy(to, from, avail);
         return;
     }
+    // The old text: in the table's encoding when the old table is a DBF
+    // table (the same encoding as the sink's, so no byte is lost to a
+    // conversion), otherwise as system text.
     bool ok = false;
-    const char* got = old.get_as_string(o, src, ok);
+    const char* got =
+        old_dbf ? old_dbf->get_as_string_raw(o, src, ok) : old.get_as_string(o, src, ok);
     std::string s = got ? got : "";
+    auto put = [&](const std::string& text) {
+        if (old_dbf)
+            set_as_string_raw(static_cast<unsigned int>(j), dst, text.c_str());
+        else
+            set_as_string(static_cast<unsigned int>(j), dst, text.c_str());
+    };
     if (p.status == dbf_fld_same) {
         // Kept as it is, but not copyable as bytes (another storage).
         if (p.new_type == dbf_ft_integer)
@@ -150,7 +161,7 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         else if (p.new_type == dbf_ft_double)
             set_as_double(j, dst, old.get_as_double(o, src, ok));
         else
-            set_as_string(j, dst, s.c_str());
+            put(s);
         return;
     }
 
@@ -175,23 +186,23 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         case dbf_ft_float: {
             double n = qz::strutil::to_numeric_safe(trimmed, &number);
             if (!number) {
-                set_as_string(j, dst, "");
+                put("");
                 return;
             }
-            wchar_t text[512];
-            int written = p.decimals >= 0 ? std::swprintf(text, 512, L"%.*lf", p.decimals, n)
-                                          : std::swprintf(text, 512, L"%lf", n);
-            set_as_wstring(j, k, written < 0 ? L"" : text);
+            // "%.<decimals>lf" (the default precision for a negative count),
+            // in the classic locale whatever the host's.
+            const std::string format =
+                p.decimals >= 0 ? "%." + std::to_string(p.decimals) + "lf" : std::string("%lf");
+            put(qz::dbf::printf_double(format.c_str(), n));
             return;
         }
         case dbf_ft_char:
-            set_as_string(j, dst, p.old_type != dbf_ft_char ? trimmed.c_str() : s.c_str());
+            put(p.old_type != dbf_ft_char ? trimmed : s);
             return;
         default:
-            if (conversion == qz::restruct::Conversion::memory && p.old_type != dbf_ft_char)
-                set_as_string(j, dst, trimmed.c_str());
-            else
-                set_as_string(j, dst, s.c_str());
+            put(conversion == qz::restruct::Conversion::memory && p.old_type != dbf_ft_char
+                    ? trimmed
+                    : s);
             return;
     }
 }
