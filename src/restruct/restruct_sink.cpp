@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <ctime>
 #include <cstdio>
 
@@ -59,7 +60,8 @@ Tqz_restruct_sink::Tqz_restruct_sink(Tqz_dbf_ibasic& old_table, const Tqz_dbf_rs
     : old(old_table),
       old_dbf(dynamic_cast<Tqz_dbf_basic*>(&old_table)),
       rstrct(descriptor),
-      conversion(how) {}
+      conversion(how),
+      old_core(dynamic_cast<Tqz_dbf_memory_core*>(&old_table)) {}
 
 bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
     const auto& entries = rstrct.entries();
@@ -76,8 +78,15 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
     // The encoding first: names and values are stored in it.
     set_dos_flag(old.get_dos_flag());
     set_utf8_flag(old.get_utf8_flag());
-    if (!create_new(static_cast<unsigned int>(fields.size()), n_records, fields.data(), false))
+    // The records' bytes are left unset here: fill writes each one whole.
+    if (!create_new(static_cast<unsigned int>(fields.size()), 0, fields.data(), false))
         return false;
+    try {
+        get_records()->set_size(n_records, false);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    set_record_count(n_records);
     const unsigned int old_nf = old.get_nf();
     for (size_t j = 0; j < entries.size(); ++j) {
         const Tqz_fld_meta& e = entries[j];
@@ -108,6 +117,31 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
         p.decimals = e.get_field().dlen;
         plans.push_back(p);
     }
+
+    // Runs of bytes for a table in memory: the old fields' offsets as the
+    // loaded records have them (one after another from byte 1).
+    runs.clear();
+    if (old_core && old_core->get_records()->get_length() == old_dbf->get_record_length()) {
+        std::vector<size_t> old_offset(old_nf + 1, 1);
+        for (unsigned int k = 0; k < old_nf; ++k)
+            old_offset[k + 1] = old_offset[k] + old.get_field_flen(k);
+        size_t to = 1;
+        for (size_t j = 0; j < plans.size(); ++j) {
+            const size_t flen = entries[j].get_field().flen;
+            if (plans[j].bytes && old_offset[old_nf] <= old_dbf->get_record_length()) {
+                const size_t from = old_offset[static_cast<size_t>(plans[j].old_no)];
+                if (!runs.empty() && runs.back().from + runs.back().length == from &&
+                    runs.back().to + runs.back().length == to)
+                    runs.back().length += flen;
+                else
+                    runs.push_back({from, to, flen});
+                plans[j].bytes = false;
+                plans[j].status = dbf_fld_new;  // nothing more to do for it
+                plans[j].new_type = dbf_ft_char;
+            }
+            to += flen;
+        }
+    }
     return true;
 }
 
@@ -115,12 +149,18 @@ void Tqz_restruct_sink::fill(unsigned int first, unsigned int count) {
     Tqz_dbf_records* store = get_records();
     const unsigned int have = std::min(count, store->get_size());
     const size_t length = store->get_length();
-    for (unsigned int k = 0; k < have; ++k) std::memset(store->get_ptr(k), ' ', length);
+    Tqz_dbf_records* old_store = old_core ? old_core->get_records() : nullptr;
     for (unsigned int k = 0; k < have; ++k) {
+        std::memset(store->get_ptr(k), ' ', length);
         const unsigned int r = first + k;
-        if (r < first) break;  // past the last index
+        if (r < first) continue;  // past the last index: blank
         const bool there = old_dbf ? old_dbf->has_record(r) : r < old.get_nr();
         if (!there) continue;
+        if (!runs.empty() && r < old_store->get_size()) {
+            const unsigned char* from = old_store->get_ptr(r);
+            unsigned char* to = store->get_ptr(k);
+            for (const Run& run : runs) std::memcpy(to + run.to, from + run.from, run.length);
+        }
         for (size_t j = 0; j < plans.size(); ++j) convert(static_cast<int>(j), plans[j], k, r);
     }
 }
