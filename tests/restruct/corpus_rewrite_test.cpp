@@ -64,12 +64,21 @@ TEST(CorpusRewrite, KeptCellsReadTheSame) {
             continue;
         }
         const unsigned nf = qz_dbf_get_nf(w);
+        // The records the file holds whole (a header may claim more).
+        unsigned char h[32] = {0};
+        qz_dbf_get_header(w, h);
+        const uint64_t header_length = h[8] | h[9] << 8, record_length = h[10] | h[11] << 8;
+        const uint64_t size = fs::file_size(tables[i]);
+        const unsigned held = static_cast<unsigned>(
+            std::min<uint64_t>(qz_dbf_get_nr(w), record_length == 0 || size < header_length
+                                                     ? 0
+                                                     : (size - header_length) / record_length));
         qz_dbf_close(w);
         if (nf < 2) {
             not_rewritten.push_back(name + ": fewer than 2 fields (one would be dropped)");
             continue;
         }
-        auto old_cells = cells(path);
+        auto old_cells = cells(path, held);
         Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
         // Drop the last field; make the first C field (if any) 5 bytes longer.
         const int drop = static_cast<int>(nf) - 1;
@@ -96,8 +105,8 @@ TEST(CorpusRewrite, KeptCellsReadTheSame) {
         ++rewritten;
         EXPECT_FALSE(fs::exists(after / (tables[i].filename().string() + ".bak.dbf"))) << name;
 
-        auto new_cells = cells(path);
-        ASSERT_EQ(new_cells.size(), old_cells.size()) << name;
+        auto new_cells = cells(path, held + 1);
+        ASSERT_EQ(new_cells.size(), old_cells.size()) << name << ": every record kept";
         for (size_t r = 0; r < old_cells.size(); ++r) {
             ASSERT_EQ(new_cells[r].size(), static_cast<size_t>(nf)) << name;
             for (int k = 0; k < drop; ++k) {
