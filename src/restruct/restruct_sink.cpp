@@ -112,8 +112,13 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
         p.new_type = qz_char2dbftype(e.get_field().type);
         p.old_type = p.old_no >= 0 ? old.get_field_type(static_cast<unsigned int>(p.old_no))
                                    : dbf_ft_unknown;
-        p.bytes = p.status == dbf_fld_same && old_dbf && static_cast<unsigned>(p.old_no) < old_nf &&
-                  old.get_field_flen(static_cast<unsigned int>(p.old_no)) == e.get_field().flen;
+        // Bytes travel unchanged when the field keeps its type letter, length
+        // and decimals (a renamed field too): the same encoding on both sides.
+        p.bytes =
+            p.status != dbf_fld_new && old_dbf && static_cast<unsigned>(p.old_no) < old_nf &&
+            old_dbf->get_field_letter(static_cast<unsigned int>(p.old_no)) == e.get_field().type &&
+            old.get_field_flen(static_cast<unsigned int>(p.old_no)) == e.get_field().flen &&
+            old.get_field_dlen(static_cast<unsigned int>(p.old_no)) == e.get_field().dlen;
         p.decimals = e.get_field().dlen;
         plans.push_back(p);
     }

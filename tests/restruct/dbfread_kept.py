@@ -2,12 +2,14 @@
 
   dbfread_kept.py LIST
 
-LIST has one line per table: the table before, the table after, and the
-names of the kept fields, separated by tabs. Both tables are read with
+LIST has one line per table: the table before, the table after, the names
+of the kept fields, and the name of the C field made longer (or nothing),
+separated by tabs. Both tables are read with
 dbfread in the encoding it picks for the table before, every record
 included (deleted ones too, since a rewrite keeps every record), and the
 kept fields are compared cell by cell (C text without its trailing blanks,
-since a longer C field pads more). Prints one line per table:
+since a longer C field pads more; the longer C field went through its text,
+which ends at a zero byte). Prints one line per table:
     OK <before> <cells>
     SKIP <before> <reason>        dbfread cannot read the table before
     DIFF <before> <record> <field> <before value> <after value>
@@ -43,7 +45,7 @@ def value(v):
 def main():
     failed = False
     for line in open(sys.argv[1], encoding='utf-8'):
-        before_path, after_path, kept = line.rstrip('\n').split('\t')
+        before_path, after_path, kept, longer = line.rstrip('\n').split('\t')
         kept = [k for k in kept.split(',') if k]
         try:
             before = AllRecords(before_path, ignore_missing_memofile=True)
@@ -64,14 +66,15 @@ def main():
                                                          len(rows_after)))
             failed = True
             continue
-        names = {f.name.upper(): f.name for f in before.fields}
-        after_names = {f.name.upper(): f.name for f in after.fields}
+        # Fields by position: the kept ones come first in both tables.
         cells = 0
         bad = False
         for r, (a, b) in enumerate(zip(rows_before, rows_after)):
-            for k in kept:
-                x = value(a[names[k.upper()]])
-                y = value(b[after_names[k.upper()]])
+            xs, ys = list(a.values()), list(b.values())
+            for i, k in enumerate(kept):
+                x, y = value(xs[i]), value(ys[i])
+                if k == longer and isinstance(x, str):
+                    x = x.split('\x00')[0].rstrip(' ')
                 cells += 1
                 if x != y and not (x != x and y != y):  # NaN equals NaN here
                     if not bad:
