@@ -11,9 +11,12 @@ root="$(cd "$(dirname "$0")/.." && pwd)"
 build="$root/build/bench"
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQZ_BUILD_BENCH=ON \
       -DQZ_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" --target dbf_bench memory_bench delete_mask_bench
+cmake --build "$build" --target dbf_bench memory_bench delete_mask_bench restruct_bench
 "$build/bench/dbf_bench" "$@"
 # A table of about 200 MB loaded into memory, in the same folder.
 "$build/bench/memory_bench" ${1:+"$1"}
 # Half of a million records deleted by mask, on disk and in memory.
 "$build/bench/delete_mask_bench" ${1:+"$1"}
+# A million-record table restructured on disk (against ogr2ogr) and in memory
+# (against loading it).
+"$build/bench/restruct_bench" ${1:+"$1"}

@@ -51,6 +51,12 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     void set_field_name(unsigned int field, const char* name) override;
     void set_field_name(unsigned int field, const wchar_t* name) override;
     Tqz_dbf_field_type get_field_type(unsigned int field) override;
+    // The type letter as the descriptor holds it (also one no type stands
+    // for); 0 when there is no such field.
+    char get_field_letter(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? static_cast<char>(d->type()) : 0;
+    }
     unsigned char get_field_flen(unsigned int field) override;
     char get_field_dlen(unsigned int field) override;
     unsigned int find_field_index(const wchar_t* name) override;

@@ -3,6 +3,8 @@
 // writer, an impossible layout), memo fields, names in the table's encoding.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -119,11 +121,21 @@ TEST_F(Apply, TablesLeftAlone) {
     EXPECT_FALSE(fs::exists(file + ".bak.dbf"));
 
     // A backup left by a killed run is no obstacle; the lock is free again.
+    // Siblings of killed rewrites go; those of a live process stay.
     qz_test::write_bytes(file + ".bak.dbf", {1, 2, 3});
+    const std::string dead = file + ".2147483000.7.tmp",
+                      dead_bak = file + ".bak.dbf.2147483001.0.tmp",
+                      live = file + "." + std::to_string(getppid()) + ".3.tmp",
+                      other = file + ".x.1.tmp";
+    for (const auto& f : {dead, dead_bak, live, other}) qz_test::write_bytes(f, {9});
     EXPECT_TRUE(qz_dbf_restruct_apply(d));
     EXPECT_EQ(layout(path), "B:N:5:1");
     EXPECT_EQ(cells(path), (std::vector<std::vector<std::string>>{{"1.5"}, {"2.0"}}));
     EXPECT_FALSE(fs::exists(file + ".bak.dbf"));
+    EXPECT_FALSE(fs::exists(dead));
+    EXPECT_FALSE(fs::exists(dead_bak));
+    EXPECT_TRUE(fs::exists(live));
+    EXPECT_TRUE(fs::exists(other));
     writer = qz_dbf_open_w(path.c_str(), false, false);
     EXPECT_NE(writer, nullptr);
     qz_dbf_close(writer);
