@@ -143,6 +143,11 @@ QZ_DBF_API bool qz_dbf_mem_set_deleted(Tqz_dbf_memory* handle, unsigned int reco
  * Close the handle with qz_dbf_close. */
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_ex(const char* path, unsigned int options);
 
+/* With `keep`, qz_dbf_mem_save and _save_as of this memory table leave the
+ * .cpg file beside the table as it is (by default they write the table's
+ * encoding into it). False for a handle that is not a loaded table. */
+QZ_DBF_API bool qz_dbf_mem_keep_cpg(Tqz_dbf_memory* handle, bool keep);
+
 #ifdef __cplusplus
 }
 #endif

@@ -229,7 +229,7 @@ bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
     }
     ok = ok && std::fputc(end_of_file, file) != EOF;
     ok = (std::fclose(file) == 0) && ok;
-    save_cpg(path, false);
+    save_cpg(path, cpg_kept);
     return ok;
 }
 
