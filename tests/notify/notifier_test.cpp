@@ -40,7 +40,9 @@ void make_table(const std::string& path) {
 // Rewrites the table from another process.
 void rewrite_elsewhere(const std::string& path, const std::string& fields) {
     std::string out;
-    ASSERT_EQ(qz_test::run(std::string(QZDBF_EXE) + " create '" + path + "' " + fields, &out), 0);
+    ASSERT_EQ(
+        qz_test::run(std::string(QZDBF_EXE) + " create --overwrite '" + path + "' " + fields, &out),
+        0);
 }
 
 long ms_since(Clock::time_point t) {
