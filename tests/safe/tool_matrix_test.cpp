@@ -65,15 +65,11 @@ TEST(ToolMatrix, BadFilesAreRefusedWithAReasonAndLeftUntouched) {
         bool writes;
     };
     const std::vector<Command> commands = {
-        {"info", "info PATH", "", false},
-        {"dump", "dump PATH", "", false},
-        {"dump --csv", "dump PATH --csv", "", false},
-        {"get", "get PATH 0 0", "", false},
-        {"set", "set PATH 0 0 x", "", true},
-        {"append", "append PATH", "", true},
-        {"edit", "edit PATH", "quit\\n", true},
-        {"watch", "watch PATH", "", false},
-        {"check", "check PATH", "", false},
+        {"info", "info PATH", "", false},          {"info --force", "info --force PATH", "", false},
+        {"dump", "dump PATH", "", false},          {"dump --csv", "dump PATH --csv", "", false},
+        {"get", "get PATH 0 0", "", false},        {"set", "set PATH 0 0 x", "", true},
+        {"append", "append PATH", "", true},       {"edit", "edit PATH", "quit\\n", true},
+        {"watch", "watch PATH", "", false},        {"check", "check PATH", "", false},
         {"create", "create PATH A:C:5", "", true},
     };
     std::ostringstream matrix;
@@ -97,7 +93,14 @@ TEST(ToolMatrix, BadFilesAreRefusedWithAReasonAndLeftUntouched) {
             const std::string why = reason(r.out);
             if (!why.empty() && r.status != 0) reasons[b.name + " / " + c.name] = why;
             const std::string where = b.name + " / " + c.name + ": " + r.out;
-            if (b.severity == QZ_DBF_SEV_FATAL) {
+            if (std::string(c.name) == "info --force") {
+                // Read anyway, read-only, with the reason as a warning; a
+                // folder is still no file.
+                EXPECT_EQ(r.status, folder ? 2 : 0) << where;
+                if (b.severity == QZ_DBF_SEV_FATAL && !folder) {
+                    EXPECT_NE(r.out.find("read anyway (--force)"), std::string::npos) << where;
+                }
+            } else if (b.severity == QZ_DBF_SEV_FATAL) {
                 // Not a table: refused by every command, the reason given;
                 // check reports it.
                 EXPECT_EQ(r.status, std::string(c.name) == "check" ? 1 : 2) << where;
