@@ -193,6 +193,11 @@ QZ_DBF_API Tqz_dbf_storage qz_dbf_get_storage(Tqz_dbf_rw* handle);
  * "ESRI Shapefile", ...), static text; "" when OGR does not serve it. */
 QZ_DBF_API const char* qz_dbf_get_ogr_driver(Tqz_dbf_rw* handle);
 
+/* With `keep`, qz_dbf_mem_save and _save_as of this memory table leave the
+ * .cpg file beside the table as it is (by default they write the table's
+ * encoding into it). False for a handle that is not a loaded table. */
+QZ_DBF_API bool qz_dbf_mem_keep_cpg(Tqz_dbf_memory* handle, bool keep);
+
 #ifdef __cplusplus
 }
 #endif

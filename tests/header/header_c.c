@@ -196,6 +196,7 @@ int main(int argc, char** argv) {
         qz_dbf_clear_last_error();
         CHECK(qz_dbf_get_deleted(NULL, 0) == -1 && !qz_dbf_set_deleted(NULL, 0, true));
         CHECK(qz_dbf_mem_get_deleted(NULL, 0) == -1 && !qz_dbf_mem_set_deleted(NULL, 0, true));
+        CHECK(!qz_dbf_mem_keep_cpg(NULL, true));
         CHECK(qz_dbf_last_error() == QZ_DBF_ERR_ARGUMENT);
     }
     CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);

@@ -111,6 +111,14 @@ TEST(LastError, CellFailuresNameFieldRecordAndReason) {
     EXPECT_EQ(qz_dbf_get_memo_bytes(t, 2, 0, ok, len, type), nullptr);
     EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_MEMO);
     EXPECT_TRUE(has(qz_dbf_last_error_message(), "memo file missing"));
+    // Field calls name the missing field; the answer stays the neutral one.
+    qz_dbf_clear_last_error();
+    EXPECT_EQ(qz_dbf_get_field_name(t, 3), nullptr);
+    EXPECT_TRUE(
+        has(qz_dbf_last_error_message(), "field 3 does not exist (the table has 3 fields)"));
+    qz_dbf_clear_last_error();
+    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"NOPE"), 0xFFFFFFFFu);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
     qz_dbf_close(t);
 
     EXPECT_EQ(qz_dbf_get_nf(nullptr), 0u);

@@ -128,7 +128,21 @@ int cmd_dump(const Args& args) {
     const unsigned int nf = qz_dbf_get_nf(t);
     const unsigned long long nr = qz_dbf_get_nr(t);
     const unsigned long long first = from < nr ? from : nr;
-    const unsigned long long end = nr - first < count ? nr : first + count;
+    unsigned long long end = nr - first < count ? nr : first + count;
+    // The file may hold fewer records than its header says (the damage was
+    // reported at the open): the records it holds are a prefix, found by
+    // halving, so that a count of four billion costs nothing.
+    if (end > first && qz_dbf_get_deleted(t, static_cast<unsigned int>(end - 1)) < 0) {
+        unsigned long long lo = first, hi = end - 1;  // lo: maybe held, hi: not held
+        while (lo < hi) {
+            const unsigned long long mid = lo + (hi - lo) / 2;
+            if (qz_dbf_get_deleted(t, static_cast<unsigned int>(mid)) < 0)
+                hi = mid;
+            else
+                lo = mid + 1;
+        }
+        end = lo;
+    }
     std::vector<bool> memo(nf);
     for (unsigned int f = 0; f < nf; ++f)
         memo[f] = !raw && qz_dbf_get_field_type(t, f) == dbf_ft_memo;
