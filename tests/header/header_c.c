@@ -169,6 +169,28 @@ int main(int argc, char** argv) {
     any_clear(&any);
 
     {
+        /* Records deleted by a bit mask, from C. */
+        void* bits = qz_bits_create();
+        wchar_t wpath[4096], wfolder[4096];
+        snprintf(path, sizeof path, "%s/header_c_del.dbf", argc > 1 ? argv[1] : ".");
+        t = qz_dbf_create(path, 2, 4, fields, false);
+        CHECK(t != NULL);
+        if (t) qz_dbf_close(t);
+        swprintf(wpath, 4096, L"%s", path);
+        swprintf(wfolder, 4096, L"%s/", argc > 1 ? argv[1] : ".");
+        qz_options_set_temp_wpath(wfolder);
+        qz_bits_set_bit(bits, 1, 1);
+        CHECK(qz_bits_get_bit(bits, 1) == 1 && qz_bits_get_val_count(bits, 1) == 1u);
+        CHECK(qz_dbf_del_records_by_msk_why_w(wpath, NULL) == QZ_DBF_DELMASK_NO_MASK);
+        CHECK(qz_dbf_del_records_by_msk_and_fn(wpath, bits) == 0u);
+        qz_bits_destroy(bits);
+        t = qz_dbf_open(path, true, false);
+        CHECK(t != NULL && qz_dbf_get_nr(t) == 3);
+        if (t) qz_dbf_close(t);
+        qz_options_set_temp_wpath(NULL);
+    }
+
+    {
         char v[32];
         snprintf(v, sizeof v, "%d.%d.%d", QZ_DBF_VERSION_MAJOR, QZ_DBF_VERSION_MINOR,
                  QZ_DBF_VERSION_PATCH);
