@@ -34,6 +34,35 @@ extern "C" {
  * text); compare with the QZ_DBF_VERSION_* macros to detect a mismatch. */
 QZ_DBF_API const char* qz_dbf_version(void);
 
+/* ---- Deleting records by mask, with the reason -------------------------------- */
+
+/* The reasons of qz_dbf_del_records_by_msk_why_w. */
+enum {
+    QZ_DBF_DELMASK_DONE = 0,          /* the records are gone */
+    QZ_DBF_DELMASK_CANNOT_OPEN = 1,   /* no table could be opened at the path */
+    QZ_DBF_DELMASK_LOCKED = 2,        /* another writer holds the table */
+    QZ_DBF_DELMASK_NO_MASK = 3,       /* the mask is null */
+    QZ_DBF_DELMASK_COPY_FAILED = 4,   /* the temporary copy could not be made whole */
+    QZ_DBF_DELMASK_REPLACE_FAILED = 5 /* the copy could not take the table's place */
+};
+
+/* qz_dbf_del_records_by_msk_and_fn, answering why it ended as it did. On
+ * every reason but QZ_DBF_DELMASK_DONE the table is unchanged. */
+QZ_DBF_API int qz_dbf_del_records_by_msk_why_w(const wchar_t* path, void* mask);
+
+/* ---- Writing to the file ------------------------------------------------------ */
+
+/* A handle on a table file keeps the writes of at most one record in
+ * memory. They reach the file (where every other handle and process reads
+ * them, and where they outlive the process) when the handle reads or writes
+ * another record, before the file's notifier sends an update event, at
+ * qz_dbf_flush and at qz_dbf_close. Nothing here syncs the file to disk.
+ *
+ * qz_dbf_flush writes the handle's pending bytes to the file now. True when
+ * nothing is left pending: also for a read-only handle and for a handle
+ * served by a memory table (whose writes reach a file only through
+ * qz_dbf_mem_save). False for a null handle or when the write fails. */
+QZ_DBF_API bool qz_dbf_flush(Tqz_dbf_rw* table);
 /* ---- Last error -------------------------------------------------------------
  *
  * Every export that fails (these and those of qzk_file_dbf.h, whose results
@@ -147,6 +176,25 @@ QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_ex(const char* path, unsigned int options);
  * .cpg file beside the table as it is (by default they write the table's
  * encoding into it). False for a handle that is not a loaded table. */
 QZ_DBF_API bool qz_dbf_mem_keep_cpg(Tqz_dbf_memory* handle, bool keep);
+
+/* ---- Storage ---------------------------------------------------------------- */
+
+/* Which storage serves a handle: a table file read directly, a memory table
+ * of the registry, or GDAL's OGR (any vector source it reads: GeoPackage,
+ * GeoJSON, CSV, a shapefile's attributes, and a table file whose writer lock
+ * another handle holds, which OGR then serves read-only). Layers
+ * (qz_dbf_get_nl, qz_dbf_set_layer, ...) are OGR's layers there. */
+typedef enum Tqz_dbf_storage {
+    qz_dbf_storage_none = 0, /* null handle, or nothing open */
+    qz_dbf_storage_file = 1,
+    qz_dbf_storage_memory = 2,
+    qz_dbf_storage_ogr = 3
+} Tqz_dbf_storage;
+
+QZ_DBF_API Tqz_dbf_storage qz_dbf_get_storage(Tqz_dbf_rw* handle);
+/* OGR's name of the driver serving the handle ("GPKG", "GeoJSON", "CSV",
+ * "ESRI Shapefile", ...), static text; "" when OGR does not serve it. */
+QZ_DBF_API const char* qz_dbf_get_ogr_driver(Tqz_dbf_rw* handle);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 // Exports of the memory tables. The handle is the Tqz_dbf_memory itself; a
 // handle is used only while it is a table of the registry, so a freed or
 // foreign pointer gets the neutral result instead of being followed.
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -12,6 +13,7 @@
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "qzk_file_dbf.h"
+#include "restruct/rstrct.h"
 
 using qz::api::guarded;
 
@@ -89,11 +91,25 @@ QZ_DBF_API bool qz_dbf_mem_exist_w(const wchar_t* name) {
     return guarded(false, [&] { return Tqz_dbf_rw::dbf_is_in_mem(name); });
 }
 
-// A field count above 0 asks for the table to be restructured to those
-// fields, which the library cannot do yet: the table keeps its one field.
-QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int, Tqz_dbf_field*) {
-    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
-                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, true); });
+// With fields, the table (new or already loaded) is restructured to them
+// through a descriptor: it keeps its records, and every field is new.
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int nf,
+                                               Tqz_dbf_field* fields) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr), [&] {
+        Tqz_dbf_memory* t = Tqz_dbf_rw::dbf_load_mem(name, true);
+        if (t && nf != 0 && fields) {
+            Tqz_dbf_rstrct* d = qz_dbf_restruct_create_empty_w(name);
+            qz_dbf_restruct_add_fields(d, fields, static_cast<int>(std::min(nf, 0x7FFFFFFFu)));
+            qz_dbf_restruct_apply(d);
+            qz_dbf_restruct_destroy(d);
+        }
+        return t;
+    });
+}
+
+QZ_DBF_API bool qz_dbf_mem_restruct(Tqz_dbf_memory* h, Tqz_dbf_rstrct* descriptor) {
+    if (!descriptor) return false;
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->restruct(descriptor); });
 }
 
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,

@@ -10,6 +10,7 @@
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
+#include "ogr/ogr_table.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -31,11 +32,16 @@ Tqz_dbf_memory* hold_memory_table(const wchar_t* path) {
 
 }  // namespace
 
-Tqz_dbf_rw::Tqz_dbf_rw() : disk(new Tqz_dbf_disk()) {}
+Tqz_dbf_rw::Tqz_dbf_rw() {
+    std::unique_ptr<Tqz_dbf_disk> d(new Tqz_dbf_disk());
+    ogr = new Tqz_dbf_ogr();
+    disk = d.release();
+}
 
 Tqz_dbf_rw::~Tqz_dbf_rw() {
     close();
     delete disk;
+    delete ogr;
 }
 
 int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
@@ -51,10 +57,25 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         result = disk->open(path, ro, dos_flag, false);
         if (result == 0) {
             table = disk;
-            own_table = true;
         } else {
-            qz::errors::set_open_failure(this->path, !ro, disk->lock_refused());
+            // What the disk table cannot open, OGR may. A table whose writer
+            // lock another handle holds is opened through OGR read-only, so
+            // this handle never writes beside that writer. The disk table's
+            // reason becomes the last error when OGR cannot open it either;
+            // when OGR can, the last error stays as it was.
+            const bool lock_refused = disk->lock_refused();
+            const int code_before = qz::errors::last_code();
+            const std::string message_before = qz::errors::last_message();
+            qz::errors::set_open_failure(this->path, !ro, lock_refused);
+            if (ogr_fallback) {
+                result = ogr->open(path, ro || lock_refused, dos_flag);
+                if (result == 0) {
+                    table = ogr;
+                    qz::errors::set(code_before, message_before);
+                }
+            }
         }
+        own_table = table != nullptr;
     }
     begin_write_bracket();
     return result;
@@ -121,8 +142,22 @@ void Tqz_dbf_rw::close() {
     read_only = false;
 }
 
+bool Tqz_dbf_rw::flush() {
+    return own_table && table == disk ? disk->flush() : true;
+}
+
 void Tqz_dbf_rw::keep_cpg() {
     if (own_table && table == disk) disk->keep_cpg(true);
+}
+
+Tqz_dbf_rw::storage Tqz_dbf_rw::current_storage() const {
+    if (!table) return storage::none;
+    if (memory) return storage::memory;
+    return table == ogr ? storage::ogr : storage::disk;
+}
+
+const char* Tqz_dbf_rw::ogr_driver_name() const {
+    return table && table == ogr ? ogr->driver_name() : "";
 }
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {

@@ -7,6 +7,7 @@
 #include "dbf/ibasic.h"
 
 class Tqz_dbf_disk;
+class Tqz_dbf_ogr;
 class Tqz_dbf_memory;
 class Tqz_dbf_memory_list;
 
@@ -25,11 +26,24 @@ class Tqz_dbf_rw {
     int create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
                bool dos_flag);
     void close();
+    // Writes the disk table's pending bytes to its file; true when nothing
+    // is left pending (also when the handle has no disk table).
+    bool flush();
     // Whether the handle serves a memory table of the registry.
     bool is_buffered() const { return memory != nullptr; }
+    // The memory table of the registry the handle serves, or null.
+    Tqz_dbf_memory* memory_table() const { return memory; }
+
+    // Removes the records whose bits are set in `mask` from the table at
+    // `path`, using this handle (closed on return); 0 on success, 1 when
+    // the table cannot be opened or is held by another writer.
+    unsigned int delete_records_by_msk(const wchar_t* path, void* mask);
     bool is_read_only() const { return read_only; }
     // Leaves the .cpg file of a disk table as it is at close.
     void keep_cpg();
+    // Whether open tries OGR for what the disk table cannot open (on by
+    // default). Off, a table held by another writer stays refused.
+    void set_ogr_fallback(bool on) { ogr_fallback = on; }
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);
@@ -61,6 +75,12 @@ class Tqz_dbf_rw {
 
     // The current table, or null when nothing is open.
     Tqz_dbf_ibasic* current() const { return table; }
+
+    // Which storage serves the handle.
+    enum class storage { none, disk, memory, ogr };
+    storage current_storage() const;
+    // OGR's driver name when OGR serves the handle, otherwise "".
+    const char* ogr_driver_name() const;
 
     // Forwarding to the current table; neutral results when none is open.
     bool get_dos_flag() { return table ? table->get_dos_flag() : false; }
@@ -167,6 +187,13 @@ class Tqz_dbf_rw {
         if (table) table->end_fast_find();
     }
 
+    // A name that no field of the table holds: the name cut to 10 bytes,
+    // else with the ending 1, 2, ... (cut to fit); the _old form keeps the
+    // whole name and appends the number without a cut. The text lives in a
+    // static string of each function until its next call.
+    const char* generate_unin_name(const char* name);
+    const char* generate_unin_name_old(const char* name);
+
     int32_t last_valid_error = 0;
 
   private:
@@ -179,7 +206,9 @@ class Tqz_dbf_rw {
     std::wstring path;
     bool own_table = false;
     bool read_only = false;
+    bool ogr_fallback = true;
     Tqz_dbf_ibasic* table = nullptr;
     Tqz_dbf_disk* disk = nullptr;
+    Tqz_dbf_ogr* ogr = nullptr;
     Tqz_dbf_memory* memory = nullptr;  // one holder counted while set
 };

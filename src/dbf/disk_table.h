@@ -49,8 +49,10 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // Every write below (set_field_name, set_record, the raw setters,
     // restruct) is one bracket on the notifier; add_records is none.
 
-    // Writes the table's changed bytes to the file now (they are written at
-    // the latest when the table closes).
+    // Writes the table's pending bytes to the file now. The table holds the
+    // writes of at most one record: they go to the file when an access
+    // reaches another record, before the notifier sends an update event,
+    // here, and at close.
     bool flush();
 
     // Renames a field in memory and in the file's descriptor.
@@ -100,6 +102,14 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     uint64_t record_position(unsigned int record) const {
         return get_header_length() + static_cast<uint64_t>(get_record_length()) * record;
     }
+    // Every access to a record goes through here: pending writes to another
+    // record go to the file first. A record's bytes run to the first byte of
+    // the next (where a record image ends).
+    void enter_record(unsigned int record) {
+        uint64_t at = record_position(record);
+        window.enter(at, at + get_record_length() + 1);
+    }
+    void attach_window(bool writable, bool follow);
     template <class T>
     T read_value(int field, int record);
     template <class T>

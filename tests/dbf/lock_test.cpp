@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace {
@@ -33,9 +34,12 @@ TEST(WriterLock, SecondWriterInTheSameProcessIsKeptOut) {
     ASSERT_NE(writer, nullptr);
     EXPECT_TRUE(qz_test::exists(path + ".lk"));
 
+    // The file itself is refused; OGR then serves the table read-only.
     auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(qz_dbf_open(path.c_str(), false, false), nullptr);
+    Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
     auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_NE(qz_dbf_get_storage(second), qz_dbf_storage_file);
+    if (second) qz_dbf_close(second);
     EXPECT_GE(waited, std::chrono::milliseconds(15)) << "about 20 attempts 1 ms apart";
     EXPECT_LT(waited, std::chrono::seconds(2));
 
@@ -80,7 +84,9 @@ TEST(WriterLock, SecondWriterInAnotherProcessIsKeptOut) {
     ASSERT_EQ(read(to_parent[0], &ok, 1), 1);
     ASSERT_EQ(ok, 'y') << "the child could not open the table";
 
-    EXPECT_EQ(qz_dbf_open(path.c_str(), false, false), nullptr);
+    Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
+    EXPECT_NE(qz_dbf_get_storage(second), qz_dbf_storage_file);
+    if (second) qz_dbf_close(second);
     Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
     EXPECT_NE(reader, nullptr);
     if (reader) qz_dbf_close(reader);
@@ -116,6 +122,10 @@ TEST(WriterLock, ContendingProcessesNeverWriteAtTheSameTime) {
             for (int attempt = 0; done < kRounds && attempt < kRounds * 200; ++attempt) {
                 Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
                 if (!t) continue;
+                if (qz_dbf_get_storage(t) != qz_dbf_storage_file) {  // read-only through OGR
+                    qz_dbf_close(t);
+                    continue;
+                }
                 int v = 0;
                 std::ifstream(counter) >> v;
                 std::this_thread::sleep_for(std::chrono::microseconds(300));

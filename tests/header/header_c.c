@@ -156,6 +156,14 @@ int main(int argc, char** argv) {
                  QZ_DBF_VERSION_PATCH);
         CHECK(strcmp(qz_dbf_version(), v) == 0);
     }
+    /* Field names from C. */
+    qz_dbf_field_init(&fields[0], "id", dbf_ft_numeric, 6, 0);
+    qz_dbf_field_init(&fields[1], "ID", dbf_ft_char, 20, 0);
+    CHECK(!qz_dbf_fields_names_ok(fields, 2));
+    qz_dbf_fields_names_fix(fields, 2);
+    CHECK(strcmp(fields[0].name, "ID") == 0 && strcmp(fields[1].name, "ID1") == 0);
+    CHECK(qz_dbf_field_name_is_ok("ID1") && !qz_dbf_field_name_is_ok_w(L"1D"));
+    CHECK(!qz_dbf_make_correct_names(fields, 0));
     {
         /* The checks, errors, flags and the checked open, called from C. */
         Tqz_dbf_check_result* r =
@@ -173,6 +181,8 @@ int main(int argc, char** argv) {
         CHECK(!qz_dbf_mem_keep_cpg(NULL, true));
         CHECK(qz_dbf_last_error() == QZ_DBF_ERR_ARGUMENT);
     }
+    CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);
+    CHECK(strcmp(qz_dbf_get_ogr_driver(NULL), "") == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }

@@ -1,7 +1,9 @@
 // qzdbf create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--overwrite]
+//              [--fix-names]
 //
 // The layout is checked whole first; a table with memo fields gets its
 // empty memo file. An existing file is replaced only with --overwrite.
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -11,13 +13,15 @@
 #include <cstdio>
 
 #include "cli.h"
+#include "field_names.h"
 #include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
-namespace {
-
-bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) {
+// The descriptor without its name, which `name` receives: names are checked
+// as a list once every field is read.
+static bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& name,
+                        std::string& error) {
     std::vector<std::string> parts;
     size_t start = 0;
     for (size_t colon; (colon = text.find(':', start)) != std::string::npos; start = colon + 1)
@@ -27,11 +31,7 @@ bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) 
         error = "field '" + text + "' is not NAME:TYPE:LEN[:DEC]";
         return false;
     }
-    const std::string& name = parts[0];
-    if (name.empty() || name.size() > 10) {
-        error = "field name '" + name + "' must have 1 to 10 bytes";
-        return false;
-    }
+    name = parts[0];
     if (parts[1].size() != 1 || !std::strchr("CNFLDIBMP", parts[1][0])) {
         error = "field '" + name + "': type '" + parts[1] + "' is not one of C N F L D I B M P";
         return false;
@@ -45,10 +45,23 @@ bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) 
         error = "field '" + name + "': decimals '" + parts[3] + "' is not a number from 0 to 127";
         return false;
     }
-    qz_dbf_field_init(&f, name.c_str(), qz_char2dbftype(parts[1][0]),
-                      static_cast<unsigned char>(len), static_cast<char>(dec));
+    qz_dbf_field_init(&f, "", qz_char2dbftype(parts[1][0]), static_cast<unsigned char>(len),
+                      static_cast<char>(dec));
     return true;
 }
+
+bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error) {
+    std::string name;
+    if (!parse_field(text, f, name, error)) return false;
+    if (name.empty() || name.size() > 10) {
+        error = "field name '" + name + "' must have 1 to 10 bytes";
+        return false;
+    }
+    std::memcpy(f.name, name.data(), name.size());
+    return true;
+}
+
+namespace {
 
 bool name_char(unsigned char c, bool first) {
     if (c >= 0x80 || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')) return true;
@@ -161,7 +174,8 @@ int cmd_create(const Args& args) {
     std::string path;
     std::vector<Tqz_dbf_field> fields;
     unsigned long long records = 0;
-    bool dos = false, utf8 = false, overwrite = false;
+    std::vector<std::string> names;
+    bool dos = false, utf8 = false, overwrite = false, fix = false;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         if (a == "--records") {
@@ -174,28 +188,44 @@ int cmd_create(const Args& args) {
             utf8 = true;
         } else if (a == "--overwrite") {
             overwrite = true;
+        } else if (a == "--fix-names") {
+            fix = true;
         } else if (a.size() > 1 && a[0] == '-') {
             return fail(kBadUsage, "unknown option '" + a + "'");
         } else if (path.empty()) {
             path = a;
         } else {
             Tqz_dbf_field f;
-            std::string error;
-            if (!parse_field(a, f, error)) return fail(kBadUsage, error);
+            std::string name, error;
+            if (!parse_field(a, f, name, error)) return fail(kBadUsage, error);
             fields.push_back(f);
+            names.push_back(name);
         }
     }
     if (path.empty()) return fail(kBadUsage, "create needs a PATH and at least one field");
     if (fields.empty()) return fail(kBadUsage, "create needs at least one FIELD:TYPE:LEN");
     if (dos && utf8) return fail(kBadUsage, "--dos and --utf8 exclude each other");
-    if (utf8) {
-        // Names are stored in the table's encoding at create time, before the
-        // UTF-8 flag can be set; keep them ASCII so they read the same.
-        for (const auto& f : fields)
-            for (const char* p = f.name; *p; ++p)
-                if (static_cast<unsigned char>(*p) >= 0x80)
-                    return fail(kBadUsage,
-                                std::string("with --utf8, field names must be ASCII: ") + f.name);
+    // Field names follow the rules (1 to 10 bytes of A-Z, 0-9, _, a letter
+    // first, no two alike in any case): refused with the repair shown, or
+    // repaired with --fix-names.
+    std::vector<std::string> fixed = names;
+    std::vector<Name_repair> repairs = fix_names(fixed);
+    if (!repairs.empty() && !fix) {
+        for (const Name_repair& r : repairs)
+            fail(kBadUsage, "field " + std::to_string(r.index) + ": name " + describe(r));
+        return fail(kBadUsage, "field names break the rules; rename them or use --fix-names");
+    }
+    for (size_t i = 0; i < fixed.size(); ++i)
+        if (!name_is_ok(fixed[i]))
+            return fail(kBadUsage, "field " + std::to_string(i) + ": name '" + names[i] +
+                                       "' cannot be repaired (it would be '" + fixed[i] +
+                                       "', with " + name_problem(fixed[i]) +
+                                       "); choose another name");
+    for (const Name_repair& r : repairs)
+        std::fprintf(stderr, "qzdbf: field %zu: name %s\n", r.index, describe(r).c_str());
+    for (size_t i = 0; i < fields.size(); ++i) {
+        std::memset(fields[i].name, 0, sizeof fields[i].name);
+        std::memcpy(fields[i].name, fixed[i].data(), std::min<size_t>(fixed[i].size(), 10));
     }
     std::string error;
     if (!check_layout(fields, error)) return fail(kBadUsage, error);

@@ -47,9 +47,14 @@ const char kEditHelp[] =
     "  add                      append a blank record\n"
     "  ins RECORD               insert a blank record before RECORD\n"
     "  del RECORD               delete a record\n"
+    "  delmask RECORD...        delete several records as one step\n"
     "  undo, redo               take back the last change, or make it again\n"
     "  save                     write the table to its file\n"
     "  show [FROM [COUNT]]      print the records\n"
+    "  alter CHANGE...          change the fields as one step that undo takes back;\n"
+    "                           CHANGE: --add NAME:TYPE:LEN[:DEC], --drop NAME,\n"
+    "                           --rename OLD=NEW, --retype NAME:TYPE:LEN[:DEC],\n"
+    "                           --move NAME=INDEX\n"
     "  help, quit\n"
     "FIELD is a name or an index; records count from 0.\n";
 
@@ -84,6 +89,7 @@ class Editor {
     bool show(const std::vector<std::string>& w, std::string& error);
     // Asks whether unsaved changes may be lost; the answer is the next line.
     bool confirm_quit();
+    bool alter(const std::vector<std::string>& w, std::string& error);
 
     const std::string path;
     Tqz_dbf_memory* mem;
@@ -125,6 +131,11 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
         std::printf("deleted record %u\n", record);
         return true;
     }
+    if (cmd == "delmask") {
+        if (!edit_delmask(view, path, Args(w.begin() + 1, w.end()), error)) return false;
+        changed = true;
+        return true;
+    }
     if ((cmd == "undo" || cmd == "redo") && w.size() == 1) {
         bool done =
             cmd == "undo" ? qz_history_manager_undo(history) : qz_history_manager_redo(history);
@@ -143,6 +154,7 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
         return true;
     }
     if (cmd == "show" && w.size() <= 3) return show(w, error);
+    if (cmd == "alter") return alter(w, error);
     if (cmd == "help" && w.size() == 1) {
         std::fputs(kEditHelp, stdout);
         return true;
@@ -205,6 +217,23 @@ bool Editor::show(const std::vector<std::string>& w, std::string& error) {
         error = "show takes [FROM [COUNT]] as whole numbers";
         return false;
     }
+    return true;
+}
+
+bool Editor::alter(const std::vector<std::string>& w, std::string& error) {
+    Alterations changes;
+    if (!parse_alterations(w, 1, changes, error)) return false;
+    // The descriptor reads the loaded table, which the path names here.
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
+    bool ok = alter_descriptor(d, changes, error);
+    if (ok && !qz_dbf_mem_restruct(mem, d)) {
+        error = "the table cannot take that layout";
+        ok = false;
+    }
+    qz_dbf_restruct_destroy(d);
+    if (!ok) return false;
+    changed = true;
+    print_layout(view, "new layout");
     return true;
 }
 

@@ -20,7 +20,7 @@ bool parse_count(const std::string& text, unsigned long long max, unsigned long 
     for (char c : text) {
         if (c < '0' || c > '9') return false;
         unsigned d = static_cast<unsigned>(c - '0');
-        if (v > (max - d) / 10) return false;
+        if (d > max || v > (max - d) / 10) return false;
         v = v * 10 + d;
     }
     out = v;
@@ -35,8 +35,11 @@ const char kUsage[] =
     "usage: qzdbf COMMAND ...\n"
     "\n"
     "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--overwrite]\n"
+    "         [--fix-names]\n"
     "      create a table; TYPE is one of C N F L D I B M P (M and P also get\n"
-    "      an empty memo file); an existing file is replaced only with --overwrite\n"
+    "      an empty memo file); an existing file is replaced only with --overwrite.\n"
+    "      Field names must follow the rules (see names); --fix-names repairs\n"
+    "      those that do not\n"
     "  info PATH\n"
     "      print the table's version, date, counts, lengths, encoding and fields\n"
     "  dump PATH [--csv] [--raw] [--from N] [--count N] [--skip-deleted]\n"
@@ -54,7 +57,20 @@ const char kUsage[] =
     "  edit PATH\n"
     "      load the table into memory and change it with commands read from\n"
     "      standard input: set FIELD RECORD VALUE, add, ins RECORD, del RECORD,\n"
-    "      undo, redo, save, show [FROM [COUNT]], help, quit\n"
+    "      delmask RECORD..., undo, redo, save, show [FROM [COUNT]],\n"
+    "      alter OPTIONS (as for alter), help, quit\n"
+    "  alter PATH [--add NAME:TYPE:LEN[:DEC]] [--drop NAME] [--rename OLD=NEW]\n"
+    "            [--retype NAME:TYPE:LEN[:DEC]] [--move NAME=INDEX]...\n"
+    "      change the table's fields, several in one rewrite, keeping its records;\n"
+    "      prints the old and the new layout\n"
+    "  pack PATH\n"
+    "      remove for good the records whose deletion flag is set\n"
+    "  delete PATH RECORD...\n"
+    "      remove the named records for good (the table is rewritten)\n"
+    "  names PATH\n"
+    "      list the fields whose names break the rules (1 to 10 of A-Z 0-9 _,\n"
+    "      a letter first, none alike in any case) with their repair; exit 1\n"
+    "      when there are some, 3 when the table cannot be read\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
@@ -91,7 +107,11 @@ int main(int argc, char** argv) {
     if (command == "set") return qzdbf::cmd_set(args);
     if (command == "append") return qzdbf::cmd_append(args);
     if (command == "edit") return qzdbf::cmd_edit(args);
+    if (command == "alter") return qzdbf::cmd_alter(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
+    if (command == "pack") return qzdbf::cmd_pack(args);
+    if (command == "delete") return qzdbf::cmd_delete(args);
+    if (command == "names") return qzdbf::cmd_names(args);
     if (command == "check") return qzdbf::cmd_check(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
