@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "qzk_basic.h"
 #include "qzk_file_dbf_ext.h"
@@ -63,7 +64,9 @@ int remove_by_mask(const std::string& path, void* mask) {
     const unsigned int before = table ? qz_dbf_get_nr(table) : 0;
     if (table) qz_dbf_close(table);
     const int reason = qz_dbf_del_records_by_msk_why_w(widen_path(path).c_str(), mask);
-    if (reason != QZ_DBF_DELMASK_DONE) return fail(kFailed, reason_text(reason, path));
+    if (reason != QZ_DBF_DELMASK_DONE)
+        return fail(reason == QZ_DBF_DELMASK_LOCKED ? kIoError : kFailed,
+                    reason_text(reason, path));
     table = qz_dbf_open(path.c_str(), true, false);
     if (!table) return fail(kFailed, "cannot open '" + path + "' after the deletion");
     const unsigned int after = qz_dbf_get_nr(table);
@@ -75,13 +78,14 @@ int remove_by_mask(const std::string& path, void* mask) {
 
 int cmd_delete(const Args& args) {
     if (args.size() < 2) return fail(kBadUsage, "delete needs PATH RECORD...");
-    Tqz_dbf_rw* table = qz_dbf_open(args[0].c_str(), true, false);
-    if (!table) return fail(kFailed, "cannot open '" + args[0] + "' (missing or not a table)");
+    int status = kOk;
+    Tqz_dbf_rw* table = open_table(args[0], Access::write, false, status);
+    if (!table) return status;
     void* mask = qz_bits_create();
     std::string error;
     const bool named = mask_from_records(table, Args(args.begin() + 1, args.end()), mask, error);
     qz_dbf_close(table);
-    const int status = named ? remove_by_mask(args[0], mask) : fail(kBadUsage, error);
+    status = named ? remove_by_mask(args[0], mask) : fail(kBadUsage, error);
     qz_bits_destroy(mask);
     return status;
 }

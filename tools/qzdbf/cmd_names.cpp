@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "field_names.h"
 #include "qzk_file_dbf.h"
@@ -14,15 +15,15 @@ namespace qzdbf {
 namespace {
 
 constexpr int kFindings = 1;
-constexpr int kUnreadable = 3;
 
 }  // namespace
 
 int cmd_names(const Args& args) {
     if (args.size() != 1) return fail(kBadUsage, "names needs exactly one PATH");
     const std::string& path = args[0];
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-    if (!t) return fail(kUnreadable, "cannot open '" + path + "' as a table");
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(path, Access::read, false, status);
+    if (!t) return status;
     std::vector<std::string> names;
     const unsigned nf = qz_dbf_get_nf(t);
     for (unsigned i = 0; i < nf; ++i) {

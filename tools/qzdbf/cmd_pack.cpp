@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "qzk_basic.h"
 
@@ -55,13 +56,15 @@ long long mark_deleted(const std::string& path, unsigned int records, void* mask
 int cmd_pack(const Args& args) {
     if (args.size() != 1) return fail(kBadUsage, "pack takes one PATH");
     const std::string& path = args[0];
-    Tqz_dbf_rw* table = qz_dbf_open(path.c_str(), true, false);
-    if (!table) return fail(kFailed, "cannot open '" + path + "' (missing or not a table)");
+    // Checked as for writing: a table that is no table, damaged, locked or
+    // read-only is refused before anything is read or copied.
+    int status = kOk;
+    Tqz_dbf_rw* table = open_table(path, Access::write, false, status);
+    if (!table) return status;
     const unsigned int records = qz_dbf_get_nr(table);
     qz_dbf_close(table);
     void* mask = qz_bits_create();
     const long long marked = mark_deleted(path, records, mask);
-    int status = kOk;
     if (marked < 0) {
         status = fail(kFailed, "cannot read '" + path + "'");
     } else if (marked == 0) {
