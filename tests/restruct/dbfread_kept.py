@@ -53,6 +53,21 @@ def main():
         except Exception as e:  # noqa: BLE001 - any failure is reported
             print('SKIP %s %s: %s' % (before_path, type(e).__name__, str(e)[:80]))
             continue
+        names = [f.name.upper() for f in before.fields]
+        if len(set(names)) != len(names):
+            print('SKIP %s two fields of one name (dbfread keeps one value)' % before_path)
+            continue
+        if 1 + sum(f.length for f in before.fields) != before.header.recordlen:
+            print('SKIP %s the fields do not fill the record length of the header' % before_path)
+            continue
+        if any(f.type == 'C' and (f.length > 255 or f.decimal_count) for f in before.fields):
+            print('SKIP %s a C field longer than 255 bytes (its length partly in the'
+                  ' decimals byte), which the library reads by its low byte' % before_path)
+            continue
+        if len(rows_before) != before.header.numrecords:
+            print('SKIP %s dbfread reads %d records, the header counts %d'
+                  % (before_path, len(rows_before), before.header.numrecords))
+            continue
         try:
             after = AllRecords(after_path, encoding=before.encoding,
                                ignore_missing_memofile=True)
