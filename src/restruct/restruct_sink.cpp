@@ -155,18 +155,29 @@ void Tqz_restruct_sink::fill(unsigned int first, unsigned int count) {
     const unsigned int have = std::min(count, store->get_size());
     const size_t length = store->get_length();
     Tqz_dbf_records* old_store = old_core ? old_core->get_records() : nullptr;
+    // The fields with work left per record: not the blank new ones, not
+    // those the byte runs carry.
+    std::vector<int> active;
+    for (size_t j = 0; j < plans.size(); ++j)
+        if (plans[j].status != dbf_fld_new || plans[j].new_type == dbf_ft_integer ||
+            plans[j].new_type == dbf_ft_double)
+            active.push_back(static_cast<int>(j));
+    // A memory table holds its records below both counts.
+    const unsigned int held =
+        old_store ? std::min(old.get_nr(), old_store->get_size()) : 0xFFFFFFFFu;
     for (unsigned int k = 0; k < have; ++k) {
-        std::memset(store->get_ptr(k), ' ', length);
+        unsigned char* to = store->get_ptr(k);
+        std::memset(to, ' ', length);
         const unsigned int r = first + k;
         if (r < first) continue;  // past the last index: blank
-        const bool there = old_dbf ? old_dbf->has_record(r) : r < old.get_nr();
+        const bool there =
+            old_store ? r < held : (old_dbf ? old_dbf->has_record(r) : r < old.get_nr());
         if (!there) continue;
-        if (!runs.empty() && r < old_store->get_size()) {
+        if (!runs.empty()) {
             const unsigned char* from = old_store->get_ptr(r);
-            unsigned char* to = store->get_ptr(k);
             for (const Run& run : runs) std::memcpy(to + run.to, from + run.from, run.length);
         }
-        for (size_t j = 0; j < plans.size(); ++j) convert(static_cast<int>(j), plans[j], k, r);
+        for (int j : active) convert(j, plans[static_cast<size_t>(j)], k, r);
     }
 }
 
