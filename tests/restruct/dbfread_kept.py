@@ -5,7 +5,8 @@
 LIST has one line per table: the table before, the table after, the names
 of the kept fields, and the name of the C field made longer (or nothing),
 separated by tabs. Both tables are read with
-dbfread in the encoding it picks for the table before, every record
+dbfread in the encoding it picks for the table before (latin-1, byte for
+byte, when that cannot decode it), every record
 included (deleted ones too, since a rewrite keeps every record), and the
 kept fields are compared cell by cell (C text without its trailing blanks,
 since a longer C field pads more; the longer C field went through its text,
@@ -48,8 +49,15 @@ def main():
         before_path, after_path, kept, longer = line.rstrip('\n').split('\t')
         kept = [k for k in kept.split(',') if k]
         try:
-            before = AllRecords(before_path, ignore_missing_memofile=True)
-            rows_before = before.records_in_order()
+            try:
+                before = AllRecords(before_path, ignore_missing_memofile=True)
+                rows_before = before.records_in_order()
+            except UnicodeDecodeError:
+                # Text its guess cannot decode: compared byte for byte instead
+                # (latin-1 maps every byte to one character).
+                before = AllRecords(before_path, encoding='latin-1',
+                                    ignore_missing_memofile=True)
+                rows_before = before.records_in_order()
         except Exception as e:  # noqa: BLE001 - any failure is reported
             print('SKIP %s %s: %s' % (before_path, type(e).__name__, str(e)[:80]))
             continue
