@@ -558,8 +558,10 @@ QZ_DBF_API bool qz_dbf_mem_restruct(Tqz_dbf_memory* handle, Tqz_dbf_rstrct* desc
  *    killed at any moment leaves the table whole at its path (old or new)
  *    or, besides the new one, its whole copy in the backup. A table another
  *    writer holds (its ".lk" lock) is not rewritten: apply answers false.
- *    Every record is kept (deletion marks are not); fields that are the same
- *    keep their bytes; changed fields are converted from their text: to I
+ *    Every record is kept (deletion marks are not); fields that keep their
+ *    type letter, length and decimals (renamed or not) keep their bytes, and
+ *    type letters no type stands for are kept; other changed fields are
+ *    converted from their text: to I
  *    the whole part below (floor), to B the number, to N and F the number
  *    formatted with the new decimals (empty when the text is no number), to
  *    C the text (trimmed when it was not a C field); new fields are 0 (I, B)

@@ -43,9 +43,8 @@ unsigned int held_records(Tqz_dbf_ibasic& table) {
     return lo;
 }
 
-// Writes the new table for `descriptor` from `old` to `fd`.
-bool write_table(int fd, Tqz_dbf_ibasic& old, const Tqz_dbf_rstrct& descriptor,
-                 Tqz_restruct_sink& sink) {
+// Writes the new table, laid out in `sink`, from `old` to `fd`.
+bool write_table(int fd, Tqz_dbf_ibasic& old, Tqz_restruct_sink& sink) {
     const unsigned int nr = held_records(old);
     std::vector<unsigned char> head = sink.file_head(nr);
     if (!qz::filesystem::write_all(fd, head.data(), head.size())) return false;
@@ -61,7 +60,6 @@ bool write_table(int fd, Tqz_dbf_ibasic& old, const Tqz_dbf_rstrct& descriptor,
             i += run;
         }
     }
-    (void)descriptor;
     const unsigned char eof = qz::dbf::end_of_file;
     return qz::filesystem::write_all(fd, &eof, 1);
 }
@@ -119,7 +117,7 @@ bool Tqz_dbf_rstrct::apply_restruct() {
                 std::max<size_t>(1, std::min<size_t>((8u << 20) / length, held_records(old))));
             if (sink->lay_out(window)) {
                 made = qz::filesystem::replace_with(
-                    path, [&](int fd) { return write_table(fd, old, *this, *sink); });
+                    path, [&](int fd) { return write_table(fd, old, *sink); });
                 // The code-page file says the table's encoding, as a table
                 // file's close writes it.
                 if (made) sink->save_cpg(path, false);

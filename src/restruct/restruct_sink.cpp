@@ -103,6 +103,14 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
         header[hdr_language_driver] = old_dbf->get_header()[hdr_language_driver];
     }
 
+    // Where the old fields lie in a record (one after another from byte 1):
+    // a field a broken header lets run past the record length is not copied
+    // as bytes (the table holds only part of it).
+    std::vector<size_t> old_offset(old_nf + 1, 1);
+    for (unsigned int k = 0; k < old_nf; ++k)
+        old_offset[k + 1] = old_offset[k] + old.get_field_flen(k);
+    const size_t old_length = old_dbf ? old_dbf->get_record_length() : 0;
+
     plans.clear();
     for (size_t j = 0; j < entries.size(); ++j) {
         const Tqz_fld_meta& e = entries[j];
@@ -118,7 +126,8 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
             p.status != dbf_fld_new && old_dbf && static_cast<unsigned>(p.old_no) < old_nf &&
             old_dbf->get_field_letter(static_cast<unsigned int>(p.old_no)) == e.get_field().type &&
             old.get_field_flen(static_cast<unsigned int>(p.old_no)) == e.get_field().flen &&
-            old.get_field_dlen(static_cast<unsigned int>(p.old_no)) == e.get_field().dlen;
+            old.get_field_dlen(static_cast<unsigned int>(p.old_no)) == e.get_field().dlen &&
+            old_offset[static_cast<size_t>(p.old_no) + 1] <= old_length;
         p.decimals = e.get_field().dlen;
         plans.push_back(p);
     }
@@ -126,14 +135,11 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
     // Runs of bytes for a table in memory: the old fields' offsets as the
     // loaded records have them (one after another from byte 1).
     runs.clear();
-    if (old_core && old_core->get_records()->get_length() == old_dbf->get_record_length()) {
-        std::vector<size_t> old_offset(old_nf + 1, 1);
-        for (unsigned int k = 0; k < old_nf; ++k)
-            old_offset[k + 1] = old_offset[k] + old.get_field_flen(k);
+    if (old_core && old_core->get_records()->get_length() == old_length) {
         size_t to = 1;
         for (size_t j = 0; j < plans.size(); ++j) {
             const size_t flen = entries[j].get_field().flen;
-            if (plans[j].bytes && old_offset[old_nf] <= old_dbf->get_record_length()) {
+            if (plans[j].bytes) {
                 const size_t from = old_offset[static_cast<size_t>(plans[j].old_no)];
                 if (!runs.empty() && runs.back().from + runs.back().length == from &&
                     runs.back().to + runs.back().length == to)
@@ -155,18 +161,29 @@ void Tqz_restruct_sink::fill(unsigned int first, unsigned int count) {
     const unsigned int have = std::min(count, store->get_size());
     const size_t length = store->get_length();
     Tqz_dbf_records* old_store = old_core ? old_core->get_records() : nullptr;
+    // The fields with work left per record: not the blank new ones, not
+    // those the byte runs carry.
+    std::vector<int> active;
+    for (size_t j = 0; j < plans.size(); ++j)
+        if (plans[j].status != dbf_fld_new || plans[j].new_type == dbf_ft_integer ||
+            plans[j].new_type == dbf_ft_double)
+            active.push_back(static_cast<int>(j));
+    // A memory table holds its records below both counts.
+    const unsigned int held =
+        old_store ? std::min(old.get_nr(), old_store->get_size()) : 0xFFFFFFFFu;
     for (unsigned int k = 0; k < have; ++k) {
-        std::memset(store->get_ptr(k), ' ', length);
+        unsigned char* to = store->get_ptr(k);
+        std::memset(to, ' ', length);
         const unsigned int r = first + k;
         if (r < first) continue;  // past the last index: blank
-        const bool there = old_dbf ? old_dbf->has_record(r) : r < old.get_nr();
+        const bool there =
+            old_store ? r < held : (old_dbf ? old_dbf->has_record(r) : r < old.get_nr());
         if (!there) continue;
-        if (!runs.empty() && r < old_store->get_size()) {
+        if (!runs.empty()) {
             const unsigned char* from = old_store->get_ptr(r);
-            unsigned char* to = store->get_ptr(k);
             for (const Run& run : runs) std::memcpy(to + run.to, from + run.from, run.length);
         }
-        for (size_t j = 0; j < plans.size(); ++j) convert(static_cast<int>(j), plans[j], k, r);
+        for (int j : active) convert(j, plans[static_cast<size_t>(j)], k, r);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "restruct/rstrct.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "api/table_rw.h"

@@ -109,12 +109,12 @@ TEST(CorpusRewrite, KeptCellsReadTheSame) {
             for (int k = 0; k < drop; ++k) {
                 std::string want = old_cells[r][static_cast<size_t>(k)];
                 std::string got = new_cells[r][static_cast<size_t>(k)];
-                // The longer C field went through its text: zero bytes after
-                // the text became blanks, and there are 5 more of them.
-                if (k == longer) {
-                    want.erase(want.find_last_not_of(' ') + 1);
-                    got.erase(got.find_last_not_of(' ') + 1);
-                }
+                // Compared without trailing blanks: the longer C field went
+                // through its text (zero bytes after it became blanks, and
+                // there are 5 more), and a field that overran a broken
+                // header's record length is whole in the new table.
+                want.erase(want.find_last_not_of(' ') + 1);
+                got.erase(got.find_last_not_of(' ') + 1);
                 EXPECT_EQ(got, want) << name << " record " << r << " field " << k;
                 ++cells_compared;
             }

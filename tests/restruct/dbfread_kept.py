@@ -5,7 +5,8 @@
 LIST has one line per table: the table before, the table after, the names
 of the kept fields, and the name of the C field made longer (or nothing),
 separated by tabs. Both tables are read with
-dbfread in the encoding it picks for the table before, every record
+dbfread in the encoding it picks for the table before (latin-1, byte for
+byte, when that cannot decode it), every record
 included (deleted ones too, since a rewrite keeps every record), and the
 kept fields are compared cell by cell (C text without its trailing blanks,
 since a longer C field pads more; the longer C field went through its text,
@@ -48,10 +49,32 @@ def main():
         before_path, after_path, kept, longer = line.rstrip('\n').split('\t')
         kept = [k for k in kept.split(',') if k]
         try:
-            before = AllRecords(before_path, ignore_missing_memofile=True)
-            rows_before = before.records_in_order()
+            try:
+                before = AllRecords(before_path, ignore_missing_memofile=True)
+                rows_before = before.records_in_order()
+            except UnicodeDecodeError:
+                # Text its guess cannot decode: compared byte for byte instead
+                # (latin-1 maps every byte to one character).
+                before = AllRecords(before_path, encoding='latin-1',
+                                    ignore_missing_memofile=True)
+                rows_before = before.records_in_order()
         except Exception as e:  # noqa: BLE001 - any failure is reported
             print('SKIP %s %s: %s' % (before_path, type(e).__name__, str(e)[:80]))
+            continue
+        names = [f.name.upper() for f in before.fields]
+        if len(set(names)) != len(names):
+            print('SKIP %s two fields of one name (dbfread keeps one value)' % before_path)
+            continue
+        if 1 + sum(f.length for f in before.fields) != before.header.recordlen:
+            print('SKIP %s the fields do not fill the record length of the header' % before_path)
+            continue
+        if any(f.type == 'C' and (f.length > 255 or f.decimal_count) for f in before.fields):
+            print('SKIP %s a C field longer than 255 bytes (its length partly in the'
+                  ' decimals byte), which the library reads by its low byte' % before_path)
+            continue
+        if len(rows_before) != before.header.numrecords:
+            print('SKIP %s dbfread reads %d records, the header counts %d'
+                  % (before_path, len(rows_before), before.header.numrecords))
             continue
         try:
             after = AllRecords(after_path, encoding=before.encoding,
