@@ -115,6 +115,9 @@ TEST(OgrFallback, ALockedTableFileIsReadThroughOgrAndNeverWritten) {
     EXPECT_EQ(qz_dbf_get_field_flen(second, 2), 10u);
     EXPECT_EQ(qz_dbf_get_field_dlen(second, 2), 3);
     qz_dbf_add_records(second, 3);
+    Stderr_capture capture;
+    EXPECT_TRUE(qz_dbf_set_str(second, 0, 0, "twelve")) << "into an integer field";
+    EXPECT_EQ(capture.take(), "") << "GDAL's warning about the text stays quiet";
     EXPECT_TRUE(qz_dbf_set_str(second, 1, 0, "cached only"));
     EXPECT_STREQ(qz_dbf_get_str(second, 1, 0, ok), "cached only");
     qz_dbf_close(second);
@@ -158,6 +161,7 @@ int open_bad_sources(const std::vector<std::string>& paths, const std::string& r
                 EXPECT_FALSE(qz_dbf_set_layer(h, qz_dbf_get_nl(h)));
             }
             EXPECT_FALSE(qz_dbf_set_str(h, 0, n + 5, "x"));
+            for (unsigned f = 0; f < nf && f < 50; ++f) qz_dbf_set_str(h, f, 0, "not a number");
             EXPECT_FALSE(qz_dbf_find_value(h, nf + 3, "x", r));
             EXPECT_EQ(layer_name(h, 1000), L"");
             qz_dbf_close(h);
