@@ -1,4 +1,4 @@
-// qzdbf dump PATH [--csv] [--raw] [--from N] [--count N]
+// qzdbf dump PATH [--csv] [--raw] [--from N] [--count N] [--layer N]
 //
 // Prints records as aligned columns for a person, or as CSV (RFC 4180) for a
 // program. Values are system text, that is the terminal's encoding. Memo
@@ -89,7 +89,7 @@ std::string one_line(std::string text, size_t columns) {
 }  // namespace
 
 int cmd_dump(const Args& args) {
-    std::string path;
+    std::string path, layer;
     bool csv = false, raw = false;
     unsigned long long from = 0, count = 0xFFFFFFFFull;
     for (size_t i = 0; i < args.size(); ++i) {
@@ -104,6 +104,9 @@ int cmd_dump(const Args& args) {
                 return fail(kBadUsage, a + " needs a whole number");
             (a == "--from" ? from : count) = v;
             ++i;
+        } else if (a == "--layer") {
+            if (i + 1 >= args.size()) return fail(kBadUsage, "--layer needs a layer index");
+            layer = args[++i];
         } else if (a.size() > 1 && a[0] == '-') {
             return fail(kBadUsage, "unknown option '" + a + "'");
         } else if (path.empty()) {
@@ -115,6 +118,11 @@ int cmd_dump(const Args& args) {
     if (path.empty()) return fail(kBadUsage, "dump needs a PATH");
     Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
     if (!t) return fail(kFailed, "cannot open '" + path + "' as a table");
+    std::string error;
+    if (!layer.empty() && !select_layer(t, layer, error)) {
+        qz_dbf_close(t);
+        return fail(kBadUsage, error);
+    }
 
     const unsigned int nf = qz_dbf_get_nf(t);
     const unsigned long long nr = qz_dbf_get_nr(t);
