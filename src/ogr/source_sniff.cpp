@@ -42,10 +42,8 @@ bool is_other_vector_source(const std::string& path) {
         VSIFCloseL(f);
     }
     if (looks_like_dbf_header(head, n)) return false;
-    GDALDriverH d = GDALIdentifyDriverEx(path.c_str(), GDAL_OF_VECTOR, nullptr, nullptr);
-    if (!d) return false;
-    const char* name = GDALGetDriverShortName(d);
-    return name && std::strcmp(name, "ESRI Shapefile") != 0;
+    // A shapefile's .shp or .shx is claimed too: OGR serves its attributes.
+    return GDALIdentifyDriverEx(path.c_str(), GDAL_OF_VECTOR, nullptr, nullptr) != nullptr;
 }
 
 }  // namespace qz::ogr

@@ -6,7 +6,8 @@
 namespace qz::ogr {
 
 // Whether the file at `utf8_path` is a source that OGR reads and that is not
-// a dBASE table: a GeoPackage, a GeoJSON or CSV file and the like. A path
+// a dBASE table: a GeoPackage, a GeoJSON or CSV file, a shapefile's .shp and
+// the like. A path
 // named ".dbf", a file whose first bytes look like a dBASE header, and
 // anything OGR does not recognise answer false, so those are read as table
 // files (which takes no GDAL call for a ".dbf").

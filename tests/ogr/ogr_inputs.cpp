@@ -37,15 +37,21 @@ Inputs::Inputs() {
     std::ofstream(towns) << "town,pop\nOslo,700000\nBergen,285000\nTromso,77000\n";
     std::ofstream(dir.file("towns.csvt")) << "String(16),Integer(9)\n";
 
+    const std::string points = dir.file("points.csv");
+    std::ofstream(points)
+        << "WKT,town,pop\n\"POINT (10.7 59.9)\",Oslo,700000\n"
+           "\"POINT (5.3 60.4)\",Bergen,285000\n\"POINT (18.9 69.6)\",Tromso,77000\n";
     gpkg = dir.file("two.gpkg");
     geojson = dir.file("people.geojson");
     csv = dir.file("plain.csv");
     dbf = dir.file("people.dbf");
+    shp = dir.file("towns.shp");
     made = ogr2ogr("-f GPKG " + gpkg + " " + csv_in + " -nln people") &&
            ogr2ogr("-update -f GPKG " + gpkg + " " + towns + " -nln towns") &&
            ogr2ogr("-f GeoJSON " + geojson + " " + csv_in) &&
            ogr2ogr("-f CSV " + csv + " " + csv_in) &&
-           ogr2ogr("-f \"ESRI Shapefile\" -lco ENCODING=UTF-8 " + dbf + " " + csv_in);
+           ogr2ogr("-f \"ESRI Shapefile\" -lco ENCODING=UTF-8 " + dbf + " " + csv_in) &&
+           ogr2ogr("-f \"ESRI Shapefile\" " + shp + " " + points);
 }
 
 Stderr_capture::Stderr_capture() {

@@ -27,6 +27,7 @@ struct Inputs {
     std::string geojson;  // people
     std::string csv;      // people, every field text
     std::string dbf;      // people
+    std::string shp;      // towns with points: towns.shp, .shx and .dbf
     bool made = false;
 };
 

@@ -47,6 +47,8 @@ TEST(OgrTool, InfoShowsStorageAndLayers) {
     EXPECT_TRUE(has(info, "storage   DBF file\n")) << info;
     EXPECT_TRUE(has(info, "record    50 bytes\n")) << info;
 
+    EXPECT_TRUE(has(qzdbf("info " + inputs().shp), "storage   OGR (ESRI Shapefile)\n"));
+
     int status = 0;
     EXPECT_TRUE(has(qzdbf("info --layer 2 " + inputs().gpkg, &status), "no layer 2"));
     EXPECT_EQ(status, 2);
@@ -54,6 +56,11 @@ TEST(OgrTool, InfoShowsStorageAndLayers) {
     EXPECT_EQ(status, 2);
     qzdbf("info --layer 1 " + inputs().dbf, &status);
     EXPECT_EQ(status, 2) << "a table file has one layer";
+    // Writing commands never go through OGR, whose handles are read-only.
+    EXPECT_TRUE(has(qzdbf("set " + inputs().gpkg + " 0 0 x", &status), "for writing"));
+    EXPECT_EQ(status, 1);
+    qzdbf("append " + inputs().csv, &status);
+    EXPECT_EQ(status, 1);
 }
 
 TEST(OgrTool, DumpOfEverySourceAndOfALayerAsOgr2ogrWritesIt) {

@@ -64,6 +64,10 @@ bool memo_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, std::
 std::string storage_text(Tqz_dbf_rw* table);
 // The name of one of the source's layers ("" for a table file's one layer).
 std::string layer_name(Tqz_dbf_rw* table, unsigned int layer);
+// The table file or memory table at `path` opened for writing; null when
+// it is missing, another writer holds it, or only OGR reads it (OGR serves
+// such a handle read-only: writes through it would be lost).
+Tqz_dbf_rw* open_for_writing(const std::string& path);
 // Makes the layer `arg` (an index) current; false with a message.
 bool select_layer(Tqz_dbf_rw* table, const std::string& arg, std::string& error);
 

@@ -11,7 +11,7 @@ int cmd_append(const Args& args) {
     unsigned long long count = 1;
     if (args.size() == 2 && !parse_count(args[1], 0xFFFFFFFFull, count))
         return fail(kBadUsage, "N must be a whole number of records");
-    Tqz_dbf_rw* t = qz_dbf_open(args[0].c_str(), false, false);
+    Tqz_dbf_rw* t = open_for_writing(args[0]);
     if (!t)
         return fail(kFailed, "cannot open '" + args[0] +
                                  "' for writing (missing, or open for writing elsewhere)");

@@ -52,7 +52,7 @@ int cmd_get(const Args& args) {
 
 int cmd_set(const Args& args) {
     if (args.size() != 4) return fail(kBadUsage, "set needs PATH FIELD RECORD VALUE");
-    Tqz_dbf_rw* t = qz_dbf_open(args[0].c_str(), false, false);
+    Tqz_dbf_rw* t = open_for_writing(args[0]);
     if (!t)
         return fail(kFailed, "cannot open '" + args[0] +
                                  "' for writing (missing, or open for writing elsewhere)");

@@ -1,4 +1,4 @@
-// The storage and the layers of an opened table, for info and dump.
+// The storage and the layers of an opened table.
 #include <string>
 
 #include "cli.h"
@@ -33,6 +33,15 @@ std::string layer_name(Tqz_dbf_rw* table, unsigned int layer) {
     qz_dbf_get_layer_name(table, layer, adp);
     qz_string_adp_destroy(adp);
     return name;
+}
+
+Tqz_dbf_rw* open_for_writing(const std::string& path) {
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    if (t && qz_dbf_get_storage(t) == qz_dbf_storage_ogr) {
+        qz_dbf_close(t);
+        return nullptr;
+    }
+    return t;
 }
 
 bool select_layer(Tqz_dbf_rw* table, const std::string& arg, std::string& error) {
