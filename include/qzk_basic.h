@@ -216,6 +216,19 @@ QZ_BASIC_API unsigned int qz_history_manager_get_step_count(Iqz_history_manager*
 QZ_BASIC_API unsigned int qz_history_manager_get_undo_count(Iqz_history_manager* m);
 QZ_BASIC_API unsigned int qz_history_manager_get_limit(Iqz_history_manager* m);
 
+/* ---- Bit sets ----------------------------------------------------------------- */
+
+/* A row of bits, all 0 at first. Its size is one past the highest index ever
+ * set (to either value); setting a bit grows the set as needed. Reading past
+ * the end gives 0. get_val_count counts the bits of the set's size equal to
+ * `value` (any non-zero value counts ones). A null set reads as empty and
+ * ignores writes. */
+QZ_BASIC_API void* qz_bits_create(void);
+QZ_BASIC_API void qz_bits_destroy(void* bits);
+QZ_BASIC_API void qz_bits_set_bit(void* bits, unsigned int index, int value);
+QZ_BASIC_API int qz_bits_get_bit(void* bits, unsigned int index);
+QZ_BASIC_API unsigned qz_bits_get_val_count(void* bits, int value);
+
 /* ---- Options ---------------------------------------------------------------- */
 
 /* The temporary folder; always ends with '/'. Default: $TMPDIR or /tmp/. */

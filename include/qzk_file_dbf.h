@@ -46,13 +46,15 @@ class Tqz_dbf_memory;
 class Tqz_dbf_notifier;
 class Tqz_fpt_rw;
 class Tqz_dbt_rw;
+class Tqz_dbf_rstrct;
 extern "C" {
 #else
 typedef struct Tqz_dbf_rw Tqz_dbf_rw;
 typedef struct Tqz_dbf_memory Tqz_dbf_memory; /* a table held in memory */
 typedef struct Tqz_dbf_notifier Tqz_dbf_notifier;
-typedef struct Tqz_fpt_rw Tqz_fpt_rw; /* an open .fpt memo file */
-typedef struct Tqz_dbt_rw Tqz_dbt_rw; /* an open .dbt memo file */
+typedef struct Tqz_fpt_rw Tqz_fpt_rw;         /* an open .fpt memo file */
+typedef struct Tqz_dbt_rw Tqz_dbt_rw;         /* an open .dbt memo file */
+typedef struct Tqz_dbf_rstrct Tqz_dbf_rstrct; /* a restructure descriptor */
 #endif
 
 /* ---- Field descriptors ------------------------------------------------------ */
@@ -95,6 +97,90 @@ QZ_DBF_API Tqz_dbf_field_type qz_char2dbftype(char c);
 QZ_DBF_API void qz_dbf_field_init(Tqz_dbf_field* f, const char* name, Tqz_dbf_field_type type,
                                   unsigned char flen, char dlen);
 
+/* ---- Field names -------------------------------------------------------------
+ *
+ * A valid field name has 1 to 10 bytes, only the characters "A-Z a-z _ 0-9",
+ * a letter (A-Z, a-z) first, and no lower-case letter. Names are system text
+ * (the ANSI code page); a name is never cut inside a multi-byte character.
+ * Letter case follows Unicode rules on the decoded text.
+ *
+ *  - The "ok" calls answer a bool; the "fix" calls feed their result to the
+ *    caller's adapter as 8-bit system text (qz_string_adp_feed_c), also from
+ *    the _w forms, whose wide names are converted to system text first.
+ *  - Repair (name_fix): transliteration into Latin letters ("#" becomes "_"),
+ *    leading non-letters dropped ("12AB" -> "AB"; a lone "1" -> "PROP1";
+ *    nothing left -> "PROP"), cut to 10 bytes, upper case. Characters the
+ *    transliteration leaves outside the permitted set stay, so such a name is
+ *    still not valid after repair.
+ *  - Field arrays: `count` descriptors of 14 bytes are read; the "fix" calls
+ *    write all of them back. A name is read up to its zero or the end of its
+ *    11 bytes; every name written has at most 10 bytes and ends with a zero.
+ *    Count 0 is valid. A null pointer reads as an empty name or list.
+ *  - Duplicates are names equal without regard to letter case; the repair
+ *    keeps the first and numbers the later ones ("ID", "ID1", "ID2", ...). */
+
+/* 1 to 10 bytes. */
+QZ_DBF_API bool qz_dbf_field_name_size_ok(const char* name);
+/* Empty: "PROP"; longer than 10 bytes: cut; otherwise unchanged. */
+QZ_DBF_API void qz_dbf_field_name_size_fix(const char* name, Iqz_string_adp* out);
+/* Only "A-Z a-z _ 0-9" (true for the empty name). */
+QZ_DBF_API bool qz_dbf_field_symbols_ok(const char* name);
+QZ_DBF_API bool qz_dbf_field_symbols_ok_w(const wchar_t* name);
+/* Transliterated into Latin letters, "#" replaced by "_". */
+QZ_DBF_API void qz_dbf_field_symbols_fix(const char* name, Iqz_string_adp* out);
+QZ_DBF_API void qz_dbf_field_symbols_fix_w(const wchar_t* name, Iqz_string_adp* out);
+/* Not empty and begins with a letter. */
+QZ_DBF_API bool qz_dbf_field_first_symb_ok(const char* name);
+QZ_DBF_API void qz_dbf_field_first_symb_fix(const char* name, Iqz_string_adp* out);
+/* Every rule of a valid name. */
+QZ_DBF_API bool qz_dbf_field_name_is_ok(const char* name);
+QZ_DBF_API bool qz_dbf_field_name_is_ok_w(const wchar_t* name);
+/* The repaired name (see above). */
+QZ_DBF_API void qz_dbf_field_name_fix(const char* name, Iqz_string_adp* out);
+QZ_DBF_API void qz_dbf_field_name_fix_w(const wchar_t* name, Iqz_string_adp* out);
+
+/* No two names equal without regard to letter case. */
+QZ_DBF_API bool qz_dbf_fields_duplicates_ic_ok(const Tqz_dbf_field* fields, unsigned int count);
+/* Renames every name that equals an earlier one (any case) by a number. */
+QZ_DBF_API void qz_dbf_fields_duplicates_ic_fix(Tqz_dbf_field* fields, unsigned int count);
+/* No duplicates and every name valid. */
+QZ_DBF_API bool qz_dbf_fields_names_ok(const Tqz_dbf_field* fields, unsigned int count);
+/* Repairs every invalid name (valid ones are untouched), then duplicates. */
+QZ_DBF_API void qz_dbf_fields_names_fix(Tqz_dbf_field* fields, unsigned int count);
+
+/* `name` (cut to 10 bytes) followed by `separator` and the decimal `n`, cut
+ * before the separator so that the whole stays within 10 bytes:
+ * ("ABC", 1, "_") -> "ABC_1", ("ABCDEFGHIJ", 1, "_") -> "ABCDEFGH_1". */
+QZ_DBF_API void qz_dbf_field_name_add_num_ending(const char* name, unsigned int n,
+                                                 Iqz_string_adp* out, const char* separator);
+QZ_DBF_API void qz_dbf_field_name_add_num_ending_w(const wchar_t* name, unsigned int n,
+                                                   Iqz_string_adp* out,
+                                                   const wchar_t* separator);
+/* A name no descriptor holds (exact comparison): `name` cut to 10 bytes,
+ * else with the ending 0, 1, 2, ... ("NAME0", "NAME1"). The _old form keeps
+ * the whole name and appends the number without a cut ("ABCDEFGHIJ0"). */
+QZ_DBF_API void qz_dbf_fields_unique_name(const Tqz_dbf_field* fields, unsigned int count,
+                                          const char* name, Iqz_string_adp* out);
+QZ_DBF_API void qz_dbf_fields_unique_name_old(const Tqz_dbf_field* fields, unsigned int count,
+                                              const char* name, Iqz_string_adp* out);
+/* A name no field of the handle's table holds (exact comparison): the name
+ * cut to 10 bytes, else with the ending 1, 2, ... ("NAME1"). The returned
+ * text is static storage, overwritten by the next call of the same function
+ * (not for use from two threads at once). The _old form appends the number
+ * to the whole name without a cut. The _w form feeds system text to `out`. */
+QZ_DBF_API const char* qz_dbf_generate_unin_name(Tqz_dbf_rw* handle, const char* name);
+QZ_DBF_API const char* qz_dbf_generate_unin_name_old(Tqz_dbf_rw* handle, const char* name);
+QZ_DBF_API void qz_dbf_generate_unin_name_w(Tqz_dbf_rw* handle, const wchar_t* name,
+                                            Iqz_string_adp* out);
+/* The older whole-list repair: every byte of each name (at most 10) mapped
+ * to a capital Latin or Cyrillic letter or digit (a digit may come first),
+ * anything else to "_" ("A" first); an empty name becomes "PROP". Then each
+ * name that equals an earlier one (blanks around ignored, any case) gets
+ * "_1", "_2", ... appended to what it has become. False for count <= 0;
+ * otherwise true when a duplicate was renamed or the last field's name was
+ * changed. Cyrillic letters are kept under every system code page. */
+QZ_DBF_API bool qz_dbf_make_correct_names(Tqz_dbf_field* fields, int count);
+
 /* ---- Table lifecycle ---------------------------------------------------------- */
 
 /* Opens a table. Unless `read_only`, takes the writer lock "<path>.lk" and
@@ -109,8 +195,17 @@ QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_w(const wchar_t* path, unsigned int nf, uns
                                        Tqz_dbf_field* fields, bool dos_flag);
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_create(const char* path, unsigned int nf, unsigned int nr,
                                      Tqz_dbf_field* fields, bool dos_flag);
+/* As qz_dbf_create_w, after repairing the field names in the caller's array
+ * (qz_dbf_fields_names_fix). */
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_safe(const wchar_t* path, unsigned int nf, unsigned int nr,
                                           Tqz_dbf_field* fields, bool dos_flag);
+
+/* Gives the table at `new_path` the field layout of the table at
+ * `template_path`: an existing table (or memory table) there keeps its record
+ * count and gets the layout with blank values; when nothing opens there, a
+ * new empty table is made in the template's encoding. */
+QZ_DBF_API void qz_dbf_create_dbf_with_struct(const wchar_t* new_path,
+                                              const wchar_t* template_path);
 
 /* Closes the table and frees the handle. */
 QZ_DBF_API void qz_dbf_close(Tqz_dbf_rw* handle);
@@ -125,6 +220,21 @@ QZ_DBF_API bool qz_dbf_is_buffered(Tqz_dbf_rw* handle);
 /* The handle's last validation error code. */
 QZ_DBF_API void qz_dbf_set_last_valid_error(Tqz_dbf_rw* handle, int code);
 QZ_DBF_API int qz_dbf_get_last_valid_error(Tqz_dbf_rw* handle);
+
+/* ---- Deleting records by mask ------------------------------------------------- */
+
+/* Removes the records of the table at `path` whose bits are set in `mask` (a
+ * bit set of qzk_basic: bit r set means record r goes). A table loaded in
+ * memory loses them as one undoable step and its file is not touched.
+ * Otherwise the kept records are copied, values as text, to
+ * "temp_minus_dbf.dbf" in qz_options_get_temp_wpath() (left there until the
+ * next call), and that copy takes the table's place whole: the record count
+ * of the copy is the table's count less qz_bits_get_val_count(mask, 1), bits
+ * past the last record included. Memo and code page files stay as they are.
+ * 0 on success, and also when the copy cannot be made or put in place (the
+ * table is then unchanged); 1 when the table cannot be opened, another
+ * writer holds it, or `mask` is null (nothing changes). */
+QZ_DBF_API unsigned int qz_dbf_del_records_by_msk_and_fn(const wchar_t* path, void* mask);
 
 /* ---- Table properties ----------------------------------------------------------- */
 
@@ -351,9 +461,10 @@ QZ_DBF_API const char* qz_dbt_get_memo(Tqz_dbt_rw* handle, unsigned int block, u
 /* Whether a memory table of `name` is loaded (no holder is counted). */
 QZ_DBF_API bool qz_dbf_mem_exist_w(const wchar_t* name);
 /* The memory table of `name`, made with one field "ID" (N, 10, 0) and no
- * records when it is not loaded yet; it is not read from any file. A
- * non-zero field count is not supported yet: the fields given are not
- * applied and the table keeps its one field. Null when memory runs out. */
+ * records when it is not loaded yet; it is not read from any file. With a
+ * non-zero field count the table (new or loaded) is restructured to the
+ * `nf` fields given: it keeps its records, every field new (blank, or 0 for
+ * I and B). Null when memory runs out. */
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int nf,
                                                Tqz_dbf_field* fields);
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,
@@ -423,6 +534,75 @@ QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* handle, unsigned int field, u
 QZ_DBF_API bool qz_dbf_mem_add(Tqz_dbf_memory* handle);
 QZ_DBF_API bool qz_dbf_mem_ins(Tqz_dbf_memory* handle, unsigned int record);
 QZ_DBF_API bool qz_dbf_mem_del(Tqz_dbf_memory* handle, unsigned int record);
+
+/* Restructures a loaded memory table in place to the layout of `descriptor`
+ * (see below), keeping its records, as one step of its undo history. False
+ * for a handle that is not a loaded memory table, or a layout without fields
+ * or with records over 65535 bytes. */
+QZ_DBF_API bool qz_dbf_mem_restruct(Tqz_dbf_memory* handle, Tqz_dbf_rstrct* descriptor);
+
+/* ---- Restructuring ------------------------------------------------------------
+ *
+ * A restructure descriptor lists the fields a table file is to have, in
+ * order, each entry remembering the field of the table it came from. Made
+ * from a table (qz_dbf_restruct_create: one entry per field) or empty, then
+ * edited and applied:
+ *  - status of an entry, worked out when asked: 0 new (old number -1), 1 the
+ *    same as the old field, 2 an old field whose name, type letter, length or
+ *    decimals changed (changing it back makes it 1 again);
+ *  - apply: a table held as a memory table is restructured in place (one
+ *    undoable step, no file written). A file is rewritten: it is copied to
+ *    "<path>.bak.dbf" (and its .cpg), the new table is written beside the
+ *    table and renamed over it, and the backup files are removed. A process
+ *    killed at any moment leaves the table whole at its path (old or new)
+ *    or, besides the new one, its whole copy in the backup. A table another
+ *    writer holds (its ".lk" lock) is not rewritten: apply answers false.
+ *    Every record is kept (deletion marks are not); fields that are the same
+ *    keep their bytes; changed fields are converted from their text: to I
+ *    the whole part below (floor), to B the number, to N and F the number
+ *    formatted with the new decimals (empty when the text is no number), to
+ *    C the text (trimmed when it was not a C field); new fields are 0 (I, B)
+ *    or blank. The memo file is not rewritten: memo fields keep their block
+ *    numbers.
+ * Indexes outside the entries give neutral answers (nothing done, -1, 0,
+ * null). A descriptor is used by one thread at a time. */
+
+/* A descriptor of the table at `path` with one entry per field (none when the
+ * table does not open), or with no entries (_empty). Given back with
+ * qz_dbf_restruct_destroy (null is ignored). */
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create(const char* path);
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create_w(const wchar_t* path);
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create_empty(const char* path);
+QZ_DBF_API Tqz_dbf_rstrct* qz_dbf_restruct_create_empty_w(const wchar_t* path);
+QZ_DBF_API void qz_dbf_restruct_destroy(Tqz_dbf_rstrct* handle);
+QZ_DBF_API int qz_dbf_restruct_count(Tqz_dbf_rstrct* handle);
+/* Appends the `n` fields of the array as new entries. */
+QZ_DBF_API void qz_dbf_restruct_add_fields(Tqz_dbf_rstrct* handle, Tqz_dbf_field* fields, int n);
+/* Appends a new entry; returns its index. */
+QZ_DBF_API int qz_dbf_restruct_add_field(Tqz_dbf_rstrct* handle, Tqz_dbf_field* field);
+/* Inserts a new entry before `idx` (0..count). */
+QZ_DBF_API void qz_dbf_restruct_insert_field(Tqz_dbf_rstrct* handle, int idx, Tqz_dbf_field* field);
+QZ_DBF_API void qz_dbf_restruct_remove_field_idx(Tqz_dbf_rstrct* handle, int idx);
+/* Removes the first entry named exactly as `field` (letter case counts). */
+QZ_DBF_API void qz_dbf_restruct_remove_field_val(Tqz_dbf_rstrct* handle, Tqz_dbf_field* field);
+/* Moves entry `from` so that it ends at index `to`. */
+QZ_DBF_API void qz_dbf_restruct_move_field(Tqz_dbf_rstrct* handle, int from, int to);
+/* The entry's field, writable in place; valid until the entries change. */
+QZ_DBF_API Tqz_dbf_field* qz_dbf_restruct_get_field(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API void qz_dbf_restruct_set_field(Tqz_dbf_rstrct* handle, int idx, Tqz_dbf_field* field);
+QZ_DBF_API int qz_dbf_restruct_get_field_status(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API int qz_dbf_restruct_get_field_old_no(Tqz_dbf_rstrct* handle, int idx);
+/* The old field as the table file has it at the time of the call: type and
+ * length 0, and no name fed, for a new entry or a table that does not open. */
+QZ_DBF_API Tqz_dbf_field_type qz_dbf_restruct_get_field_old_type(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API unsigned int qz_dbf_restruct_get_field_old_flen(Tqz_dbf_rstrct* handle, int idx);
+QZ_DBF_API void qz_dbf_restruct_get_field_old_name(Tqz_dbf_rstrct* handle, int idx,
+                                                   Iqz_string_adp* out);
+/* Gives the table the descriptor's layout (see above); whether it did. */
+QZ_DBF_API bool qz_dbf_restruct_apply(Tqz_dbf_rstrct* handle);
+/* Restructures the table of an open handle in place when its storage can
+ * (a memory table); false otherwise (a table file), nothing changed. */
+QZ_DBF_API bool qz_dbf_try_restruct(Tqz_dbf_rw* handle, Tqz_dbf_rstrct* descriptor);
 
 #ifdef __cplusplus
 }

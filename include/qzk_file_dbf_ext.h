@@ -34,6 +34,144 @@ extern "C" {
  * text); compare with the QZ_DBF_VERSION_* macros to detect a mismatch. */
 QZ_DBF_API const char* qz_dbf_version(void);
 
+/* ---- Deleting records by mask, with the reason -------------------------------- */
+
+/* The reasons of qz_dbf_del_records_by_msk_why_w. */
+enum {
+    QZ_DBF_DELMASK_DONE = 0,          /* the records are gone */
+    QZ_DBF_DELMASK_CANNOT_OPEN = 1,   /* no table could be opened at the path */
+    QZ_DBF_DELMASK_LOCKED = 2,        /* another writer holds the table */
+    QZ_DBF_DELMASK_NO_MASK = 3,       /* the mask is null */
+    QZ_DBF_DELMASK_COPY_FAILED = 4,   /* the temporary copy could not be made whole */
+    QZ_DBF_DELMASK_REPLACE_FAILED = 5 /* the copy could not take the table's place */
+};
+
+/* qz_dbf_del_records_by_msk_and_fn, answering why it ended as it did. On
+ * every reason but QZ_DBF_DELMASK_DONE the table is unchanged. */
+QZ_DBF_API int qz_dbf_del_records_by_msk_why_w(const wchar_t* path, void* mask);
+
+/* ---- Writing to the file ------------------------------------------------------ */
+
+/* A handle on a table file keeps the writes of at most one record in
+ * memory. They reach the file (where every other handle and process reads
+ * them, and where they outlive the process) when the handle reads or writes
+ * another record, before the file's notifier sends an update event, at
+ * qz_dbf_flush and at qz_dbf_close. Nothing here syncs the file to disk.
+ *
+ * qz_dbf_flush writes the handle's pending bytes to the file now. True when
+ * nothing is left pending: also for a read-only handle and for a handle
+ * served by a memory table (whose writes reach a file only through
+ * qz_dbf_mem_save). False for a null handle or when the write fails. */
+QZ_DBF_API bool qz_dbf_flush(Tqz_dbf_rw* table);
+/* ---- Last error -------------------------------------------------------------
+ *
+ * Every export that fails (these and those of qzk_file_dbf.h, whose results
+ * stay as they are) records why in a last error of the calling thread: a
+ * code and a UTF-8 message naming the file, when there is one, and the
+ * reason ("data.dbf: locked by another writer"). A call that succeeds leaves
+ * the last error as it was: read it right after the failing call, or clear
+ * it first. */
+
+typedef enum Tqz_dbf_error {
+    QZ_DBF_OK = 0,
+    QZ_DBF_ERR_ARGUMENT = 1,    /* a null handle or argument, an index out of range */
+    QZ_DBF_ERR_NOT_FOUND = 2,   /* no such file */
+    QZ_DBF_ERR_NOT_A_TABLE = 3, /* the file is not a dBASE table */
+    QZ_DBF_ERR_LOCKED = 4,      /* another writer holds the table's lock */
+    QZ_DBF_ERR_PERMISSION = 5,  /* permission denied, or a read-only file */
+    QZ_DBF_ERR_IO = 6,          /* reading or writing failed */
+    QZ_DBF_ERR_MEMO = 7,        /* the memo file is missing or unreadable */
+    QZ_DBF_ERR_VALUE = 8,       /* a value the field cannot hold, or no value */
+    QZ_DBF_ERR_MEMORY = 9,      /* out of memory */
+    QZ_DBF_ERR_INTERNAL = 10    /* anything else */
+} Tqz_dbf_error;
+
+/* The code of the thread's last error (QZ_DBF_OK when none). */
+QZ_DBF_API int qz_dbf_last_error(void);
+/* Its message (per-thread text; "" when none). */
+QZ_DBF_API const char* qz_dbf_last_error_message(void);
+QZ_DBF_API void qz_dbf_clear_last_error(void);
+
+/* ---- Checking a table file --------------------------------------------------
+ *
+ * Reads a file's header and field descriptors (and, with
+ * QZ_DBF_CHECK_VALUES, every record) without opening it for use: no lock is
+ * taken and nothing is written. Every finding has a severity, a kind, what
+ * is wrong and where (UTF-8 text owned by the result). */
+
+typedef enum Tqz_dbf_check_severity {
+    QZ_DBF_SEV_WARNING = 1, /* readable, but unusual */
+    QZ_DBF_SEV_ERROR = 2,   /* other readers refuse it, or data is lost */
+    QZ_DBF_SEV_FATAL = 3    /* not a dBASE table this library reads */
+} Tqz_dbf_check_severity;
+
+typedef enum Tqz_dbf_check_kind {
+    QZ_DBF_CHECK_FILE = 1,          /* missing, a folder, unreadable */
+    QZ_DBF_CHECK_HEADER = 2,        /* empty, cut inside the header or descriptors */
+    QZ_DBF_CHECK_VERSION = 3,       /* unknown version byte */
+    QZ_DBF_CHECK_HEADER_LENGTH = 4, /* header length against the descriptors and file */
+    QZ_DBF_CHECK_TERMINATOR = 5,    /* no 0x0D after the descriptors */
+    QZ_DBF_CHECK_RECORD_LENGTH = 6, /* record length against the fields' lengths plus one */
+    QZ_DBF_CHECK_FIELD = 7,         /* a type, length or decimal count other readers refuse */
+    QZ_DBF_CHECK_RECORDS = 8,       /* fewer whole records than the header says */
+    QZ_DBF_CHECK_MEMO = 9,          /* memo fields without a memo file */
+    QZ_DBF_CHECK_VALUE = 10         /* N, F, D or L values other readers cannot parse */
+} Tqz_dbf_check_kind;
+
+/* Flags of qz_dbf_check_file. */
+#define QZ_DBF_CHECK_VALUES 1u /* also read every record's values */
+
+#ifdef __cplusplus
+struct Tqz_dbf_check_result;
+#else
+typedef struct Tqz_dbf_check_result Tqz_dbf_check_result;
+#endif
+
+/* The findings for the file at `path` (UTF-8); null only when memory runs
+ * out or `path` is null. Free it with qz_dbf_check_free. */
+QZ_DBF_API Tqz_dbf_check_result* qz_dbf_check_file(const char* path, unsigned int flags);
+QZ_DBF_API unsigned int qz_dbf_check_count(const Tqz_dbf_check_result* result);
+/* The highest severity found; 0 when the file is clean (or result is null). */
+QZ_DBF_API int qz_dbf_check_worst(const Tqz_dbf_check_result* result);
+/* Finding `index` (below the count); 0 or "" past the end. */
+QZ_DBF_API int qz_dbf_check_severity(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API int qz_dbf_check_kind(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API const char* qz_dbf_check_what(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API const char* qz_dbf_check_where(const Tqz_dbf_check_result* result, unsigned int index);
+QZ_DBF_API void qz_dbf_check_free(Tqz_dbf_check_result* result);
+
+/* ---- Deletion flags ------------------------------------------------------------
+ *
+ * A record marked deleted keeps its values and its place until the table is
+ * packed; readers are expected to skip it. */
+
+/* 1 when `record` is marked deleted, 0 when it is live, -1 when there is no
+ * such record (the last error says why). */
+QZ_DBF_API int qz_dbf_get_deleted(Tqz_dbf_rw* handle, unsigned int record);
+/* Marks `record` deleted or live, in the file at once; false when there is
+ * no such record or the table is read-only. */
+QZ_DBF_API bool qz_dbf_set_deleted(Tqz_dbf_rw* handle, unsigned int record, bool deleted);
+/* The same on a memory table; each change is a step of its undo history. */
+QZ_DBF_API int qz_dbf_mem_get_deleted(Tqz_dbf_memory* handle, unsigned int record);
+QZ_DBF_API bool qz_dbf_mem_set_deleted(Tqz_dbf_memory* handle, unsigned int record, bool deleted);
+
+/* ---- Opening with options ------------------------------------------------------ */
+
+#define QZ_DBF_OPEN_READ_ONLY 0x01u /* no writer lock, no writes */
+#define QZ_DBF_OPEN_DOS 0x02u       /* text is CP866 unless the .cpg says otherwise */
+#define QZ_DBF_OPEN_WRITE_CPG 0x04u /* write the table's encoding into its .cpg at close */
+#define QZ_DBF_OPEN_FORCE 0x08u     /* open what the file check calls no dBASE table, read-only */
+
+/* Opens the table at `path` (UTF-8) as qz_dbf_open does, with these
+ * differences: the file is checked first (qz_dbf_check_file) and what is
+ * not a dBASE table is refused (QZ_DBF_ERR_NOT_A_TABLE) unless
+ * QZ_DBF_OPEN_FORCE, which opens it read-only; a file without any write
+ * permission is not opened for writing (QZ_DBF_ERR_PERMISSION), whoever
+ * the caller is; and the table's .cpg file is left as it is unless
+ * QZ_DBF_OPEN_WRITE_CPG. Null on failure, with the last error saying why.
+ * Close the handle with qz_dbf_close. */
+QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_ex(const char* path, unsigned int options);
+
 /* ---- Storage ---------------------------------------------------------------- */
 
 /* Which storage serves a handle: a table file read directly, a memory table

@@ -6,10 +6,13 @@
 
 #include "api/guard.h"
 #include "api/table_rw.h"
+#include "api/cell_errors.h"
 #include "dbf/basic_table.h"
 #include "qzk_file_dbf.h"
 
+using qz::api::cell_failed;
 using qz::api::guarded;
+using qz::api::no_table;
 
 namespace {
 
@@ -17,6 +20,7 @@ template <class R, class F>
 R on_table(Tqz_dbf_rw* h, R neutral, F&& call) {
     return guarded(neutral, [&] {
         Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
+        if (!t) no_table(h);
         return t ? call(t) : neutral;
     });
 }
@@ -24,9 +28,26 @@ R on_table(Tqz_dbf_rw* h, R neutral, F&& call) {
 template <class F>
 void on_table(Tqz_dbf_rw* h, F&& call) {
     guarded([&] {
-        if (Tqz_dbf_ibasic* t = h ? h->current() : nullptr) call(t);
+        if (Tqz_dbf_ibasic* t = h ? h->current() : nullptr)
+            call(t);
+        else
+            no_table(h);
     });
 }
+
+// A call on one cell: when `failed` says the result is a failure, the last
+// error tells why (no such field or record, or the value).
+template <class R, class F, class Failed>
+R on_cell(Tqz_dbf_rw* h, unsigned int field, unsigned int record, R neutral, const char* what,
+          F&& call, Failed&& failed) {
+    return on_table(h, neutral, [&](Tqz_dbf_ibasic* t) {
+        R result = call(t);
+        if (failed(result)) cell_failed(h, t, field, record, what);
+        return result;
+    });
+}
+
+const auto is_false = [](bool r) { return !r; };
 
 }  // namespace
 
@@ -113,8 +134,10 @@ QZ_DBF_API void qz_dbf_set_field_name_w(Tqz_dbf_rw* h, unsigned int field, const
 
 QZ_DBF_API const char* qz_dbf_get_str(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                       bool& ok) {
-    return on_table(h, static_cast<const char*>(nullptr),
-                    [&](Tqz_dbf_ibasic* t) { return t->get_as_string(field, record, ok); });
+    return on_cell(
+        h, field, record, static_cast<const char*>(nullptr), nullptr,
+        [&](Tqz_dbf_ibasic* t) { return t->get_as_string(field, record, ok); },
+        [](const char*) { return true; });
 }
 
 QZ_DBF_API bool qz_dbf_get_str_w(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
@@ -156,62 +179,86 @@ QZ_DBF_API void qz_dbf_get_wstr_encoded_adpt(Tqz_dbf_rw* h, unsigned int field, 
 }
 
 QZ_DBF_API int qz_dbf_get_int(Tqz_dbf_rw* h, unsigned int field, unsigned int record, bool& ok) {
-    return on_table(h, 0, [&](Tqz_dbf_ibasic* t) { return t->get_as_integer(field, record, ok); });
+    return on_cell(
+        h, field, record, 0, "the cell holds no such value",
+        [&](Tqz_dbf_ibasic* t) { return t->get_as_integer(field, record, ok); },
+        [&](auto) { return !ok; });
 }
 
 QZ_DBF_API double qz_dbf_get_dbl(Tqz_dbf_rw* h, unsigned int field, unsigned int record, bool& ok) {
-    return on_table(h, 0.0, [&](Tqz_dbf_ibasic* t) { return t->get_as_double(field, record, ok); });
+    return on_cell(
+        h, field, record, 0.0, "the cell holds no such value",
+        [&](Tqz_dbf_ibasic* t) { return t->get_as_double(field, record, ok); },
+        [&](auto) { return !ok; });
 }
 
 QZ_DBF_API bool qz_dbf_get_bool(Tqz_dbf_rw* h, unsigned int field, unsigned int record, bool& ok) {
-    return on_table(h, false, [&](Tqz_dbf_ibasic* t) { return t->get_as_bool(field, record, ok); });
+    return on_cell(
+        h, field, record, false, "the cell holds no such value",
+        [&](Tqz_dbf_ibasic* t) { return t->get_as_bool(field, record, ok); },
+        [&](auto) { return !ok; });
 }
 
 QZ_DBF_API bool qz_dbf_get_any(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                Tqz_any* value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->get_as_any(field, record, value); });
+    return on_cell(
+        h, field, record, false, "the cell holds no value",
+        [&](Tqz_dbf_ibasic* t) { return t->get_as_any(field, record, value); }, is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_str(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                const char* value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->set_as_string(field, record, value); });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_string(field, record, value); }, is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_str_w(Tqz_dbf_rw* h, int field, int record, const wchar_t* value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->set_as_wstring(field, record, value); });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_wstring(field, record, value); }, is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_wstr_encoded(Tqz_dbf_rw* h, int field, int record, const wchar_t* value,
                                         unsigned int length) {
-    return on_table(h, false, [&](Tqz_dbf_ibasic* t) {
-        return t->set_as_wchar_t(field, record, value, length);
-    });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_wchar_t(field, record, value, length); },
+        is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_int(Tqz_dbf_rw* h, unsigned int field, unsigned int record, int value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->set_as_integer(field, record, value); });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_integer(field, record, value); }, is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_dbl(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                double value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->set_as_double(field, record, value); });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_double(field, record, value); }, is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_bool(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                 bool value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->set_as_bool(field, record, value); });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_bool(field, record, value); }, is_false);
 }
 
 QZ_DBF_API bool qz_dbf_set_any(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                Tqz_any* value) {
-    return on_table(h, false,
-                    [&](Tqz_dbf_ibasic* t) { return t->set_as_any(field, record, value); });
+    return on_cell(
+        h, static_cast<unsigned>(field), static_cast<unsigned>(record), false,
+        "the value was refused",
+        [&](Tqz_dbf_ibasic* t) { return t->set_as_any(field, record, value); }, is_false);
 }
 
 // ---- Search and records ----------------------------------------------------------

@@ -48,7 +48,9 @@ QZ_DBF_API Tqz_dbf_rw* qz_dbf_create(const char* path, unsigned int nf, unsigned
 
 QZ_DBF_API Tqz_dbf_rw* qz_dbf_create_safe(const wchar_t* path, unsigned int nf, unsigned int nr,
                                           Tqz_dbf_field* fields, bool dos_flag) {
-    // Field names are taken as given until name repair is part of the library.
+    // The caller's names are repaired in place: valid and unique, whatever
+    // they were.
+    qz_dbf_fields_names_fix(fields, nf);
     return qz_dbf_create_w(path, nf, nr, fields, dos_flag);
 }
 

@@ -1,6 +1,13 @@
 // Exports of the memo readers (the handle is the reader itself) and of the
 // memo of a table cell.
+#include <cstring>
+#include <string>
+
+#include "api/cell_errors.h"
 #include "api/guard.h"
+#include "code_page_text.h"
+#include "dbf/basic_table.h"
+#include "errors/last_error.h"
 #include "api/table_rw.h"
 #include "memo/dbt_rw.h"
 #include "memo/fpt_rw.h"
@@ -10,6 +17,13 @@ using qz::api::guarded;
 
 namespace {
 
+std::wstring as_wide(const wchar_t* path) {
+    return path ? path : L"";
+}
+std::wstring as_wide(const char* path) {
+    return path ? qz::basic::cp_to_wide(0, path, std::strlen(path)) : std::wstring();
+}
+
 // A new reader of kind R open on `path`, or null.
 template <class R, class P>
 R* open_reader(P path, bool read_only) {
@@ -17,6 +31,7 @@ R* open_reader(P path, bool read_only) {
         R* reader = new R();
         if (reader->open(path, read_only) == 0) return reader;
         delete reader;
+        qz::errors::set_open_failure(as_wide(path), !read_only, false);
         return static_cast<R*>(nullptr);
     });
 }
@@ -79,7 +94,19 @@ QZ_DBF_API const unsigned char* qz_dbf_get_memo_bytes(Tqz_dbf_rw* handle, unsign
                                                       unsigned int& len, unsigned int& type) {
     return guarded(static_cast<const unsigned char*>(nullptr), [&]() -> const unsigned char* {
         Tqz_dbf_ibasic* t = handle ? handle->current() : nullptr;
-        return t ? t->get_memo_bytes(field, record, ok, len, type) : nullptr;
+        if (!t) {
+            qz::api::no_table(handle);
+            return nullptr;
+        }
+        const unsigned char* bytes = t->get_memo_bytes(field, record, ok, len, type);
+        if (!ok) {
+            auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
+            if (basic && !basic->get_fpt() && !basic->get_dbt() && field < t->get_nf())
+                qz::errors::set(qz::errors::memo, handle->get_path(), "memo file missing");
+            else
+                qz::api::cell_failed(handle, t, field, record, "the cell leads to no memo");
+        }
+        return bytes;
     });
 }
 

@@ -1,15 +1,19 @@
 // Exports of the memory tables. The handle is the Tqz_dbf_memory itself; a
 // handle is used only while it is a table of the registry, so a freed or
 // foreign pointer gets the neutral result instead of being followed.
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 #include "api/guard.h"
+#include "errors/last_error.h"
+#include "support/filesystem.h"
 #include "api/table_rw.h"
 #include "code_page_text.h"
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "qzk_file_dbf.h"
+#include "restruct/rstrct.h"
 
 using qz::api::guarded;
 
@@ -20,10 +24,15 @@ Tqz_dbf_memory* live(Tqz_dbf_memory* h) {
     return h && list ? list->find_by_ptr(h) : nullptr;
 }
 
+void not_loaded() {
+    qz::errors::set(qz::errors::argument, "not a loaded memory table");
+}
+
 template <class R, class F>
 R on_mem(Tqz_dbf_memory* h, R neutral, F&& call) {
     return guarded(neutral, [&] {
         Tqz_dbf_memory* t = live(h);
+        if (!t) not_loaded();
         return t ? call(t) : neutral;
     });
 }
@@ -31,8 +40,43 @@ R on_mem(Tqz_dbf_memory* h, R neutral, F&& call) {
 template <class F>
 void on_mem(Tqz_dbf_memory* h, F&& call) {
     guarded([&] {
-        if (Tqz_dbf_memory* t = live(h)) call(t);
+        if (Tqz_dbf_memory* t = live(h))
+            call(t);
+        else
+            not_loaded();
     });
+}
+
+// A failed call on a cell of a memory table: the missing field or record,
+// or else `what` about the value.
+template <class R>
+R cell_result(Tqz_dbf_memory* t, unsigned int field, unsigned int record, R result, bool failed,
+              const char* what) {
+    if (!failed) return result;
+    const std::wstring name = t->get_filename();
+    if (field >= t->get_nf())
+        qz::errors::set(qz::errors::argument, name,
+                        "field " + std::to_string(field) + " does not exist");
+    else if (!t->has_record(record))
+        qz::errors::set(qz::errors::argument, name,
+                        "record " + std::to_string(record) + " does not exist");
+    else
+        qz::errors::set(qz::errors::value, name,
+                        std::string("field ") + t->get_field_name(field) + ", record " +
+                            std::to_string(record) + ": " + what);
+    return result;
+}
+
+// A load that gave no table: why the file could not be read.
+Tqz_dbf_memory* load_failed(Tqz_dbf_memory* t, const std::wstring& name) {
+    if (!t) {
+        const bool locked =
+            qz::filesystem::path_exist(name + L".lk") && qz::filesystem::path_exist(name);
+        qz::errors::set_open_failure(name, true, false);
+        if (locked && qz::errors::last_code() != qz::errors::not_found)
+            qz::errors::set(qz::errors::locked, name, "locked by another writer or unreadable");
+    }
+    return t;
 }
 
 std::wstring widen(const char* text) {
@@ -47,11 +91,25 @@ QZ_DBF_API bool qz_dbf_mem_exist_w(const wchar_t* name) {
     return guarded(false, [&] { return Tqz_dbf_rw::dbf_is_in_mem(name); });
 }
 
-// A field count above 0 asks for the table to be restructured to those
-// fields, which the library cannot do yet: the table keeps its one field.
-QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int, Tqz_dbf_field*) {
-    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
-                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, true); });
+// With fields, the table (new or already loaded) is restructured to them
+// through a descriptor: it keeps its records, and every field is new.
+QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create_w(const wchar_t* name, unsigned int nf,
+                                               Tqz_dbf_field* fields) {
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr), [&] {
+        Tqz_dbf_memory* t = Tqz_dbf_rw::dbf_load_mem(name, true);
+        if (t && nf != 0 && fields) {
+            Tqz_dbf_rstrct* d = qz_dbf_restruct_create_empty_w(name);
+            qz_dbf_restruct_add_fields(d, fields, static_cast<int>(std::min(nf, 0x7FFFFFFFu)));
+            qz_dbf_restruct_apply(d);
+            qz_dbf_restruct_destroy(d);
+        }
+        return t;
+    });
+}
+
+QZ_DBF_API bool qz_dbf_mem_restruct(Tqz_dbf_memory* h, Tqz_dbf_rstrct* descriptor) {
+    if (!descriptor) return false;
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->restruct(descriptor); });
 }
 
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,
@@ -61,13 +119,14 @@ QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_create(const char* name, unsigned int nf,
 }
 
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_load_w(const wchar_t* name) {
-    return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
-                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, false); });
+    return guarded(static_cast<Tqz_dbf_memory*>(nullptr), [&] {
+        return load_failed(Tqz_dbf_rw::dbf_load_mem(name, false), name ? name : L"");
+    });
 }
 
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_load(const char* name) {
     return guarded(static_cast<Tqz_dbf_memory*>(nullptr),
-                   [&] { return Tqz_dbf_rw::dbf_load_mem(name, false); });
+                   [&] { return load_failed(Tqz_dbf_rw::dbf_load_mem(name, false), widen(name)); });
 }
 
 QZ_DBF_API Tqz_dbf_memory* qz_dbf_mem_find_w(const wchar_t* name) {
@@ -80,15 +139,28 @@ QZ_DBF_API bool qz_dbf_mem_free(Tqz_dbf_memory* h) {
 }
 
 QZ_DBF_API bool qz_dbf_mem_save(Tqz_dbf_memory* h) {
-    return on_mem(h, false, [](Tqz_dbf_memory* t) { return t->save(); });
+    return on_mem(h, false, [](Tqz_dbf_memory* t) {
+        bool saved = t->save();
+        if (!saved) qz::errors::set(qz::errors::io, t->get_filename(), "could not be written");
+        return saved;
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_save_as_w(Tqz_dbf_memory* h, const wchar_t* path) {
-    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->save(path); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool saved = t->save(path);
+        if (!saved) qz::errors::set(qz::errors::io, path ? path : L"", "could not be written");
+        return saved;
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_save_as(Tqz_dbf_memory* h, const char* path) {
-    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->save(widen(path).c_str()); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        const std::wstring wide = widen(path);
+        bool saved = t->save(wide.c_str());
+        if (!saved) qz::errors::set(qz::errors::io, wide, "could not be written");
+        return saved;
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_reload(Tqz_dbf_memory* h) {
@@ -167,37 +239,56 @@ QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* h, unsigned int field, unsign
 
 QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    const char* value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->set_as_string(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->set_as_string(field, record, value);
+        return cell_result(t, static_cast<unsigned>(field), static_cast<unsigned>(record), r, !r,
+                           "the value was refused");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_wstr(Tqz_dbf_memory* h, int field, int record,
                                     const wchar_t* value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->set_as_wstring(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->set_as_wstring(field, record, value);
+        return cell_result(t, static_cast<unsigned>(field), static_cast<unsigned>(record), r, !r,
+                           "the value was refused");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_int(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    int value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->set_as_integer(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->set_as_integer(field, record, value);
+        return cell_result(t, static_cast<unsigned>(field), static_cast<unsigned>(record), r, !r,
+                           "the value was refused");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_dbl(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    double value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->set_as_double(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->set_as_double(field, record, value);
+        return cell_result(t, static_cast<unsigned>(field), static_cast<unsigned>(record), r, !r,
+                           "the value was refused");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_bool(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                     bool value) {
-    return on_mem(h, false,
-                  [&](Tqz_dbf_memory* t) { return t->set_as_bool(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->set_as_bool(field, record, value);
+        return cell_result(t, static_cast<unsigned>(field), static_cast<unsigned>(record), r, !r,
+                           "the value was refused");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_any(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    Tqz_any* value) {
-    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->set_as_any(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->set_as_any(field, record, value);
+        return cell_result(t, static_cast<unsigned>(field), static_cast<unsigned>(record), r, !r,
+                           "the value was refused");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_add(Tqz_dbf_memory* h) {

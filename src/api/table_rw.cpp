@@ -7,6 +7,7 @@
 
 #include "code_page_text.h"
 #include "dbf/disk_table.h"
+#include "errors/last_error.h"
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
@@ -47,6 +48,7 @@ Tqz_dbf_rw::~Tqz_dbf_rw() {
 
 int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
     close();
+    this->path = path ? path : L"";
     read_only = ro;
     int result = 0;
     // A path loaded in memory is served from there, whatever the flags.
@@ -68,8 +70,11 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         } else {
             // What the disk table cannot open, OGR may. A table whose writer
             // lock another handle holds is opened through OGR read-only, so
-            // this handle never writes beside that writer.
-            result = ogr->open(path, ro || disk->lock_refused(), dos_flag);
+            // this handle never writes beside that writer. The disk table's
+            // reason stays the last error when OGR cannot open it either.
+            const bool lock_refused = disk->lock_refused();
+            qz::errors::set_open_failure(this->path, !ro, lock_refused);
+            result = ogr->open(path, ro || lock_refused, dos_flag);
             if (result == 0) table = ogr;
         }
         own_table = table != nullptr;
@@ -85,6 +90,7 @@ int Tqz_dbf_rw::open(const char* path, bool ro, bool dos_flag) {
 int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
                        bool dos_flag) {
     close();
+    this->path = path ? path : L"";
     read_only = false;
     int result = 0;
     memory = hold_memory_table(path);
@@ -97,6 +103,14 @@ int Tqz_dbf_rw::create(const wchar_t* path, unsigned int nf, unsigned int nr, Tq
         if (result == 0) {
             table = disk;
             own_table = true;
+        } else if (disk->lock_refused()) {
+            qz::errors::set(qz::errors::locked, this->path, "locked by another writer");
+        } else if (!fields && nf > 0) {
+            qz::errors::set(qz::errors::argument, this->path, "no field descriptors given");
+        } else {
+            qz::errors::set_open_failure(this->path, true, false);
+            if (qz::errors::last_code() == qz::errors::not_found)
+                qz::errors::set(qz::errors::not_found, this->path, "the folder does not exist");
         }
     }
     begin_write_bracket();
@@ -130,6 +144,14 @@ void Tqz_dbf_rw::close() {
     read_only = false;
 }
 
+bool Tqz_dbf_rw::flush() {
+    return own_table && table == disk ? disk->flush() : true;
+}
+
+void Tqz_dbf_rw::keep_cpg() {
+    if (own_table && table == disk) disk->keep_cpg(true);
+}
+
 Tqz_dbf_rw::storage Tqz_dbf_rw::current_storage() const {
     if (!table) return storage::none;
     if (memory) return storage::memory;
@@ -139,6 +161,7 @@ Tqz_dbf_rw::storage Tqz_dbf_rw::current_storage() const {
 const char* Tqz_dbf_rw::ogr_driver_name() const {
     return table && table == ogr ? ogr->driver_name() : "";
 }
+
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";

@@ -2,6 +2,8 @@
 // at open and create time and forwards every request to it.
 #pragma once
 
+#include <string>
+
 #include "dbf/ibasic.h"
 
 class Tqz_dbf_disk;
@@ -24,8 +26,21 @@ class Tqz_dbf_rw {
     int create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields,
                bool dos_flag);
     void close();
+    // Writes the disk table's pending bytes to its file; true when nothing
+    // is left pending (also when the handle has no disk table).
+    bool flush();
     // Whether the handle serves a memory table of the registry.
     bool is_buffered() const { return memory != nullptr; }
+    // The memory table of the registry the handle serves, or null.
+    Tqz_dbf_memory* memory_table() const { return memory; }
+
+    // Removes the records whose bits are set in `mask` from the table at
+    // `path`, using this handle (closed on return); 0 on success, 1 when
+    // the table cannot be opened or is held by another writer.
+    unsigned int delete_records_by_msk(const wchar_t* path, void* mask);
+    bool is_read_only() const { return read_only; }
+    // Leaves the .cpg file of a disk table as it is at close.
+    void keep_cpg();
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);
@@ -51,6 +66,9 @@ class Tqz_dbf_rw {
     static bool dbf_free_mem(const wchar_t* name);
     static bool dbf_free_mem(const char* name);
     static bool dbf_free_mem_by_ptr(Tqz_dbf_memory* t);
+
+    // The path given to the last open or create.
+    const std::wstring& get_path() const { return path; }
 
     // The current table, or null when nothing is open.
     Tqz_dbf_ibasic* current() const { return table; }
@@ -166,6 +184,13 @@ class Tqz_dbf_rw {
         if (table) table->end_fast_find();
     }
 
+    // A name that no field of the table holds: the name cut to 10 bytes,
+    // else with the ending 1, 2, ... (cut to fit); the _old form keeps the
+    // whole name and appends the number without a cut. The text lives in a
+    // static string of each function until its next call.
+    const char* generate_unin_name(const char* name);
+    const char* generate_unin_name_old(const char* name);
+
     int32_t last_valid_error = 0;
 
   private:
@@ -175,6 +200,7 @@ class Tqz_dbf_rw {
     // from open or create until close.
     void begin_write_bracket();
 
+    std::wstring path;
     bool own_table = false;
     bool read_only = false;
     Tqz_dbf_ibasic* table = nullptr;

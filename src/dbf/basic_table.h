@@ -121,6 +121,13 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     Tqz_fpt_rw* get_fpt() const { return fpt; }
     Tqz_dbt_rw* get_dbt() const { return dbt; }
 
+    // The deletion flag of a record: 1 when it is marked deleted ('*'), 0
+    // when it is live, -1 when the storage does not hold the record.
+    virtual int get_deleted(unsigned int) { return -1; }
+    // Marks a record deleted or live; false when the storage does not hold
+    // it or cannot write.
+    virtual bool set_deleted(unsigned int, bool) { return false; }
+
     // Whether the storage holds `record`: below the record count, and for a
     // file, within the file.
     virtual bool has_record(unsigned int record) { return record < get_nr(); }

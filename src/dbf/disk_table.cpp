@@ -22,16 +22,19 @@ Tqz_dbf_disk::~Tqz_dbf_disk() {
 
 bool Tqz_dbf_disk::take_lock(const std::wstring& path, bool no_lock) {
     lock_path = path + L".lk";
-    refused_by_lock = false;
+    lock_was_refused = false;
     if (no_lock) return true;
-    refused_by_lock =
-        !lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
-    return !refused_by_lock;
+    bool taken =
+        lock_file.win.open(lock_path, qz::detail::access_write, qz::detail::lock_exclusive);
+    // A lock file that exists but cannot be taken is held by another writer;
+    // one that could not even be made is a matter of the folder.
+    lock_was_refused = !taken && qz::filesystem::path_exist(lock_path);
+    return taken;
 }
 
 int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     close();
-    refused_by_lock = false;
+    lock_was_refused = false;
     std::wstring path = path_w ? path_w : L"";
     if (ro) {
         file = qz::filesystem::wfopen(path, "rb");
@@ -49,7 +52,8 @@ int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     std::rewind(file);
     if (std::fread(header, 1, header_size, file) != header_size) std::clearerr(file);
     read_descriptors();
-    window.attach(file, !ro);
+    notifier = Tqz_dbf_notifier::get_instance(path.c_str());
+    attach_window(!ro, ro || no_lock);
     can_read = true;
     count_whole_records();
 
@@ -60,7 +64,6 @@ int Tqz_dbf_disk::open(const wchar_t* path_w, bool ro, bool dos, bool no_lock) {
     } else {
         if (!open_dbt(filename.c_str(), ro)) open_fpt(filename.c_str(), ro);
     }
-    notifier = Tqz_dbf_notifier::get_instance(path.c_str());
     return 0;
 }
 
@@ -145,7 +148,7 @@ int Tqz_dbf_disk::create(const wchar_t* path_w, unsigned int n_fields, unsigned 
     }
     std::fputc(end_of_file, file);
     std::fflush(file);
-    window.attach(file, true);
+    attach_window(true, no_lock);
     can_read = false;
     count_whole_records();
     return 0;
@@ -161,7 +164,18 @@ qz::notify::Update_scope Tqz_dbf_disk::update_bracket() {
     return qz::notify::Update_scope(notifier);
 }
 
+void Tqz_dbf_disk::attach_window(bool writable, bool follow) {
+    // A writer holding the lock is the file's only writer: what its window
+    // holds never goes stale. Anyone else follows the file's changes.
+    window.attach(fileno(file), writable, notifier ? notifier->change_counter() : nullptr, follow);
+    if (notifier) notifier->add_window(&window);
+}
+
 void Tqz_dbf_disk::close() {
+    // The window writes what it holds and lets go of the notifier's counter
+    // before the notifier can go.
+    if (notifier) notifier->remove_window(&window);
+    window.detach();
     if (notifier) {
         Tqz_dbf_notifier* n = notifier;
         notifier = nullptr;
@@ -171,12 +185,12 @@ void Tqz_dbf_disk::close() {
     close_dbt();
     free_descriptors();
     field_index.clear();
-    save_cpg(filename, read_only);
+    save_cpg(filename, read_only || cpg_kept);
+    cpg_kept = false;
     read_only = true;
     filename.clear();
     whole_records = 0;
     if (file) {
-        window.detach();
         std::fclose(file);
         if (lock_file.win.is_open()) lock_file.win.close_and_remove(lock_path);
         file = nullptr;
@@ -211,6 +225,7 @@ bool Tqz_dbf_disk::has_record(unsigned int record) {
 bool Tqz_dbf_disk::cell_position(int field, int record, uint64_t& pos, unsigned& flen) {
     Tdbf_descriptor* d = descriptor(static_cast<unsigned int>(field));
     if (!d || !has_record(static_cast<unsigned int>(record))) return false;
+    enter_record(static_cast<unsigned int>(record));
     pos = record_position(static_cast<unsigned int>(record)) + d->offset();
     flen = d->flen();
     return true;
@@ -295,6 +310,7 @@ void Tqz_dbf_disk::set_double(int field, int record, double value) {
 
 void Tqz_dbf_disk::get_record(unsigned int record, unsigned char* buffer) {
     if (!buffer || !can_read || !has_record(record)) return;
+    enter_record(record);
     uint32_t first = nf > 0 ? descriptors[0].offset() : 1;
     window.read(record_position(record) + first, buffer, get_record_length());
 }
@@ -302,6 +318,7 @@ void Tqz_dbf_disk::get_record(unsigned int record, unsigned char* buffer) {
 bool Tqz_dbf_disk::set_record(unsigned int record, const unsigned char* buffer) {
     auto bracket = update_bracket();
     if (!buffer || !has_record(record)) return false;
+    enter_record(record);
     uint32_t first = nf > 0 ? descriptors[0].offset() : 1;
     bool ok = window.write(record_position(record) + first, buffer, get_record_length());
     count_whole_records();
@@ -315,21 +332,23 @@ void Tqz_dbf_disk::add_records(unsigned int count) {
     const size_t rl = get_record_length();
     uint64_t pos = record_position(nr);
     // Blank records (a live deletion flag and spaces), in pieces of about a
-    // megabyte, then the end-of-file byte.
+    // megabyte, then the end-of-file byte, and only then the header's new
+    // count: a process killed on the way leaves a count no higher than the
+    // records in the file.
     if (rl > 0 && count > 0) {
         const size_t per_chunk = std::max<size_t>(1, (1u << 20) / rl);
         std::vector<uint8_t> chunk(rl * std::min<size_t>(per_chunk, count), 0x20);
         for (uint64_t left = count; left > 0;) {
             size_t n = static_cast<size_t>(std::min<uint64_t>(left, per_chunk));
-            window.write(pos, chunk.data(), n * rl);
+            window.write_through(pos, chunk.data(), n * rl);
             pos += n * rl;
             left -= n;
         }
     }
     const uint8_t eof = end_of_file;
-    window.write(pos, &eof, 1);
+    window.write_through(pos, &eof, 1);
     put_u32(header + hdr_record_count, nr + count);
-    window.write(0, header, header_size);
+    window.write_through(0, header, header_size);
     count_whole_records();
 }
 
@@ -338,6 +357,24 @@ void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {
     Tdbf_descriptor* d = descriptor(field);
     if (!d) return;
     Tqz_dbf_basic::set_field_name(field, name);
-    window.write(header_size + descriptor_size * static_cast<uint64_t>(field), d->bytes,
-                 descriptor_size);
+    window.write_through(header_size + descriptor_size * static_cast<uint64_t>(field), d->bytes,
+                         descriptor_size);
+}
+
+// ---- Deletion flags --------------------------------------------------------------
+
+constexpr uint8_t deleted_mark = '*', live_mark = ' ';
+
+int Tqz_dbf_disk::get_deleted(unsigned int record) {
+    if (!has_record(record)) return -1;
+    uint8_t flag = live_mark;
+    if (can_read && window.read(record_position(record), &flag, 1) != 1) return -1;
+    return flag == deleted_mark ? 1 : 0;
+}
+
+bool Tqz_dbf_disk::set_deleted(unsigned int record, bool deleted) {
+    if (read_only || !has_record(record)) return false;
+    auto bracket = update_bracket();
+    const uint8_t flag = deleted ? deleted_mark : live_mark;
+    return window.write(record_position(record), &flag, 1);
 }

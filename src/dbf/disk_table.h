@@ -29,10 +29,13 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     void close() override;
 
     bool is_open() const { return file != nullptr; }
+    // Whether the last open or create failed because another writer holds
+    // the lock.
+    bool lock_refused() const { return lock_was_refused; }
     bool is_read_only() const { return read_only; }
-    // Whether the last open or create failed because the writer lock could
-    // not be taken (another writer holds it, or no lock file can be made).
-    bool lock_refused() const { return refused_by_lock; }
+    // With `keep`, close leaves the table's .cpg file as it is instead of
+    // writing the table's encoding into it. Holds until the next open.
+    void keep_cpg(bool keep) { cpg_kept = keep; }
     const std::wstring& get_filename() const { return filename; }
 
     // The shared notifier of the file, taken at open and create, given back
@@ -46,8 +49,10 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // Every write below (set_field_name, set_record, the raw setters,
     // restruct) is one bracket on the notifier; add_records is none.
 
-    // Writes the table's changed bytes to the file now (they are written at
-    // the latest when the table closes).
+    // Writes the table's pending bytes to the file now. The table holds the
+    // writes of at most one record: they go to the file when an access
+    // reaches another record, before the notifier sends an update event,
+    // here, and at close.
     bool flush();
 
     // Renames a field in memory and in the file's descriptor.
@@ -82,6 +87,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
+    int get_deleted(unsigned int record) override;
+    bool set_deleted(unsigned int record, bool deleted) override;
+
     // Records below the header's count that the file holds completely.
     bool has_record(unsigned int record) override;
 
@@ -94,6 +102,14 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     uint64_t record_position(unsigned int record) const {
         return get_header_length() + static_cast<uint64_t>(get_record_length()) * record;
     }
+    // Every access to a record goes through here: pending writes to another
+    // record go to the file first. A record's bytes run to the first byte of
+    // the next (where a record image ends).
+    void enter_record(unsigned int record) {
+        uint64_t at = record_position(record);
+        window.enter(at, at + get_record_length() + 1);
+    }
+    void attach_window(bool writable, bool follow);
     template <class T>
     T read_value(int field, int record);
     template <class T>
@@ -113,6 +129,7 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     bool read_only = true;
     qz::fileio lock_file{qz::strconv::utf8};
     std::wstring lock_path;
-    bool refused_by_lock = false;
+    bool lock_was_refused = false;
+    bool cpg_kept = false;
     Tqz_dbf_notifier* notifier = nullptr;
 };

@@ -11,6 +11,7 @@
 #include "memory/records.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
+#include "support/safe_replace.h"
 
 using namespace qz::dbf;
 
@@ -210,27 +211,32 @@ bool Tqz_dbf_memory_core::save() {
 
 bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";
-    FILE* file = qz::filesystem::wfopen(path, "wb");
-    if (!file) return false;
-    put_today(header);
-    bool ok = std::fwrite(header, 1, header_size, file) == header_size;
-    if (nf > 0)
-        ok = ok && std::fwrite(descriptors, descriptor_size, static_cast<size_t>(nf), file) ==
-                       static_cast<size_t>(nf);
-    ok = ok && std::fputc(descriptor_terminator, file) != EOF;
-    const unsigned int count = records->get_size();
-    const size_t length = records->get_length();
-    for (unsigned int i = 0; ok && i < count && length > 0;) {
-        unsigned int run = count - i;
-        unsigned char* bytes = records->get_block(i, run);
-        if (!bytes) break;
-        ok = std::fwrite(bytes, length, run, file) == run;
-        i += run;
-    }
-    ok = ok && std::fputc(end_of_file, file) != EOF;
-    ok = (std::fclose(file) == 0) && ok;
+    if (path.empty()) return false;
+    // The new table goes to a sibling and is renamed over the file: a
+    // process killed at any moment leaves the old table or the new one,
+    // whole, never an empty or cut one.
+    bool ok = qz::filesystem::replace_with(path, [this](int fd) {
+        put_today(header);
+        std::vector<uint8_t> head(header, header + header_size);
+        for (int32_t k = 0; k < nf; ++k)
+            head.insert(head.end(), descriptors[k].bytes, descriptors[k].bytes + descriptor_size);
+        head.push_back(descriptor_terminator);
+        if (!qz::filesystem::write_all(fd, head.data(), head.size())) return false;
+        const unsigned int count = records->get_size();
+        const size_t length = records->get_length();
+        for (unsigned int i = 0; i < count && length > 0;) {
+            unsigned int run = count - i;
+            unsigned char* bytes = records->get_block(i, run);
+            if (!bytes || run == 0) break;
+            if (!qz::filesystem::write_all(fd, bytes, length * run)) return false;
+            i += run;
+        }
+        const uint8_t eof = end_of_file;
+        return qz::filesystem::write_all(fd, &eof, 1);
+    });
+    if (!ok) return false;
     save_cpg(path, false);
-    return ok;
+    return true;
 }
 
 bool Tqz_dbf_memory_core::save(const char* path) {
@@ -419,4 +425,18 @@ void Tqz_dbf_memory_core::swap_structure(Tqz_dbf_memory_core* other) {
     std::swap(descriptors, other->descriptors);
     std::swap(field_index, other->field_index);
     std::swap(records, other->records);
+}
+
+int Tqz_dbf_memory_core::get_deleted(unsigned int record) {
+    if (!has_record(record)) return -1;
+    const unsigned char* bytes = records->get_ptr(record);
+    return bytes && records->get_length() > 0 && bytes[0] == '*' ? 1 : 0;
+}
+
+bool Tqz_dbf_memory_core::set_deleted(unsigned int record, bool deleted) {
+    if (!has_record(record)) return false;
+    unsigned char* bytes = records->get_ptr(record);
+    if (!bytes || records->get_length() == 0) return false;
+    bytes[0] = deleted ? '*' : ' ';
+    return true;
 }

@@ -90,6 +90,10 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     virtual bool set_record(unsigned int record, unsigned char* src);
 
     bool has_record(unsigned int record) override;
+    int get_deleted(unsigned int record) override;
+    // Writes the flag at once (the memory table makes it a step of its
+    // history).
+    bool set_deleted(unsigned int record, bool deleted) override;
 
     // Exchanges header, fields and records with `other`; names, locks,
     // notifiers, counts and memo files stay where they are.

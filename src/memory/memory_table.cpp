@@ -8,6 +8,8 @@
 
 #include "dbf/record.h"
 #include "memory/records.h"
+#include "restruct/restruct_sink.h"
+#include "restruct/rstrct.h"
 
 namespace {
 
@@ -275,48 +277,60 @@ void Tqz_dbf_memory::set_double(int field, int record, double value) {
 }
 
 bool Tqz_dbf_memory::delete_records(const std::vector<unsigned int>& indexes) {
+    // The indexes, ascending, without repeats, and a copy of each record
+    // taken now: one block of bytes for all of them. Both directions go
+    // through the store in one pass, whatever the number of records.
     class op : public op_base {
       public:
         op(Tqz_dbf_memory* t, const std::vector<unsigned int>& at) : op_base(t), indexes(at) {
+            if (!std::is_sorted(indexes.begin(), indexes.end())) {
+                std::sort(indexes.begin(), indexes.end());
+            }
+            indexes.erase(std::unique(indexes.begin(), indexes.end()), indexes.end());
             Tqz_dbf_records* store = t->get_records();
-            try {
-                saved.reserve(indexes.size());
-                for (unsigned int i : indexes)
-                    saved.push_back(i < store->get_size()
-                                        ? copy_record(store->get_ptr(i), store->get_length())
-                                        : nullptr);
-                removed.assign(indexes.size(), false);
-            } catch (...) {
-                for (Tqz_dbf_record* r : saved) delete r;
-                throw;
+            size = store->get_length();
+            // Only indexes of records that are there now can be restored.
+            while (!indexes.empty() && indexes.back() >= store->get_size()) indexes.pop_back();
+            saved.resize(indexes.size() * size);
+            if (size > 0) {
+                for (size_t k = 0; k < indexes.size(); ++k) {
+                    const unsigned char* bytes = store->get_ptr(indexes[k]);
+                    if (bytes) std::memcpy(saved.data() + k * size, bytes, size);
+                }
             }
         }
-        ~op() override {
-            for (Tqz_dbf_record* r : saved) delete r;
-        }
         void redo() override {
-            // From the last index down, so the earlier ones stay in place.
+            // The store's records from the last index down, in one pass: the
+            // earlier records keep their places.
             in_update([this] {
-                for (size_t k = indexes.size(); k-- > 0;) {
-                    removed[k] = table->get_records()->del(indexes[k]);
-                    if (removed[k]) table->set_record_count(table->get_nr() - 1);
-                }
+                removed = table->get_records()->del_many(indexes);
+                table->set_record_count(table->get_nr() - removed);
             });
         }
         void undo() override {
+            // From the first index up, each copy back at its old place.
             in_update([this] {
-                for (size_t k = 0; k < indexes.size(); ++k) {
-                    if (removed[k]) table->restore_record(indexes[k], saved[k]);
-                    removed[k] = false;
-                }
+                table->get_records()->ins_many(indexes.data(), removed, saved.data(), size);
+                table->set_record_count(table->get_nr() + removed);
+                removed = 0;
             });
         }
         std::vector<unsigned int> indexes;
-        std::vector<Tqz_dbf_record*> saved;
-        std::vector<bool> removed;
+        std::vector<unsigned char> saved;
+        size_t size = 0;
+        unsigned int removed = 0;
     };
     submit(new op(this, indexes));
     return true;
+}
+
+bool Tqz_dbf_memory::delete_records_by_msk(void* mask) {
+    std::vector<unsigned int> indexes;
+    const unsigned int nr = std::min(get_nr(), get_records()->get_size());
+    for (unsigned int r = 0; r < nr; ++r) {
+        if (qz_bits_get_bit(mask, r)) indexes.push_back(r);
+    }
+    return delete_records(indexes);
 }
 
 bool Tqz_dbf_memory::replace_structure(Tqz_dbf_memory_core* built) {
@@ -353,8 +367,23 @@ bool Tqz_dbf_memory::replace_structure(Tqz_dbf_memory_core* built) {
     return true;
 }
 
-bool Tqz_dbf_memory::restruct(void*) {
-    return false;
+bool Tqz_dbf_memory::restruct(void* descriptor) {
+    if (!descriptor) return false;
+    const auto& rstrct = *static_cast<const Tqz_dbf_rstrct*>(descriptor);
+    Iqz_history_manager* manager = qz_history_manager_get_instance();
+    qz_history_manager_begin_update(manager);
+    struct End {
+        Iqz_history_manager* manager;
+        ~End() { qz_history_manager_end_update(manager); }
+    } end{manager};
+    auto built =
+        std::make_unique<Tqz_restruct_sink>(*this, rstrct, qz::restruct::Conversion::memory);
+    update();
+    // A layout no table can have (no fields, too long a record) is refused
+    // and the table stays as it was.
+    if (!built->lay_out(get_nr())) return false;
+    built->fill(0, get_nr());
+    return replace_structure(built.release());
 }
 
 bool Tqz_dbf_memory::reload() {
@@ -366,4 +395,24 @@ bool Tqz_dbf_memory::reload() {
     open_history(history.manager);
     update();
     return loaded;
+}
+
+bool Tqz_dbf_memory::set_deleted(unsigned int record, bool deleted) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, unsigned int r, bool now, bool before)
+            : op_base(t), record(r), new_flag(now), old_flag(before) {}
+        void redo() override {
+            in_update([this] { table->Tqz_dbf_memory_core::set_deleted(record, new_flag); });
+        }
+        void undo() override {
+            in_update([this] { table->Tqz_dbf_memory_core::set_deleted(record, old_flag); });
+        }
+        uint32_t record;
+        bool new_flag, old_flag;
+    };
+    const int before = get_deleted(record);
+    if (before < 0) return false;
+    submit(new op(this, record, deleted, before == 1));
+    return true;
 }

@@ -66,15 +66,25 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
     void set_float(int field, int record, float value) override;
     void set_double(int field, int record, double value) override;
 
-    // Removes the records at `indexes` (ascending, each below the record
-    // count) as one operation.
+    // Marks a record deleted or live as one operation of the history.
+    bool set_deleted(unsigned int record, bool deleted) override;
+    // Removes the records at `indexes` (in any order; repeats and indexes
+    // past the last record are ignored) as one operation. Undo puts them
+    // back at their old places; time grows with the table, not with the
+    // product of table and indexes.
     bool delete_records(const std::vector<unsigned int>& indexes);
+    // Removes, as one operation, every record r below the record count whose
+    // bit r is set in `mask` (a bit set of qzk_basic; null removes nothing).
+    // The step is recorded even when no bit is set. Always true.
+    virtual bool delete_records_by_msk(void* mask);
 
     // Gives the table the header, fields and records of `built` (which it
     // takes) as one operation; undo gives the old ones back.
     bool replace_structure(Tqz_dbf_memory_core* built);
-    // Restructuring from a restructure descriptor is not available yet:
-    // refuses (false) and changes nothing.
+    // Gives the table the layout of a restructure descriptor
+    // (Tqz_dbf_rstrct*), keeping its records, as one undoable step (at once
+    // for a table without history). False, with nothing changed, for a
+    // layout no table can have (no fields, a record over 65535 bytes).
     bool restruct(void* descriptor) override;
 
     // Loads the file again (the one-field table when that fails) and starts

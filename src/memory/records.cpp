@@ -140,6 +140,52 @@ bool Tqz_dbf_records::del(unsigned int i) {
     return true;
 }
 
+unsigned int Tqz_dbf_records::del_many(const std::vector<unsigned int>& at) {
+    const size_t count = index.size();
+    size_t k = 0;
+    size_t out = at.empty() || at[0] >= count ? count : at[0];
+    for (size_t i = out; i < count; ++i) {
+        if (k < at.size() && at[k] == i) {
+            put_slot(index[i]);
+            ++k;
+        } else {
+            index[out++] = index[i];
+        }
+    }
+    index.resize(out);
+    return static_cast<unsigned int>(count - out);
+}
+
+void Tqz_dbf_records::ins_many(const unsigned int* at, size_t n, const unsigned char* bytes,
+                               size_t size) {
+    if (n == 0) return;
+    const size_t count = index.size();
+    std::vector<unsigned char*> merged;
+    merged.reserve(count + n);
+    std::vector<unsigned char*> slots;
+    slots.reserve(n);
+    if (length > 0 && free_slots.size() < n) {
+        size_t tail = blocks.empty() ? 0 : blocks.back().slots - blocks.back().used;
+        if (free_slots.size() + tail < n) add_block(n - free_slots.size() - tail);
+    }
+    for (size_t k = 0; k < n; ++k) slots.push_back(take_slot());
+    const size_t keep = std::min<size_t>(size, length);
+    size_t old = 0;
+    for (size_t k = 0; k < n; ++k) {
+        // Record k lands at at[k], or at the end of what is there by then.
+        const size_t pos = std::min<size_t>(at[k], count + k);
+        while (merged.size() < pos) merged.push_back(index[old++]);
+        unsigned char* slot = slots[k];
+        if (slot) {
+            if (keep > 0 && bytes) std::memcpy(slot, bytes + k * size, keep);
+            if (length > keep) std::memset(slot + keep, ' ', length - keep);
+        }
+        merged.push_back(slot);
+    }
+    while (old < count) merged.push_back(index[old++]);
+    index.swap(merged);
+}
+
 void Tqz_dbf_records::assign(const Tqz_dbf_records* other) {
     if (!other || other == this) return;
     clear();

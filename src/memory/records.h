@@ -44,6 +44,15 @@ class Tqz_dbf_records {
     bool ins(unsigned int i);
     // Removes record `i`; false (nothing changed) when there is none.
     bool del(unsigned int i);
+    // Removes the records at `at` (strictly ascending) in one pass; entries
+    // at or past the count are ignored. Returns how many went: as `at`
+    // ascends, they are its first entries.
+    unsigned int del_many(const std::vector<unsigned int>& at);
+    // Undoes del_many in one pass: puts `n` records back so that record k
+    // sits at at[k] (at the end when the store is shorter by then), each
+    // filled from `bytes + k * size` (its first min(size, length) bytes, then
+    // spaces). `at` ascends strictly.
+    void ins_many(const unsigned int* at, size_t n, const unsigned char* bytes, size_t size);
     // Makes this store a copy of `other` (length, count and bytes).
     void assign(const Tqz_dbf_records* other);
 

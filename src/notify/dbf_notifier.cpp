@@ -8,6 +8,7 @@
 
 #include "api/guard.h"
 #include "code_page_text.h"
+#include "support/file_window.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -143,6 +144,9 @@ Tqz_dbf_notifier::~Tqz_dbf_notifier() {
 void Tqz_dbf_notifier::event_channel_callback_proc(Tqz_table*, void* user) {
     auto* n = static_cast<Tqz_dbf_notifier*>(user);
     if (!n || !n->pin()) return;  // its last reference is gone; it is being destroyed
+    // Whatever changed in the folder, cached bytes of the file are stale
+    // from here on, before anyone hears of the change.
+    n->changes.fetch_add(1, std::memory_order_acq_rel);
     qz::api::guarded([&] { n->check_file(); });
     n->unpin();
 }
@@ -158,4 +162,20 @@ void Tqz_dbf_notifier::check_file() {
     begin_update();
     broadcast_update_event();
     end_update();
+}
+
+void Tqz_dbf_notifier::add_window(qz::file_window* window) {
+    std::lock_guard<std::mutex> g(windows_lock);
+    windows.push_back(window);
+}
+
+void Tqz_dbf_notifier::remove_window(qz::file_window* window) {
+    std::lock_guard<std::mutex> g(windows_lock);
+    auto it = std::find(windows.begin(), windows.end(), window);
+    if (it != windows.end()) windows.erase(it);
+}
+
+void Tqz_dbf_notifier::before_update_event() {
+    std::lock_guard<std::mutex> g(windows_lock);
+    for (qz::file_window* w : windows) w->flush();
 }

@@ -16,12 +16,17 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "notify/extensible_obj.h"
 #include "qzk_path.h"
+
+namespace qz {
+class file_window;
+}
 
 class Tqz_dbf_notifier : public Tqz_extensible_obj {
   public:
@@ -51,6 +56,18 @@ class Tqz_dbf_notifier : public Tqz_extensible_obj {
     bool pin();
     void unpin();
 
+    // The file's change counter: moved by the folder watcher before it
+    // sends an update event, and by every write a table of this process
+    // sends to the file. Windows that follow it drop stale bytes.
+    std::atomic<uint64_t>* change_counter() { return &changes; }
+    // The windows of the open tables on this file: what they hold pending
+    // is written to the file before an update event is sent.
+    void add_window(qz::file_window* window);
+    void remove_window(qz::file_window* window);
+
+  protected:
+    void before_update_event() override;
+
   private:
     explicit Tqz_dbf_notifier(const wchar_t* path);
     void check_file();
@@ -62,4 +79,7 @@ class Tqz_dbf_notifier : public Tqz_extensible_obj {
     Iqz_folder_watcher* watcher = nullptr;
     Iqz_event_channel* watcher_events = nullptr;
     std::atomic<int64_t> last_mtime{0};
+    std::atomic<uint64_t> changes{0};
+    std::mutex windows_lock;
+    std::vector<qz::file_window*> windows;
 };

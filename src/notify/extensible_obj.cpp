@@ -129,6 +129,7 @@ void Tqz_extensible_obj::add_update(const Tqz_any* label, const char* label_key,
         qz_update_event_init_details(&ev);
         merge_details(ev, details);
         if (label) table_set(&ev, label_key, label);
+        before_update_event();
         send(ev);
         qz_update_event_clear(&ev);
         return;
@@ -220,6 +221,7 @@ unsigned int Tqz_extensible_obj::end_update() {
         Tqz_table ev = pending_event;  // the event is ours now: a client may start another
         table_init(&pending_event);
         pending = false;
+        before_update_event();
         send(ev);
         qz_update_event_clear(&ev);
     }

@@ -63,6 +63,10 @@ class Tqz_extensible_obj : public Tqz_basic_obj, public virtual Iqz_updatable {
 
   protected:
     std::recursive_mutex& update_mutex() const { return update_lock; }
+    // Runs, under the bracket lock, just before an update event goes to the
+    // channel's clients (at once outside a bracket, at the outermost
+    // end_update inside one).
+    virtual void before_update_event() {}
 
   private:
     void add_update(const Tqz_any* label, const char* label_key, const Tqz_table* details);

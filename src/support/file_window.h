@@ -1,16 +1,32 @@
-// Positioned reads and writes on an open stdio stream through one cached
-// window of the file's bytes.
+// Positioned reads and writes of one open file through a cached window of
+// its bytes.
 //
-// A table reads and writes a few bytes at a time (one cell, one record). Going
-// to the stream for each of them costs a seek and a copy through the stream's
-// buffer; the window keeps a stretch of the file in memory instead, grows
-// while access runs forward, and writes changed bytes back when it moves, on
-// flush() and on detach(). Bytes the file does not have read as zero.
+// Reads: the window keeps a stretch of the file in memory, starting small so
+// that scattered access reads little and doubling (up to 256 KiB) while
+// access runs forward. A window that follows a change counter is read again
+// once the counter has moved since it was loaded: the file's watcher moves
+// it before it tells anyone the file changed, so a read never serves bytes
+// older than a change already announced.
+//
+// Writes: changed bytes wait in the window only while the caller stays in
+// one span (a record, see enter()); they go to the file with one pwrite when
+// the caller enters another span, when the window moves, at flush() and at
+// detach(). The file is the kernel's page cache: every other reader sees
+// the bytes from then on, and a process killed at any moment loses at most
+// the writes of the span it was in. Each such write moves the change
+// counter, so other windows on the same file in this process drop what they
+// hold at once. Bytes the file does not have read as zero.
+//
+// Threads: one owner uses the window; flush() may also come from another
+// thread (the hook that writes pending bytes before a change event is sent).
+// Everything that changes the pending bytes or moves the window holds a
+// lock; reads of a current window take none.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace qz {
@@ -22,68 +38,109 @@ class file_window {
     file_window& operator=(const file_window&) = delete;
     ~file_window() { detach(); }
 
-    // Works on `stream` from now on (the stream stays the caller's). The
-    // stream must be open for reading; `writable` says whether its mode also
-    // allows writing ("rb+", "wb+") or not ("rb").
-    void attach(FILE* stream, bool writable);
-    // Writes back what changed and forgets the stream.
+    // Works on `fd` from now on (the descriptor stays the caller's). It must
+    // be open for reading, and for writing when `writable`. `changes`, when
+    // given, is moved by every write this window sends to the file; with
+    // `follow`, the window also drops what it holds whenever `changes`
+    // moved since it was loaded (a handle that may not be the file's only
+    // writer).
+    void attach(int fd, bool writable, std::atomic<uint64_t>* changes, bool follow);
+    // Writes back what is pending and forgets the descriptor.
     void detach();
 
-    bool attached() const { return stream_ != nullptr; }
+    bool attached() const { return fd_ >= 0; }
     // The file's size as far as this window knows it (grown by its writes).
     uint64_t size() const { return size_; }
+
+    // The caller works on the bytes [lo, hi) from now on: pending writes
+    // outside them go to the file first.
+    void enter(uint64_t lo, uint64_t hi) {
+        uint64_t dlo = dirty_lo_.load(std::memory_order_relaxed);
+        uint64_t dhi = dirty_hi_.load(std::memory_order_relaxed);
+        if (dlo < dhi && (dlo < lo || dhi > hi)) flush_pending();
+    }
 
     // Copies `n` bytes at `pos` to `out`. Bytes past the end of the file are
     // zero. Returns how many came from the file.
     size_t read(uint64_t pos, void* out, size_t n) {
-        if (pos >= start_ && pos - start_ <= len_ && n <= len_ - (pos - start_)) {
+        if (current() && inside(pos, n)) {
             std::memcpy(out, buf_.data() + (pos - start_), n);
             return n;
         }
         return read_slow(pos, out, n);
     }
 
-    // Writes `n` bytes at `pos`; false when the stream cannot write or the
-    // write fails. Bytes inside the file go to the window; a write beyond the
-    // end goes to the stream at once (a seek past the end leaves a hole).
+    // Writes `n` bytes at `pos`; false when the file cannot be written or
+    // the write fails. Bytes inside the file wait in the window (see
+    // above); a write reaching beyond the end goes to the file at once.
     bool write(uint64_t pos, const void* data, size_t n) {
-        if (writable_ && pos >= start_ && pos - start_ <= len_ && n <= len_ - (pos - start_)) {
+        if (writable_ && current() && inside(pos, n)) {
+            std::lock_guard<std::mutex> g(lock_);
             size_t at = static_cast<size_t>(pos - start_);
             std::memcpy(buf_.data() + at, data, n);
-            mark_dirty(at, at + n);
+            mark_dirty(pos, pos + n);
             return true;
         }
         return write_slow(pos, data, n);
     }
 
-    // Writes back what changed and flushes the stream; false on an I/O error.
+    // Writes `n` bytes at `pos` to the file now, after what is pending, and
+    // keeps the window's copy of them; false on failure.
+    bool write_through(uint64_t pos, const void* data, size_t n);
+
+    // Writes back what is pending; false on an I/O error. Safe to call from
+    // another thread than the owner's.
     bool flush();
 
   private:
+    bool current() const {
+        return !follow_ ||
+               changes_->load(std::memory_order_acquire) == seen_.load(std::memory_order_relaxed);
+    }
+    bool inside(uint64_t pos, size_t n) const {
+        return pos >= start_ && pos - start_ <= len_ && n <= len_ - (pos - start_);
+    }
+    void flush_pending();
     size_t read_slow(uint64_t pos, void* out, size_t n);
     bool write_slow(uint64_t pos, const void* data, size_t n);
-    // Moves the window to start at `pos`, holding at least `need` bytes when
-    // the file has them.
-    void load(uint64_t pos, size_t need);
-    void mark_dirty(size_t lo, size_t hi) {
-        if (dirty_lo_ >= dirty_hi_) {
-            dirty_lo_ = lo;
-            dirty_hi_ = hi;
+    // Under lock_: sends the pending bytes to the file.
+    bool flush_locked();
+    // Under lock_, nothing pending: moves the window to start at `pos`,
+    // holding at least `need` bytes when the file has them.
+    void load_locked(uint64_t pos, size_t need);
+    // Under lock_: moves the change counter after a write of this window.
+    void announce();
+    // Under lock_: pwrite of all `n` bytes at `pos`.
+    bool put(uint64_t pos, const void* data, size_t n);
+    void mark_dirty(uint64_t lo, uint64_t hi) {
+        uint64_t dlo = dirty_lo_.load(std::memory_order_relaxed);
+        uint64_t dhi = dirty_hi_.load(std::memory_order_relaxed);
+        if (dlo >= dhi) {
+            dlo = lo;
+            dhi = hi;
         } else {
-            if (lo < dirty_lo_) dirty_lo_ = lo;
-            if (hi > dirty_hi_) dirty_hi_ = hi;
+            if (lo < dlo) dlo = lo;
+            if (hi > dhi) dhi = hi;
         }
+        dirty_lo_.store(dlo, std::memory_order_relaxed);
+        dirty_hi_.store(dhi, std::memory_order_relaxed);
     }
-    bool seek(uint64_t pos);
 
-    FILE* stream_ = nullptr;
+    int fd_ = -1;
     bool writable_ = false;
+    bool follow_ = false;
+    std::atomic<uint64_t>* changes_ = nullptr;
+    // The value of *changes_ when the window was loaded (or last wrote).
+    std::atomic<uint64_t> seen_{0};
     uint64_t size_ = 0;
     std::vector<uint8_t> buf_;
     uint64_t start_ = 0;  // file position of buf_[0]
     size_t len_ = 0;      // bytes of buf_ that hold file bytes
-    size_t dirty_lo_ = 0, dirty_hi_ = 0;
-    size_t span_ = 0;  // how much the next load reads
+    size_t span_ = 0;     // how much the next load reads
+    // The pending bytes, as file positions [lo, hi); empty when lo >= hi.
+    // Changed under lock_; the owner may look without it.
+    std::atomic<uint64_t> dirty_lo_{0}, dirty_hi_{0};
+    std::mutex lock_;
 };
 
 }  // namespace qz

@@ -1,6 +1,7 @@
 #include "support/filesystem.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -112,6 +113,36 @@ uint64_t stream_size(FILE* stream) {
     struct stat st;
     if (!stream || ::fstat(fileno(stream), &st) != 0) return 0;
     return static_cast<uint64_t>(st.st_size);
+}
+
+path_info stat_path(const std::wstring& path) {
+    path_info info;
+    struct stat st;
+    if (path.empty() || ::stat(native(path).c_str(), &st) != 0) return info;
+    info.kind = S_ISREG(st.st_mode)   ? path_kind::file
+                : S_ISDIR(st.st_mode) ? path_kind::folder
+                                      : path_kind::other;
+    info.size = static_cast<uint64_t>(st.st_size);
+    info.mtime = static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    info.any_write = (st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) != 0;
+    return info;
+}
+
+int open_error(const std::wstring& path, bool write) {
+    if (path.empty()) return ENOENT;
+    int fd = ::open(native(path).c_str(), (write ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+    if (fd < 0) return errno;
+    ::close(fd);
+    return 0;
+}
+
+bool is_permission_error(int error_number) {
+    return error_number == EACCES || error_number == EPERM || error_number == EROFS;
+}
+
+std::string error_text(int error_number) {
+    std::error_code ec(error_number, std::generic_category());
+    return ec.message();
 }
 
 FILE* wfopen(const std::wstring& path, const char* mode) {

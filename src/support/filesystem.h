@@ -36,6 +36,22 @@ bool remove_file(const std::wstring& path);
 // The size of an open stream's file in bytes; 0 when it cannot be told.
 uint64_t stream_size(FILE* stream);
 
+// What lies at a path, for checks and error messages.
+enum class path_kind { missing, file, folder, other };
+struct path_info {
+    path_kind kind = path_kind::missing;
+    uint64_t size = 0;
+    int64_t mtime = 0;       // nanoseconds since the epoch
+    bool any_write = false;  // some write permission bit is set
+};
+path_info stat_path(const std::wstring& path);
+// The error number of opening `path` for reading (read-write when `write`);
+// 0 when it opens. The file is closed again at once and not changed.
+int open_error(const std::wstring& path, bool write);
+bool is_permission_error(int error_number);
+// The C library's text for an error number.
+std::string error_text(int error_number);
+
 // fopen on `path`; a folder never opens as a file.
 FILE* wfopen(const std::wstring& path, const char* mode);
 

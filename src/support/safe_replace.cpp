@@ -1,6 +1,8 @@
 #include "support/safe_replace.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +10,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "support/filesystem.h"
 
@@ -26,6 +29,65 @@ bool sync_folder_of(const std::string& native_target) {
     bool ok = ::fsync(dfd) == 0 || errno == EINVAL;
     ::close(dfd);
     return ok;
+}
+
+// The file a path names: symbolic links followed (a link is replaced by
+// writing its target, not by a file in the link's place). A dangling link
+// names the file it points to. At most 40 links, like the kernel.
+std::string resolve_links(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st;
+        if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+        std::string link(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1, '\0');
+        ssize_t n = ::readlink(path.c_str(), &link[0], link.size());
+        if (n < 0 || static_cast<size_t>(n) >= link.size()) return path;
+        link.resize(static_cast<size_t>(n));
+        if (link.empty() || link[0] == '/') {
+            path = link;
+        } else {
+            auto slash = path.rfind('/');
+            path = (slash == std::string::npos ? std::string() : path.substr(0, slash + 1)) + link;
+        }
+    }
+    return path;
+}
+
+// Whether `name` is "<base>.<pid>.<n>.tmp" with a pid of no living process
+// other than this one: what a replace killed half-way leaves behind.
+bool is_orphan_sibling(const std::string& name, const std::string& base) {
+    if (name.size() <= base.size() + 1 || name.compare(0, base.size(), base) != 0 ||
+        name[base.size()] != '.')
+        return false;
+    std::string rest = name.substr(base.size() + 1);
+    const std::string suffix = ".tmp";
+    if (rest.size() <= suffix.size() ||
+        rest.compare(rest.size() - suffix.size(), suffix.size(), suffix) != 0)
+        return false;
+    rest.resize(rest.size() - suffix.size());
+    auto dot = rest.find('.');
+    if (dot == 0 || dot == std::string::npos || dot + 1 == rest.size()) return false;
+    for (size_t i = 0; i < rest.size(); ++i)
+        if (i != dot && (rest[i] < '0' || rest[i] > '9')) return false;
+    if (dot > 9) return false;  // no pid has that many digits
+    long pid = std::stol(rest.substr(0, dot));
+    if (pid <= 0 || pid == static_cast<long>(::getpid())) return false;
+    return ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+}
+
+// Removes the siblings of `target` left by replaces that were killed.
+void remove_orphan_siblings(const std::string& target) {
+    auto slash = target.rfind('/');
+    std::string folder = slash == std::string::npos ? "." : target.substr(0, slash + 1);
+    std::string base = slash == std::string::npos ? target : target.substr(slash + 1);
+    if (folder.empty()) folder = "/";
+    DIR* dir = ::opendir(folder.c_str());
+    if (!dir) return;
+    std::vector<std::string> orphans;
+    while (dirent* e = ::readdir(dir))
+        if (is_orphan_sibling(e->d_name, base)) orphans.push_back(e->d_name);
+    ::closedir(dir);
+    for (const std::string& name : orphans)
+        ::unlink((slash == std::string::npos ? name : folder + name).c_str());
 }
 
 }  // namespace
@@ -54,8 +116,9 @@ bool write_all(int fd, const void* data, std::size_t size) {
 }
 
 bool replace_with(const std::wstring& target, const std::function<bool(int fd)>& write) {
-    const std::string dst = native(target);
-    const std::string tmp = native(sibling_temp_path(target));
+    const std::string dst = resolve_links(native(target));
+    remove_orphan_siblings(dst);
+    const std::string tmp = native(sibling_temp_path(from_native(dst)));
     mode_t mode = 0666;
     struct stat st;
     bool had_target = ::stat(dst.c_str(), &st) == 0;

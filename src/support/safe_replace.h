@@ -20,7 +20,10 @@ std::wstring sibling_temp_path(const std::wstring& target);
 // Writes a sibling of `target` through `write` (given an fd open for
 // writing on the sibling; it returns false on failure), syncs it and renames
 // it over `target`. On any failure the sibling is removed, `target` is left
-// as it was, and false is returned.
+// as it was, and false is returned. A symbolic link at `target` is followed:
+// the file it names is replaced and the link stays. Siblings of the file
+// left by a replace whose process was killed (their pid names no living
+// process) are removed first.
 bool replace_with(const std::wstring& target, const std::function<bool(int fd)>& write);
 
 // Copies `source` to a sibling of `target`, syncs it and renames it over

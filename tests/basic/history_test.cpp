@@ -3,7 +3,9 @@
 // into the manager.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,10 +14,11 @@
 namespace {
 
 // What the callbacks did, in order: "+3" redo of item 3, "-3" its undo,
-// "x3" its erase, "[A" / "]A" the begin and end of history A.
+// "[A" / "]A" the begin and end of history A. Erasures are counted apart.
 struct Journal {
     std::vector<std::string> log;
     std::map<int, int> erased;
+    std::vector<int> fresh;  // erased since the script last asked
     int live = 0;
     std::string text() const {
         std::string s;
@@ -40,6 +43,7 @@ void undo_item(void* p) {
 void erase_item(void* p) {
     auto* it = static_cast<Item*>(p);
     it->journal->erased[it->id]++;
+    it->journal->fresh.push_back(it->id);
     it->journal->live--;
     delete it;
 }
@@ -58,6 +62,13 @@ void end_client(void* w) {
     c->journal->log.push_back("]" + c->name);
 }
 
+// Runs scripts against the manager. Each word is one call; what the
+// callbacks did, and what some calls answer, is the script's log:
+//   A1   add item 1 to history A (made on first use)  DA  destroy history A
+//   u r  undo, redo (a refused one logs u0 / r0)       C   clear the manager
+//   ( )  begin, end of a bracket                       L3  set the limit to 3
+//   #    logs #<steps>/<undoable steps>                ?   logs ?<can undo><can redo>
+//   x    logs x<items erased since the last x, sorted>, or x- for none
 class History : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -65,9 +76,10 @@ class History : public ::testing::Test {
         ASSERT_NE(m, nullptr);
         qz_history_manager_clear(m);
         qz_history_manager_set_limit(m, 1000);
+        EXPECT_EQ(qz_history_manager_get_limit(m), 1000u);
     }
     void TearDown() override {
-        for (Client* c : clients) {
+        for (auto& [name, c] : clients) {
             qz_history_destroy(c->history);
             delete c;
         }
@@ -78,168 +90,98 @@ class History : public ::testing::Test {
         qz_history_manager_set_limit(m, 1000);
     }
     Client* client(const std::string& name) {
-        auto* c = new Client{&j, name};
-        c->history = qz_history_manager_create_history(m, begin_client, end_client, c);
-        clients.push_back(c);
+        Client*& c = clients[name];
+        if (!c) {
+            c = new Client{&j, name};
+            c->history = qz_history_manager_create_history(m, begin_client, end_client, c);
+        }
         return c;
     }
-    void add(Client* c, int id) {
-        j.live++;
-        qz_history_add_item(c->history, redo_item, undo_item, erase_item, new Item{&j, id});
-    }
-    std::string take_log() {
+    std::string run(const std::string& script) {
+        std::istringstream words(script);
+        for (std::string w; words >> w;) {
+            const char op = w[0];
+            if (op == 'u' && !qz_history_manager_undo(m)) j.log.push_back("u0");
+            if (op == 'r' && !qz_history_manager_redo(m)) j.log.push_back("r0");
+            if (op == '(') qz_history_manager_begin_update(m);
+            if (op == ')') qz_history_manager_end_update(m);
+            if (op == 'L') qz_history_manager_set_limit(m, std::stoul(w.substr(1)));
+            if (op == 'C') qz_history_manager_clear(m);
+            if (op == 'D') {
+                qz_history_destroy(client(w.substr(1))->history);
+                client(w.substr(1))->history = nullptr;
+            }
+            if (op == '#')
+                j.log.push_back("#" + std::to_string(qz_history_manager_get_step_count(m)) + "/" +
+                                std::to_string(qz_history_manager_get_undo_count(m)));
+            if (op == '?')
+                j.log.push_back("?" + std::to_string(qz_history_manager_can_undo(m)) +
+                                std::to_string(qz_history_manager_can_redo(m)));
+            if (op == 'x') {
+                std::sort(j.fresh.begin(), j.fresh.end());
+                std::string ids;
+                for (int id : j.fresh) ids += (ids.empty() ? "" : ",") + std::to_string(id);
+                j.log.push_back("x" + (ids.empty() ? "-" : ids));
+                j.fresh.clear();
+            }
+            if (op >= 'A' && op <= 'B') {
+                j.live++;
+                qz_history_add_item(client(std::string(1, op))->history, redo_item, undo_item,
+                                    erase_item, new Item{&j, std::stoi(w.substr(1))});
+            }
+        }
         std::string s = j.text();
         j.log.clear();
         return s;
     }
+    void check(const std::vector<std::pair<std::string, std::string>>& steps) {
+        for (const auto& [script, log] : steps) EXPECT_EQ(run(script), log) << script;
+    }
 
     Iqz_history_manager* m = nullptr;
     Journal j;
-    std::vector<Client*> clients;
+    std::map<std::string, Client*> clients;
 };
 
+// Items are performed when added; undo goes back over the newest step
+// whoever made it, each run bracketed by its history's callbacks; a new step
+// after an undo erases what was undone.
 TEST_F(History, OneTimelineOverTwoHistoriesWithRedoTailErased) {
-    Client* a = client("A");
-    Client* b = client("B");
-    EXPECT_EQ(qz_history_manager_get_limit(m), 1000u);
-    EXPECT_FALSE(qz_history_manager_can_undo(m));
-    EXPECT_FALSE(qz_history_manager_undo(m));
-    add(a, 1);
-    add(b, 2);
-    add(a, 3);
-    EXPECT_EQ(take_log(), "+1 +2 +3");  // performed when added
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 3u);
-
-    // Undo goes back over the newest step whoever made it; each run is
-    // bracketed by its history's callbacks.
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    EXPECT_EQ(take_log(), "[A -3 ]A [B -2 ]B");
-    EXPECT_TRUE(qz_history_manager_can_redo(m));
-    EXPECT_EQ(qz_history_manager_get_undo_count(m), 1u);
-    EXPECT_TRUE(qz_history_manager_redo(m));
-    EXPECT_EQ(take_log(), "[B +2 ]B");
-
-    // A new step after an undo erases what was undone (item 3), once.
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    take_log();
-    add(b, 4);
-    EXPECT_EQ(j.erased[3], 1);
-    EXPECT_EQ(j.erased[2], 1);  // item 2 was undone again, so it went too
-    EXPECT_FALSE(qz_history_manager_can_redo(m));
-    EXPECT_FALSE(qz_history_manager_redo(m));
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 2u);  // 1 and 4
-    EXPECT_EQ(take_log(), "+4");
+    check({{"? u A1 B2 A3 #", "?00 u0 +1 +2 +3 #3/3"},
+           {"u u ? #", "[A -3 ]A [B -2 ]B ?11 #3/1"},
+           {"r u B4 x ? r #", "[B +2 ]B [B -2 ]B +4 x2,3 ?10 r0 #2/2"}});
 }
 
+// Nested brackets make one step; its run begins each history once, in the
+// run's order, and ends them in reverse. The host cannot undo into an open
+// bracket; an extra end is ignored; an empty bracket makes no step.
 TEST_F(History, NestedBracketsMakeOneStepBracketedOncePerHistory) {
-    Client* a = client("A");
-    Client* b = client("B");
-    qz_history_manager_begin_update(m);
-    add(a, 1);
-    qz_history_manager_begin_update(m);
-    add(b, 2);
-    qz_history_manager_end_update(m);
-    add(a, 3);
-    // While the bracket is open, the host cannot undo into it.
-    EXPECT_FALSE(qz_history_manager_can_undo(m));
-    EXPECT_FALSE(qz_history_manager_undo(m));
-    qz_history_manager_end_update(m);
-    qz_history_manager_end_update(m);  // an extra end is ignored
-    add(b, 4);
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 2u);
-    take_log();
-
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    EXPECT_EQ(take_log(), "[B -4 ]B");
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    // Items newest first; each history begun once, in the run's order, and
-    // ended in reverse.
-    EXPECT_EQ(take_log(), "[A [B -3 -2 -1 ]B ]A");
-    EXPECT_TRUE(qz_history_manager_redo(m));
-    EXPECT_EQ(take_log(), "[A [B +1 +2 +3 ]B ]A");
-
-    // A bracket in which nothing is added makes no step.
-    qz_history_manager_begin_update(m);
-    qz_history_manager_end_update(m);
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 2u);
+    check({{"( A1 ( B2 ) A3 ? u ) ) B4 #", "+1 +2 +3 ?00 u0 +4 #2/2"},
+           {"u", "[B -4 ]B"},
+           {"u", "[A [B -3 -2 -1 ]B ]A"},
+           {"r", "[A [B +1 +2 +3 ]B ]A"},
+           {"( ) #", "#2/1"},
+           // A history going while a bracket is open leaves the bracket open.
+           {"( A5 B6 DA B7 ) # x", "+5 +6 +7 #2/2 x1,3,4,5"}});
 }
 
+// The limit drops the oldest steps with all their items, at once when
+// lowered, undone steps too; 0 keeps nothing but an open bracket's step.
 TEST_F(History, LimitDropsTheOldestStepsWithAllTheirItems) {
-    Client* a = client("A");
-    qz_history_manager_set_limit(m, 3);
-    qz_history_manager_begin_update(m);
-    add(a, 1);
-    add(a, 2);
-    qz_history_manager_end_update(m);
-    for (int id = 3; id <= 5; ++id) add(a, id);
-    // The bracketed step {1, 2} was the oldest of four.
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 3u);
-    EXPECT_EQ(j.erased[1], 1);
-    EXPECT_EQ(j.erased[2], 1);
-    EXPECT_EQ(j.erased.count(3), 0u);
-
-    // Lowering the limit takes effect at once, also on undone steps.
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    qz_history_manager_set_limit(m, 1);
-    EXPECT_EQ(j.erased[3], 1);
-    EXPECT_EQ(j.erased[4], 1);
-    EXPECT_EQ(qz_history_manager_get_undo_count(m), 0u);
-    EXPECT_TRUE(qz_history_manager_can_redo(m));  // step 5 stays, undone
-    take_log();
-    EXPECT_TRUE(qz_history_manager_redo(m));
-    EXPECT_EQ(take_log(), "[A +5 ]A");
-
-    // A limit of 0 keeps nothing: an item is performed and erased.
-    qz_history_manager_set_limit(m, 0);
-    add(a, 6);
-    EXPECT_EQ(take_log(), "+6");
-    EXPECT_EQ(j.erased[6], 1);
-    EXPECT_FALSE(qz_history_manager_can_undo(m));
-    // ...except the step of an open bracket, until the bracket closes.
-    qz_history_manager_begin_update(m);
-    add(a, 7);
-    add(a, 8);
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 1u);
-    qz_history_manager_end_update(m);
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 0u);
-    EXPECT_EQ(j.erased[8], 1);
+    check({{"L3 ( A1 A2 ) A3 A4 A5 # x", "+1 +2 +3 +4 +5 #3/3 x1,2"},
+           {"u L1 x # ?", "[A -5 ]A x3,4 #1/0 ?01"},
+           {"r", "[A +5 ]A"},
+           {"L0 A6 x ?", "+6 x5,6 ?00"},
+           {"( A7 L0 A8 # ) # x", "+7 +8 #1/1 #0/0 x7,8"}});
 }
 
+// A history that goes takes its items along; steps left empty go too. A
+// clear erases everything, and the histories stay usable.
 TEST_F(History, DestroyingAHistoryErasesItsItemsAndEmptiesSteps) {
-    Client* a = client("A");
-    Client* b = client("B");
-    add(a, 1);
-    qz_history_manager_begin_update(m);
-    add(a, 2);
-    add(b, 3);
-    qz_history_manager_end_update(m);
-    add(b, 4);
-    add(a, 5);
-    EXPECT_TRUE(qz_history_manager_undo(m));  // 5 undone
-    take_log();
-
-    qz_history_destroy(a->history);
-    a->history = nullptr;
-    EXPECT_EQ(j.erased[1], 1);
-    EXPECT_EQ(j.erased[2], 1);
-    EXPECT_EQ(j.erased[5], 1);
-    EXPECT_EQ(j.erased.count(3), 0u);
-    // Left: {3} and {4}, both done.
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 2u);
-    EXPECT_EQ(qz_history_manager_get_undo_count(m), 2u);
-    EXPECT_FALSE(qz_history_manager_can_redo(m));
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    EXPECT_EQ(take_log(), "[B -4 ]B [B -3 ]B");
-
-    qz_history_manager_clear(m);
-    EXPECT_EQ(j.erased[3], 1);
-    EXPECT_EQ(j.erased[4], 1);
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 0u);
-    // The history itself stays usable after a clear.
-    add(b, 9);
-    EXPECT_TRUE(qz_history_manager_can_undo(m));
+    check({{"A1 ( A2 B3 ) B4 A5 u", "+1 +2 +3 +4 +5 [A -5 ]A"},
+           {"DA x # ?", "x1,2,5 #2/2 ?10"},
+           {"u u", "[B -4 ]B [B -3 ]B"},
+           {"C x # B9 ?", "x3,4 #0/0 +9 ?10"}});
     qz_history_destroy(nullptr);  // ignored
 }
 
@@ -267,26 +209,14 @@ TEST_F(History, CallbacksMayCallBackIntoTheManager) {
     Client* a = client("A");
     Reentrant r{&j, &a->history, nullptr};
     r.history = qz_history_manager_create_history(m, begin_and_destroy, end_and_add, &r);
-    qz_history_manager_begin_update(m);
-    add(a, 1);
+    run("( A1");
     j.live++;
     qz_history_add_item(r.history, redo_item, undo_item, erase_item, new Item{&j, 2});
-    add(a, 3);
-    qz_history_manager_end_update(m);
-    take_log();
-
+    run("A3 )");
     // Backwards the items come 3 (A), 2 (r), 1 (A): A is begun first, then
-    // r, whose begin destroys A; r's end adds an item.
-    EXPECT_TRUE(qz_history_manager_undo(m));
-    // A's items were erased when A went and were not undone afterwards;
-    // the item added from inside the run was performed and let go.
-    EXPECT_EQ(j.erased[1], 1);
-    EXPECT_EQ(j.erased[3], 1);
-    EXPECT_EQ(j.erased[99], 1);
-    EXPECT_EQ(take_log(), "[A -2 +99");
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 1u);  // {2}
-    EXPECT_TRUE(qz_history_manager_redo(m));
-    EXPECT_EQ(take_log(), "+2 +99");
+    // r, whose begin destroys A, erasing its items, which are then not
+    // undone; r's end adds an item, performed and let go.
+    check({{"u x #", "[A -2 +99 x1,3,99 #1/0"}, {"r x", "+2 +99 x99"}});
     qz_history_destroy(r.history);
     EXPECT_EQ(j.erased[2], 1);
     EXPECT_EQ(j.erased[99], 2) << "one item 99 per run, each erased once";

@@ -156,6 +156,30 @@ int main(int argc, char** argv) {
                  QZ_DBF_VERSION_PATCH);
         CHECK(strcmp(qz_dbf_version(), v) == 0);
     }
+    /* Field names from C. */
+    qz_dbf_field_init(&fields[0], "id", dbf_ft_numeric, 6, 0);
+    qz_dbf_field_init(&fields[1], "ID", dbf_ft_char, 20, 0);
+    CHECK(!qz_dbf_fields_names_ok(fields, 2));
+    qz_dbf_fields_names_fix(fields, 2);
+    CHECK(strcmp(fields[0].name, "ID") == 0 && strcmp(fields[1].name, "ID1") == 0);
+    CHECK(qz_dbf_field_name_is_ok("ID1") && !qz_dbf_field_name_is_ok_w(L"1D"));
+    CHECK(!qz_dbf_make_correct_names(fields, 0));
+    {
+        /* The checks, errors, flags and the checked open, called from C. */
+        Tqz_dbf_check_result* r =
+            qz_dbf_check_file("/nonexistent/qz_header_c.dbf", QZ_DBF_CHECK_VALUES);
+        CHECK(r != NULL && qz_dbf_check_worst(r) == QZ_DBF_SEV_FATAL && qz_dbf_check_count(r) == 1);
+        CHECK(qz_dbf_check_kind(r, 0) == QZ_DBF_CHECK_FILE && qz_dbf_check_severity(r, 0) == 3);
+        CHECK(strlen(qz_dbf_check_what(r, 0)) > 0 && strlen(qz_dbf_check_where(r, 0)) > 0);
+        qz_dbf_check_free(r);
+        CHECK(qz_dbf_open_ex("/nonexistent/qz_header_c.dbf", QZ_DBF_OPEN_READ_ONLY) == NULL);
+        CHECK(qz_dbf_last_error() == QZ_DBF_ERR_NOT_FOUND);
+        CHECK(strstr(qz_dbf_last_error_message(), "no such file") != NULL);
+        qz_dbf_clear_last_error();
+        CHECK(qz_dbf_get_deleted(NULL, 0) == -1 && !qz_dbf_set_deleted(NULL, 0, true));
+        CHECK(qz_dbf_mem_get_deleted(NULL, 0) == -1 && !qz_dbf_mem_set_deleted(NULL, 0, true));
+        CHECK(qz_dbf_last_error() == QZ_DBF_ERR_ARGUMENT);
+    }
     CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);
     CHECK(strcmp(qz_dbf_get_ogr_driver(NULL), "") == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);

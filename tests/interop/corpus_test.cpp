@@ -103,69 +103,67 @@ bool have_dbfread() {
     return qz_test::run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") == 0;
 }
 
-TEST(Corpus, EveryTableSurvivesEveryGetter) {
-    qz_options_set_ansi_code_page(65001);
-    std::vector<Manifest_row> rows = read_manifest();
-    ASSERT_GT(rows.size(), 200u) << "the corpus is at " << QZ_CORPUS_DIR;
-    size_t opened = 0, cells = 0;
-    Iqz_string_adp* adp = qz_string_adp_create(
-        nullptr, [](void*, const wchar_t*) {}, nullptr);
-    for (const Manifest_row& row : rows) {
-        std::string path = std::string(QZ_CORPUS_DIR) + "/" + row.path;
-        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-        if (!t) continue;
-        ++opened;
-        unsigned nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t);
-        // Past the last field and record as well: those give neutral results.
-        for (unsigned r = 0; r < nr + 2 && r < 3000; ++r) {
-            for (unsigned f = 0; f <= nf; ++f) {
-                bool ok = false;
-                unsigned len = 0;
-                qz_dbf_get_str(t, f, r, ok);
-                qz_dbf_get_str_w(t, f, r, adp);
-                qz_dbf_get_wstr(t, f, r, len, ok, 0);
-                qz_dbf_get_wstr_encoded(t, f, r, len, ok);
-                qz_dbf_get_int(t, f, r, ok);
-                qz_dbf_get_dbl(t, f, r, ok);
-                qz_dbf_get_bool(t, f, r, ok);
-                Tqz_any any;
-                any_init(&any);
-                qz_dbf_get_any(t, f, r, &any);
-                any_clear(&any);
-                ++cells;
-            }
+// Every getter on every cell of every table that opens, past the last field
+// and record too (neutral results; the sanitizer build checks the rest).
+void every_getter(Tqz_dbf_rw* t, Iqz_string_adp* adp) {
+    unsigned nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t);
+    for (unsigned r = 0; r < nr + 2 && r < 3000; ++r) {
+        for (unsigned f = 0; f <= nf; ++f) {
+            bool ok = false;
+            unsigned len = 0;
+            qz_dbf_get_str(t, f, r, ok);
+            qz_dbf_get_str_w(t, f, r, adp);
+            qz_dbf_get_wstr(t, f, r, len, ok, 0);
+            qz_dbf_get_wstr_encoded(t, f, r, len, ok);
+            qz_dbf_get_int(t, f, r, ok);
+            qz_dbf_get_dbl(t, f, r, ok);
+            qz_dbf_get_bool(t, f, r, ok);
+            Tqz_any any;
+            any_init(&any);
+            qz_dbf_get_any(t, f, r, &any);
+            any_clear(&any);
         }
-        unsigned rec = 0;
-        qz_dbf_find_value(t, 0, "x", rec);
-        qz_dbf_begin_fast_find(t, 0);
-        qz_dbf_find_value_fast(t, "x", rec);
-        qz_dbf_end_fast_find(t);
-        qz_dbf_close(t);
     }
-    qz_string_adp_destroy(adp);
-    std::cout << "opened " << opened << " of " << rows.size() << " corpus tables, read " << cells
-              << " cells through every getter\n";
-    EXPECT_GT(opened, 200u);
+    unsigned rec = 0;
+    qz_dbf_find_value(t, 0, "x", rec);
+    qz_dbf_begin_fast_find(t, 0);
+    qz_dbf_find_value_fast(t, "x", rec);
+    qz_dbf_end_fast_find(t);
 }
 
-TEST(Corpus, CellsReadAsDbfreadReadsThem) {
-    if (!have_dbfread()) GTEST_SKIP() << "python3-dbfread is not installed";
+// Every table survives every getter; every cell of the tables dbfread reads
+// reads the same here as there (dbfread_peer.py compares them).
+TEST(Corpus, EveryTableSurvivesAndReadsAsDbfreadReadsIt) {
     qz_options_set_ansi_code_page(65001);
+    const std::vector<Manifest_row> rows = read_manifest();
+    ASSERT_GT(rows.size(), 200u) << "the corpus is at " << QZ_CORPUS_DIR;
+    const bool dbfread = have_dbfread();
+    if (!dbfread) std::cout << "python3-dbfread is not installed: no comparison\n";
     qz_test::Temp_dir dir;
     std::string dump_path = dir.file("cells.tsv");
     std::ofstream dump(dump_path);
-    size_t tables = 0;
-    for (const Manifest_row& row : read_manifest()) {
-        if (row.dbfread.rfind("ok", 0) != 0) continue;
+    Iqz_string_adp* adp = qz_string_adp_create(
+        nullptr, [](void*, const wchar_t*) {}, nullptr);
+    size_t opened = 0, tables = 0;
+    for (const Manifest_row& row : rows) {
         std::string path = std::string(QZ_CORPUS_DIR) + "/" + row.path;
         Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-        EXPECT_NE(t, nullptr) << "dbfread reads " << row.path << ", the library does not open it";
+        const bool theirs = row.dbfread.rfind("ok", 0) == 0;
+        EXPECT_TRUE(t || !theirs) << "dbfread reads " << row.path
+                                  << ", the library does not open it";
         if (!t) continue;
-        dump_table(dump, row.path, t);
+        ++opened;
+        if (theirs) {
+            dump_table(dump, row.path, t);
+            ++tables;
+        }
+        every_getter(t, adp);
         qz_dbf_close(t);
-        ++tables;
     }
+    qz_string_adp_destroy(adp);
     dump.close();
+    EXPECT_GT(opened, 200u);
+    if (!dbfread) return;
 
     std::string out;
     int status = qz_test::run("/usr/bin/python3 " QZ_TEST_SCRIPTS "/dbfread_peer.py compare '" +

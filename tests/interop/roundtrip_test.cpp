@@ -1,10 +1,16 @@
-// Tables written through the exports, in each of the three encodings, read
-// back the same through dbfread and through GDAL's ogrinfo.
+// Random rows written through the exports, in each of the three encodings,
+// read back as written here, through dbfread and through GDAL's ogrinfo;
+// written through a memory table, the records are the same bytes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -18,24 +24,64 @@ namespace {
 enum { NAME, AMOUNT, RATE, ACTIVE, BORN, COUNT, VALUE, FIELDS };
 
 struct Row {
-    const char* name;  // UTF-8, written as system text
-    double amount;
-    double rate;
+    std::string name;  // UTF-8, written as system text
+    double amount;     // a whole number of hundredths
+    double rate;       // a whole number of millionths
     bool active;
-    const char* born;
+    std::string born;  // YYYYMMDD
     int count;
     double value;
 };
 
-// Text every one of the three encodings holds: Cyrillic (with Ё and ё),
-// ASCII, a comma and quotes.
-const Row rows[] = {
-    {"Съешь же ещё этих мягких", 1234.5, 0.125, true, "20240229", -42, 2.5e10},
-    {"Ёлка, \"ель\" и сосна", -0.75, 3.14159, false, "19991231", 2147483647, -1e-300},
-    {"Plain ASCII", 0, 1e-5, true, "20000101", 0, 0.1},
-};
-constexpr unsigned kSet = sizeof rows / sizeof rows[0];
-constexpr unsigned kRecords = kSet + 1;  // the last record stays blank
+// Random rows, the same for every run: text of characters every one of the
+// three encodings holds (Cyrillic with Ё and ё, ASCII, a comma, quotes),
+// numbers that fit their fields at their decimal counts, any valid date,
+// any 32-bit integer and any double bit pattern.
+std::vector<Row> random_rows(unsigned n) {
+    static const std::vector<std::string> chars = [] {
+        std::vector<std::string> c = {"Ё", "ё", " ", ",", "\"", "'", "-"};
+        for (char a = '0'; a <= 'z'; ++a)
+            if (std::isalnum(static_cast<unsigned char>(a))) c.push_back(std::string(1, a));
+        for (const char* cyr : {"А", "Я", "а", "я", "Ж", "щ", "Ъ", "э", "Ю", "п"}) c.push_back(cyr);
+        return c;
+    }();
+    std::mt19937_64 rng(20240229);
+    std::vector<Row> rows;
+    for (unsigned i = 0; i < n; ++i) {
+        Row r;
+        for (size_t k = rng() % 31; k > 0; --k) r.name += chars[rng() % chars.size()];
+        r.name.erase(r.name.find_last_not_of(' ') + 1);  // blanks at the ends are padding
+        r.name.erase(0, r.name.find_first_not_of(' ') == std::string::npos
+                            ? r.name.size()
+                            : r.name.find_first_not_of(' '));
+        r.amount =
+            static_cast<double>(static_cast<int64_t>(rng() % 19999999999ull) - 9999999999) / 100;
+        r.rate =
+            static_cast<double>(static_cast<int64_t>(rng() % 1999999999999ull) - 999999999999) /
+            1e6;
+        r.active = rng() % 2;
+        const int year = 1900 + rng() % 200, month = 1 + rng() % 12;
+        const bool leap = year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+        const int days[] = {31, leap ? 29 : 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+        char date[32];
+        std::snprintf(date, sizeof date, "%04d%02d%02d", year, month,
+                      1 + int(rng() % days[month - 1]));
+        r.born = date;
+        r.count = static_cast<int>(static_cast<uint32_t>(rng()));
+        const uint64_t bits =
+            i < 4 ? std::vector<uint64_t>{0, 1ull << 63, 0x7FF0000000000000ull, 1}[i] : rng();
+        std::memcpy(&r.value, &bits, sizeof bits);
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+const std::vector<Row>& rows() {
+    static const std::vector<Row> r = random_rows(60);
+    return r;
+}
+const unsigned kSet = 60;
+constexpr unsigned kRecords = 61;  // the last record stays blank
 
 struct Encoding {
     const char* label;  // as dbfread names it
@@ -52,8 +98,10 @@ const Encoding encodings[] = {
     {"utf-8", false, true, "UTF-8"},
 };
 
-std::string write_table(const qz_test::Temp_dir& dir, const Encoding& e) {
-    std::string path = dir.file(std::string("round_") + e.cpg + ".dbf");
+// Writes rows() through a disk table, or through the memory table of the
+// blank table saved to `path`.
+std::string write_table(const qz_test::Temp_dir& dir, const Encoding& e, bool memory = false) {
+    std::string path = dir.file(std::string(memory ? "mem_" : "round_") + e.cpg + ".dbf");
     Tqz_dbf_field f[FIELDS];
     qz_dbf_field_init(&f[NAME], "NAME", dbf_ft_char, 60, 0);
     qz_dbf_field_init(&f[AMOUNT], "AMOUNT", dbf_ft_numeric, 12, 2);
@@ -66,13 +114,32 @@ std::string write_table(const qz_test::Temp_dir& dir, const Encoding& e) {
     EXPECT_NE(t, nullptr);
     if (!t) return path;
     if (e.utf8) qz_dbf_set_utf8_flag(t, true);
+    if (memory) {
+        qz_dbf_close(t);
+        Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+        EXPECT_NE(m, nullptr);
+        if (!m) return path;
+        for (unsigned r = 0; r < kSet; ++r) {
+            const Row& row = rows()[r];
+            EXPECT_TRUE(qz_dbf_mem_set_str(m, NAME, r, row.name.c_str()));
+            EXPECT_TRUE(qz_dbf_mem_set_dbl(m, AMOUNT, r, row.amount));
+            EXPECT_TRUE(qz_dbf_mem_set_dbl(m, RATE, r, row.rate));
+            EXPECT_TRUE(qz_dbf_mem_set_bool(m, ACTIVE, r, row.active));
+            EXPECT_TRUE(qz_dbf_mem_set_str(m, BORN, r, row.born.c_str()));
+            EXPECT_TRUE(qz_dbf_mem_set_int(m, COUNT, r, row.count));
+            EXPECT_TRUE(qz_dbf_mem_set_dbl(m, VALUE, r, row.value));
+        }
+        EXPECT_TRUE(qz_dbf_mem_save(m));
+        qz_dbf_mem_free(m);
+        return path;
+    }
     for (unsigned r = 0; r < kSet; ++r) {
-        const Row& row = rows[r];
-        EXPECT_TRUE(qz_dbf_set_str(t, NAME, r, row.name));
+        const Row& row = rows()[r];
+        EXPECT_TRUE(qz_dbf_set_str(t, NAME, r, row.name.c_str()));
         EXPECT_TRUE(qz_dbf_set_dbl(t, AMOUNT, r, row.amount));
         EXPECT_TRUE(qz_dbf_set_dbl(t, RATE, r, row.rate));
         EXPECT_TRUE(qz_dbf_set_bool(t, ACTIVE, r, row.active));
-        EXPECT_TRUE(qz_dbf_set_str(t, BORN, r, row.born));
+        EXPECT_TRUE(qz_dbf_set_str(t, BORN, r, row.born.c_str()));
         EXPECT_TRUE(qz_dbf_set_int(t, COUNT, r, row.count));
         EXPECT_TRUE(qz_dbf_set_dbl(t, VALUE, r, row.value));
     }
@@ -141,14 +208,24 @@ TEST_P(Round_trip, WhatWeWriteReadsBackHereAndInDbfread) {
     std::vector<Ours> ours = read_ours(path);
     ASSERT_EQ(ours.size(), kRecords);
     for (unsigned r = 0; r < kSet; ++r) {
-        EXPECT_EQ(ours[r].text[NAME], rows[r].name);
-        EXPECT_DOUBLE_EQ(ours[r].number[AMOUNT], rows[r].amount);
-        EXPECT_DOUBLE_EQ(ours[r].number[RATE], rows[r].rate);
-        EXPECT_EQ(ours[r].number[ACTIVE] != 0, rows[r].active);
-        EXPECT_EQ(ours[r].text[BORN], rows[r].born);
-        EXPECT_EQ(ours[r].number[COUNT], rows[r].count);
-        EXPECT_EQ(ours[r].number[VALUE], rows[r].value);
+        const Row& row = rows()[r];
+        SCOPED_TRACE("record " + std::to_string(r));
+        EXPECT_EQ(ours[r].text[NAME], row.name);
+        EXPECT_DOUBLE_EQ(ours[r].number[AMOUNT], row.amount);
+        EXPECT_DOUBLE_EQ(ours[r].number[RATE], row.rate);
+        EXPECT_EQ(ours[r].number[ACTIVE] != 0, row.active);
+        EXPECT_EQ(ours[r].text[BORN], row.born);
+        EXPECT_EQ(ours[r].number[COUNT], row.count);
+        EXPECT_TRUE(ours[r].number[VALUE] == row.value ||
+                    (std::isnan(row.value) && std::isnan(ours[r].number[VALUE])));
     }
+    // The memory table writes the same records, byte for byte.
+    std::vector<uint8_t> disk = qz_test::read_bytes(path);
+    std::vector<uint8_t> memory = qz_test::read_bytes(write_table(dir, e, true));
+    ASSERT_GT(disk.size(), 32u);
+    const size_t header = disk[8] | disk[9] << 8;
+    ASSERT_EQ(memory.size(), disk.size());
+    EXPECT_TRUE(std::equal(disk.begin() + header, disk.end(), memory.begin() + header));
 
     std::string out;
     ASSERT_EQ(qz_test::run("/usr/bin/python3 " QZ_TEST_SCRIPTS "/dbfread_peer.py records '" + path +

@@ -11,13 +11,14 @@ file order (live and deleted records alike), tab-separated:
 
   T <path> ok <version> <memo file name> <field count>
   T <path> unread <reason>
-  C <record> <field index> <field offset> <field length> <dbfread block> <kind> <memo>
+  C <record> <field index> <field offset> <field length> <dbfread block> <kind> <memo> <cell>
 
 <kind> is "text" for text (dBASE memos and FoxPro type 1), otherwise the
 class dbfread gives a binary FoxPro memo (PictureMemo for type 0, ObjectMemo
 for type 2, BinaryMemo for the rest), "-" when there is no memo. <memo> is the
 memo's bytes in hex, "-" when dbfread has no memo for the cell (block 0 or an
-empty cell) and "!<error>" when dbfread fails on it.
+empty cell) and "!<error>" when dbfread fails on it. <cell> is the cell's
+bytes in hex.
 """
 import csv
 import os
@@ -87,9 +88,9 @@ def dump_table(corpus, rel):
                 at = start + offsets[index]
                 raw = data[at:at + field.length]
                 kind, memo = memo_of(parser, field, raw)
-                print('C\t%d\t%d\t%d\t%d\t%s\t%s\t%s' % (record, index, offsets[index],
-                                                         field.length, block_of(parser, raw),
-                                                         kind, memo))
+                print('C\t%d\t%d\t%d\t%d\t%s\t%s\t%s\t%s' % (
+                    record, index, offsets[index], field.length, block_of(parser, raw), kind,
+                    memo, raw.hex()))
             record += 1
 
 

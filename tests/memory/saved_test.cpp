@@ -202,11 +202,12 @@ TEST_F(SavedMemoryTable, ALoadedTableIsKeptFromOtherProcesses) {
     const std::string q = "'" QZDBF_EXE "' ";
     const std::string table = "'" + path + "'";
     std::string out;
-    // Another process cannot load the table, nor write to the file.
-    EXPECT_EQ(qz_test::run("echo show | " + q + "edit " + table + " 2>&1", &out), 1) << out;
-    EXPECT_NE(out.find("cannot load"), std::string::npos) << out;
-    EXPECT_EQ(qz_test::run(q + "set " + table + " NAME 0 other 2>&1", &out), 1) << out;
-    EXPECT_EQ(qz_test::run(q + "append " + table + " 2>&1", &out), 1) << out;
+    // Another process cannot load the table, nor write to the file (exit
+    // status 3: the file is locked).
+    EXPECT_EQ(qz_test::run("echo show | " + q + "edit " + table + " 2>&1", &out), 3) << out;
+    EXPECT_NE(out.find("locked by another writer"), std::string::npos) << out;
+    EXPECT_EQ(qz_test::run(q + "set " + table + " NAME 0 other 2>&1", &out), 3) << out;
+    EXPECT_EQ(qz_test::run(q + "append " + table + " 2>&1", &out), 3) << out;
     // Reading needs no lock.
     EXPECT_EQ(qz_test::run(q + "get " + table + " NAME 2 2>&1", &out), 0) << out;
     EXPECT_EQ(out, "disk row 2\n");
@@ -261,11 +262,14 @@ TEST_F(SavedMemoryTable, QzdbfEditRunsAScriptOfCommands) {
     EXPECT_EQ(qz_test::run(q + "get " + table + " NAME 4", &out), 0);
     EXPECT_EQ(out, "blanks kept inside\n");
 
-    // Changes never saved are reported as lost, and the file keeps its bytes.
+    // Quit asks before unsaved changes are lost (the answer is the next line);
+    // changes never saved are reported as lost, and the file keeps its bytes.
     const std::vector<uint8_t> before = qz_test::read_bytes(path);
     write_script("add\nadd\nquit\nadd\n");
     EXPECT_EQ(qz_test::run(q + "edit " + table + " < '" + script + "' 2>&1", &out), 0) << out;
-    EXPECT_EQ(out, "added record 5\nadded record 6\nqzdbf: changes not saved are lost\n");
+    EXPECT_EQ(out,
+              "added record 5\nadded record 6\nthe changes are not saved; quit without saving? "
+              "[y/N] not quitting; save writes the table\nqzdbf: changes not saved are lost\n");
     EXPECT_EQ(qz_test::read_bytes(path), before);
 }
 

@@ -1,5 +1,6 @@
-// Collects the events a channel hands to it, from whatever thread, and lets
-// a test wait for them.
+// Fixtures of the notification tests: a log of the events a channel hands
+// over (from whatever thread) that a test can wait on, a one-shot signal
+// between threads, a folder watcher with its log, and the process's threads.
 #pragma once
 
 #include <chrono>
@@ -11,8 +12,12 @@
 #include <vector>
 
 #include "qzk_basic.h"
+#include "qzk_path.h"
+#include "test_support.h"
 
 namespace qz_test {
+
+using namespace std::chrono_literals;
 
 class Event_log {
   public:
@@ -35,7 +40,7 @@ class Event_log {
     }
 
     // Waits until at least `n` events are in; false on timeout.
-    bool wait_for(size_t n, std::chrono::milliseconds timeout) {
+    bool wait_for(size_t n, std::chrono::milliseconds timeout = 3s) {
         std::unique_lock<std::mutex> g(lock_);
         return changed_.wait_for(g, timeout, [&] { return entries_.size() >= n; });
     }
@@ -44,13 +49,16 @@ class Event_log {
         std::lock_guard<std::mutex> g(lock_);
         return entries_;
     }
-
     std::vector<int> kinds() {
         std::vector<int> k;
         for (const Entry& e : entries()) k.push_back(e.kind);
         return k;
     }
-
+    std::vector<std::string> names() {
+        std::vector<std::string> n;
+        for (const Entry& e : entries()) n.push_back(e.name);
+        return n;
+    }
     size_t size() {
         std::lock_guard<std::mutex> g(lock_);
         return entries_.size();
@@ -60,6 +68,45 @@ class Event_log {
     std::mutex lock_;
     std::condition_variable changed_;
     std::vector<Entry> entries_;
+};
+
+// A flag one thread raises and another waits for.
+class Signal {
+  public:
+    void raise() {
+        std::lock_guard<std::mutex> g(lock_);
+        raised_ = true;
+        changed_.notify_all();
+    }
+    bool wait(std::chrono::milliseconds timeout = 3s) {
+        std::unique_lock<std::mutex> g(lock_);
+        return changed_.wait_for(g, timeout, [&] { return raised_; });
+    }
+    bool raised() {
+        std::lock_guard<std::mutex> g(lock_);
+        return raised_;
+    }
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    bool raised_ = false;
+};
+
+// A folder watcher with a log of its events.
+struct Logged_watcher {
+    Iqz_folder_watcher* w = nullptr;
+    Event_log log;
+
+    explicit Logged_watcher(const std::string& folder) {
+        w = qz_folder_watcher_create(widen(folder).c_str(), 0);
+        if (w) qz_event_channel_add_client(qz_folder_watcher_get_events(w), &Event_log::proc, &log);
+    }
+    ~Logged_watcher() { destroy(); }
+    void destroy() {
+        qz_folder_watcher_destroy(w);
+        w = nullptr;
+    }
 };
 
 // The number of threads of this process. Some sanitizers start a thread of
@@ -76,12 +123,13 @@ inline size_t thread_count() {
     return n;
 }
 
-// Waits until the process has `n` threads; false on timeout.
-inline bool wait_thread_count(size_t n, std::chrono::milliseconds timeout) {
+// Waits until the process has `n` threads (a thread's end is no event a test
+// can wait on, so this looks); false on timeout.
+inline bool wait_thread_count(size_t n, std::chrono::milliseconds timeout = 3s) {
     auto end = std::chrono::steady_clock::now() + timeout;
     while (thread_count() != n) {
         if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     return true;
 }

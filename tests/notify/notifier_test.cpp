@@ -1,8 +1,11 @@
 // The table notifier: the shared registry, change detection through the
 // folder watcher, the brackets of tables and handles, and its lifetime
-// across threads.
+// across threads. Where a test must know that the notifier saw a change and
+// said nothing, a folder watcher made after the notifier's hears the change:
+// watchers of one folder hear each change in the order they were made.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -20,14 +23,13 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 using qz_test::Event_log;
+using qz_test::Logged_watcher;
+using qz_test::Signal;
 using qz_test::Temp_dir;
 
 constexpr int kBegin = QZ_EVENT_BEGIN_UPDATE;
 constexpr int kUpdate = QZ_EVENT_UPDATE;
 constexpr int kEnd = QZ_EVENT_END_UPDATE;
-
-// Long enough for the watcher to have reported anything it was going to.
-constexpr auto kSettle = 700ms;
 
 void make_table(const std::string& path) {
     Tqz_dbf_field f;
@@ -41,6 +43,19 @@ void make_table(const std::string& path) {
 void rewrite_elsewhere(const std::string& path, const std::string& fields) {
     std::string out;
     ASSERT_EQ(qz_test::run(std::string(QZDBF_EXE) + " create '" + path + "' " + fields, &out), 0);
+}
+
+// Changes a marker file in `w`'s folder and waits until `w` hears it: the
+// notifier, whose watcher was made first, has then seen every change before.
+void flush(Logged_watcher& w, const std::string& folder) {
+    static int markers = 0;
+    const std::string name = "marker" + std::to_string(++markers);
+    qz_test::write_bytes(folder + "/" + name, {1});
+    for (;;) {
+        const auto names = w.log.names();
+        if (std::find(names.begin(), names.end(), name) != names.end()) return;
+        ASSERT_TRUE(w.log.wait_for(names.size() + 1)) << "no word of " << name;
+    }
 }
 
 long ms_since(Clock::time_point t) {
@@ -73,8 +88,6 @@ TEST(Notifier, PathsDifferingInCaseShareOne) {
     EXPECT_EQ(qz_test::thread_count(), threads_before + 1);
     Tqz_dbf_notifier::release(b);
     EXPECT_EQ(qz_test::thread_count(), threads_before);  // destroyed, its thread gone
-    std::printf("[ info     ] threads: %zu before, %zu with the notifier, %zu after\n",
-                threads_before, threads_before + 1, qz_test::thread_count());
 
     // The next one is new, with a count of its own; a folder that does not
     // exist gives a notifier without a watcher.
@@ -100,33 +113,25 @@ TEST(Notifier, SeesTheTableChangedByAnotherProcess) {
     ASSERT_NE(ch, nullptr);
     qz_event_channel_add_client(ch, &Event_log::proc, &log);
 
+    Logged_watcher folder(dir.path());
+
     // Another process rewrites the table: one update, in its bracket.
     Clock::time_point started = Clock::now();
     rewrite_elsewhere(table, "ID:N:6 NAME:C:10 --records 3");
-    Clock::time_point done = Clock::now();
     ASSERT_TRUE(log.wait_for(3, 1s));
-    std::printf(
-        "[ info     ] update arrived %ld ms after the writer started, %ld ms after it ended\n",
-        ms_since(started), ms_since(done));
-    std::this_thread::sleep_for(kSettle);
-    ASSERT_EQ(log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd}));
+    std::printf("[ info     ] update arrived %ld ms after the writer started\n", ms_since(started));
     EXPECT_EQ(log.entries()[1].count, 1);
 
-    // Another file in the folder changes: nothing.
+    // Other files of the folder change, the table is deleted: nothing.
+    // Written again with a new time: one.
     qz_test::write_bytes(dir.file("other.dbf"), {1, 2, 3});
     qz_test::write_bytes(dir.file("t.txt"), {4});
-    std::this_thread::sleep_for(kSettle);
-    EXPECT_EQ(log.size(), 3u);
-
-    // The table is deleted: nothing. Written again with a new time: one.
     ASSERT_EQ(std::remove(table.c_str()), 0);
-    std::this_thread::sleep_for(kSettle);
+    flush(folder, dir.path());
     EXPECT_EQ(log.size(), 3u);
-    started = Clock::now();
     rewrite_elsewhere(table, "ID:N:6");
     ASSERT_TRUE(log.wait_for(6, 1s));
-    std::printf("[ info     ] recreated table: update after %ld ms\n", ms_since(started));
-    std::this_thread::sleep_for(kSettle);
+    flush(folder, dir.path());
     EXPECT_EQ(log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd, kBegin, kUpdate, kEnd}));
 
     qz_event_channel_del_client(ch, &Event_log::proc, &log);
@@ -157,13 +162,14 @@ TEST(Notifier, WritableHandleHoldsABracketUntilClose) {
     EXPECT_EQ(qz_dbf_notifier_end_update(n), 1u);
 
     // A change while the writer is open waits for its close.
+    Logged_watcher folder(dir.path());
     ASSERT_EQ(qz_test::run("touch '" + table + "'"), 0);
-    std::this_thread::sleep_for(kSettle);
+    flush(folder, dir.path());
     EXPECT_EQ(log.kinds(), (std::vector<int>{kBegin}));
     qz_dbf_close(writer);
     EXPECT_EQ(log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd}));
     EXPECT_EQ(n->get_ref_count(), 1u);
-    std::this_thread::sleep_for(kSettle);  // the close itself changed only other files
+    flush(folder, dir.path());  // the close itself changed only other files
     EXPECT_EQ(log.size(), 3u);
 
     // A failed open takes no bracket; a failed create in a missing folder
@@ -247,7 +253,7 @@ TEST(Notifier, LastReleaseFromInsideItsOwnDelivery) {
     rewrite_elsewhere(table, "ID:N:7");
     // The delivery runs to its end (begin, update, end), then the notifier
     // and its watcher thread go.
-    EXPECT_TRUE(qz_test::wait_thread_count(threads_before, 3s));
+    EXPECT_TRUE(qz_test::wait_thread_count(threads_before));
     EXPECT_TRUE(client.released);
     EXPECT_EQ(client.seen, 3);
     Tqz_dbf_notifier* fresh = qz_create_dbf_notifier_w(qz_test::widen(table).c_str());
@@ -256,15 +262,15 @@ TEST(Notifier, LastReleaseFromInsideItsOwnDelivery) {
 }
 
 struct Slow_client {
-    std::atomic<bool> inside{false};
+    Signal inside;
     std::atomic<bool> finished{false};
 };
 
 void slow_on_update(Tqz_table* ev, void* user) {
     auto* c = static_cast<Slow_client*>(user);
     if (qz_event_kind(ev) != QZ_EVENT_UPDATE) return;
-    c->inside = true;
-    std::this_thread::sleep_for(300ms);
+    c->inside.raise();
+    std::this_thread::sleep_for(50ms);  // busy a while, so that destroy has something to wait for
     c->finished = true;
 }
 
@@ -278,9 +284,7 @@ TEST(Notifier, ReleaseWaitsForADeliveryOnTheWatcherThread) {
     qz_event_channel_add_client(qz_dbf_notifier_get_update_event_channel(n), &slow_on_update,
                                 client);
     qz_test::write_bytes(table, {3, 0x1A});
-    auto give_up = Clock::now() + 3s;
-    while (!client->inside && Clock::now() < give_up) std::this_thread::sleep_for(1ms);
-    ASSERT_TRUE(client->inside);
+    ASSERT_TRUE(client->inside.wait());
     qz_destroy_dbf_notifier(n);  // the last reference, while the client is busy
     EXPECT_TRUE(client->finished);
     EXPECT_EQ(qz_test::thread_count(), threads_before);

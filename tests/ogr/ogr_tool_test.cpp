@@ -57,10 +57,12 @@ TEST(OgrTool, InfoShowsStorageAndLayers) {
     qzdbf("info --layer 1 " + inputs().dbf, &status);
     EXPECT_EQ(status, 2) << "a table file has one layer";
     // Writing commands never go through OGR, whose handles are read-only.
-    EXPECT_TRUE(has(qzdbf("set " + inputs().gpkg + " 0 0 x", &status), "for writing"));
-    EXPECT_EQ(status, 1);
+    const auto before = qz_test::read_bytes(inputs().csv);
+    EXPECT_TRUE(has(qzdbf("set " + inputs().gpkg + " 0 0 x", &status), "not a dBASE table"));
+    EXPECT_EQ(status, 2);
     qzdbf("append " + inputs().csv, &status);
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(qz_test::read_bytes(inputs().csv), before);
 }
 
 TEST(OgrTool, DumpOfEverySourceAndOfALayerAsOgr2ogrWritesIt) {

@@ -45,9 +45,13 @@ TEST_F(Qzdbf, SetAndGetByNameOrIndex) {
     qzdbf("set " + table + " DAY 0 2024-02-29", &rc);
     EXPECT_EQ(rc, 0);
     EXPECT_EQ(qzdbf("get " + table + " DAY 0"), "20240229\n");
-    // Text cut at the field's length is reported.
-    EXPECT_EQ(qzdbf("set " + table + " NAME 1 'Абвгдеёжзийклмнопрстуф'", &rc),
-              "qzdbf: stored as 'Абвгдеёжзийклмнопрст'\n");
+    // Text longer than the field is refused; --truncate cuts it.
+    EXPECT_NE(qzdbf("set " + table + " NAME 1 'Абвгдеёжзийклмнопрстуф'", &rc).find("--truncate"),
+              std::string::npos);
+    EXPECT_EQ(rc, 2);
+    EXPECT_EQ(qzdbf("set --truncate " + table + " NAME 1 'Абвгдеёжзийклмнопрстуф'", &rc),
+              "qzdbf: cut to 20 of 22 characters\n");
+    EXPECT_EQ(qzdbf("get " + table + " NAME 1"), "Абвгдеёжзийклмнопрст\n");
 }
 
 TEST_F(Qzdbf, RefusesWhatCannotBeRight) {
@@ -70,7 +74,7 @@ TEST_F(Qzdbf, RefusesWhatCannotBeRight) {
     EXPECT_NE(qzdbf("get " + table + " AGE 0", &rc).find("no value"), std::string::npos);
     EXPECT_EQ(rc, 1);
     qzdbf("get '" + dir.file("missing.dbf") + "' A 0", &rc);
-    EXPECT_EQ(rc, 1);
+    EXPECT_EQ(rc, 2);
 }
 
 TEST_F(Qzdbf, DumpAsColumnsAndAsCsv) {
@@ -80,17 +84,17 @@ TEST_F(Qzdbf, DumpAsColumnsAndAsCsv) {
     qzdbf("set " + table + " NAME 1 Ёж");
     qzdbf("set " + table + " PAY 1 12.5");
     EXPECT_EQ(qzdbf("dump " + table),
-              "#  NAME              AGE    PAY  OK  DAY\n"
-              "-  ----------------  ---  -----  --  ---\n"
-              "0  Щука, \"зубастая\"    7         T\n"
-              "1  Ёж                     12.50\n");
+              "  #  NAME              AGE    PAY  OK  DAY\n"
+              "  -  ----------------  ---  -----  --  ---\n"
+              "  0  Щука, \"зубастая\"    7         T\n"
+              "  1  Ёж                     12.50\n");
     EXPECT_EQ(qzdbf("dump " + table + " --csv"),
-              "NAME,AGE,PAY,OK,DAY\r\n"
-              "\"Щука, \"\"зубастая\"\"\",7,,T,\r\n"
-              "Ёж,,12.50,,\r\n");
+              "NAME,AGE,PAY,OK,DAY,deleted\r\n"
+              "\"Щука, \"\"зубастая\"\"\",7,,T,,false\r\n"
+              "Ёж,,12.50,,,false\r\n");
     EXPECT_EQ(qzdbf("dump " + table + " --csv --from 1 --count 5"),
-              "NAME,AGE,PAY,OK,DAY\r\nЁж,,12.50,,\r\n");
-    EXPECT_EQ(qzdbf("dump " + table + " --csv --from 2"), "NAME,AGE,PAY,OK,DAY\r\n");
+              "NAME,AGE,PAY,OK,DAY,deleted\r\nЁж,,12.50,,,false\r\n");
+    EXPECT_EQ(qzdbf("dump " + table + " --csv --from 2"), "NAME,AGE,PAY,OK,DAY,deleted\r\n");
     int rc = -1;
     qzdbf("dump " + table + " --count", &rc);
     EXPECT_EQ(rc, 2);
@@ -108,17 +112,18 @@ TEST(QzdbfSample, TheShippedSampleReads) {
     std::string sample = "'" QZ_EXAMPLES_DIR "/sample.dbf'";
     std::string info = qzdbf("info " + sample);
     EXPECT_NE(info.find("encoding  CP1251"), std::string::npos) << info;
-    for (const char* type : {"  C ", "  N ", "  F ", "  L ", "  D ", "  I ", "  B "})
+    for (const char* type : {"  C ", "  N ", "  F ", "  L ", "  D ", "  I ", "  M "})
         EXPECT_NE(info.find(type), std::string::npos) << type;
     std::string csv = qzdbf("dump " + sample + " --csv");
     // Memo text comes from sample.dbt, converted from CP1251, whole and quoted
     // (it holds a line break) in CSV.
-    EXPECT_NE(csv.find("Иванов Иван Иванович,Москва,19800517,123456.78,0.125,T,2,4.75,"
-                       "\"Руководитель отдела продаж.\nЛюбит шахматы и длинные прогулки.\"\r\n"),
+    EXPECT_NE(csv.find("Иванов Иван Иванович,Москва,19800517,123456.78,0.125,T,2,"
+                       "\"Руководитель отдела продаж.\nЛюбит шахматы и длинные прогулки.\","
+                       "false\r\n"),
               std::string::npos)
         << csv;
     EXPECT_NE(csv.find("\"Smith, John \"\"Jack\"\"\",London"), std::string::npos) << csv;
-    EXPECT_NE(csv.find(",5,\r\n"), std::string::npos) << "record 3 has no memo: " << csv;
+    EXPECT_NE(csv.find(",T,1,,false\r\n"), std::string::npos) << "record 3 has no memo: " << csv;
 
     // The aligned view keeps a record on one line and cuts long memos.
     std::string rows = qzdbf("dump " + sample + " --count 1");
@@ -127,8 +132,8 @@ TEST(QzdbfSample, TheShippedSampleReads) {
 
     // --raw shows the block numbers the memo cells hold.
     std::string raw = qzdbf("dump " + sample + " --csv --raw --count 3");
-    EXPECT_NE(raw.find(",4.75,1\r\n"), std::string::npos) << raw;
-    EXPECT_NE(raw.find(",3.9,2\r\n"), std::string::npos) << raw;
+    EXPECT_NE(raw.find(",T,2,1,false\r\n"), std::string::npos) << raw;
+    EXPECT_NE(raw.find(",F,0,2,false\r\n"), std::string::npos) << raw;
 }
 
 }  // namespace

@@ -11,7 +11,8 @@ namespace qzdbf {
 // Exit statuses.
 constexpr int kOk = 0;
 constexpr int kFailed = 1;    // the table could not be opened, read or written
-constexpr int kBadUsage = 2;  // the command line is wrong
+constexpr int kBadUsage = 2;  // the command line, the file or a value is wrong
+constexpr int kIoError = 3;   // the file is locked, read-only or cannot be read or written
 
 using Args = std::vector<std::string>;
 
@@ -23,6 +24,36 @@ int cmd_get(const Args& args);
 int cmd_set(const Args& args);
 int cmd_append(const Args& args);
 int cmd_edit(const Args& args);
+int cmd_pack(const Args& args);
+int cmd_delete(const Args& args);
+
+// A path argument (system text) as wide text.
+std::wstring widen_path(const std::string& path);
+// Removes the records set in `mask` from the table at `path` and prints how
+// many went and how many are left; an exit status.
+int remove_by_mask(const std::string& path, void* mask);
+// edit's delmask: removes the named records of the loaded table at `path`
+// (seen through `view`) as one undoable step; false with a message.
+bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,
+                  std::string& error);
+int cmd_names(const Args& args);
+int cmd_check(const Args& args);
+int cmd_alter(const Args& args);
+
+// A field written NAME:TYPE:LEN[:DEC]; false with a message in `error`.
+bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error);
+
+// Changes of a table's layout, each an option and its argument:
+// --add NAME:TYPE:LEN[:DEC], --drop NAME, --rename OLD=NEW,
+// --retype NAME:TYPE:LEN[:DEC], --move NAME=INDEX.
+using Alterations = std::vector<std::pair<std::string, std::string>>;
+// Reads alterations from `args` (from index `first` on); false with a message.
+bool parse_alterations(const Args& args, size_t first, Alterations& out, std::string& error);
+// Applies them in order to a restructure descriptor; false with a message
+// (the descriptor is then half changed and must not be applied).
+bool alter_descriptor(Tqz_dbf_rstrct* d, const Alterations& changes, std::string& error);
+// Prints the fields of a table (index, name, type, length, decimals).
+void print_layout(Tqz_dbf_rw* table, const char* title);
 
 // Prints "qzdbf: <message>" to standard error and returns `status`.
 int fail(int status, const std::string& message);
@@ -64,10 +95,6 @@ bool memo_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, std::
 std::string storage_text(Tqz_dbf_rw* table);
 // The name of one of the source's layers ("" for a table file's one layer).
 std::string layer_name(Tqz_dbf_rw* table, unsigned int layer);
-// The table file or memory table at `path` opened for writing; null when
-// it is missing, another writer holds it, or only OGR reads it (OGR serves
-// such a handle read-only: writes through it would be lost).
-Tqz_dbf_rw* open_for_writing(const std::string& path);
 // Makes the layer `arg` (an index) current; false with a message.
 bool select_layer(Tqz_dbf_rw* table, const std::string& arg, std::string& error);
 

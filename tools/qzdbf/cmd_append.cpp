@@ -2,19 +2,21 @@
 #include <cstdio>
 #include <string>
 
+#include "checked_open.h"
 #include "cli.h"
 
 namespace qzdbf {
 
-int cmd_append(const Args& args) {
+int cmd_append(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
     if (args.empty() || args.size() > 2) return fail(kBadUsage, "append needs PATH [N]");
     unsigned long long count = 1;
     if (args.size() == 2 && !parse_count(args[1], 0xFFFFFFFFull, count))
         return fail(kBadUsage, "N must be a whole number of records");
-    Tqz_dbf_rw* t = open_for_writing(args[0]);
-    if (!t)
-        return fail(kFailed, "cannot open '" + args[0] +
-                                 "' for writing (missing, or open for writing elsewhere)");
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(args[0], Access::write, force, status);
+    if (!t) return status;
     unsigned int before = qz_dbf_get_nr(t);
     if (count > 0xFFFFFFFFull - before) {
         qz_dbf_close(t);

@@ -11,7 +11,10 @@
 #include <cstdio>
 #include <string>
 
+#include "checked_open.h"
 #include "cli.h"
+#include "qzk_file_dbf_ext.h"
+#include "value_check.h"
 
 namespace qzdbf {
 
@@ -32,10 +35,14 @@ bool same_number(const std::string& a, const std::string& b) {
 
 }  // namespace
 
-int cmd_get(const Args& args) {
+int cmd_get(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
+    const bool raw = take_flag(args, "--raw");
     if (args.size() != 3) return fail(kBadUsage, "get needs PATH FIELD RECORD");
-    Tqz_dbf_rw* t = qz_dbf_open(args[0].c_str(), true, false);
-    if (!t) return fail(kFailed, "cannot open '" + args[0] + "' as a table");
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(args[0], Access::read, force, status);
+    if (!t) return status;
     unsigned int field = 0, record = 0;
     std::string error;
     if (!resolve_field(t, args[1], field, error) || !resolve_record(t, args[2], record, error)) {
@@ -43,28 +50,59 @@ int cmd_get(const Args& args) {
         return fail(kBadUsage, error);
     }
     bool ok = false;
-    std::string text = cell_text(t, field, record, &ok);
+    std::string text;
+    if (!raw && qz_dbf_get_field_type(t, field) == dbf_ft_memo) {
+        // A memo cell shows its memo, never the block number it holds.
+        qz_dbf_clear_last_error();
+        ok = memo_text(t, field, record, text);
+        if (!ok && qz_dbf_last_error() == QZ_DBF_ERR_MEMO) {
+            qz_dbf_close(t);
+            return fail(kIoError, args[0] + ": memo file missing");
+        }
+        ok = true;
+    } else {
+        text = cell_text(t, field, record, &ok);
+    }
     qz_dbf_close(t);
     if (!ok) return fail(kFailed, "the cell holds no value");
     std::printf("%s\n", text.c_str());
     return kOk;
 }
 
-int cmd_set(const Args& args) {
+int cmd_set(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
+    const bool truncate = take_flag(args, "--truncate");
+    // With --raw a memo cell takes a block number, as --raw shows it.
+    const bool raw = take_flag(args, "--raw");
     if (args.size() != 4) return fail(kBadUsage, "set needs PATH FIELD RECORD VALUE");
-    Tqz_dbf_rw* t = open_for_writing(args[0]);
-    if (!t)
-        return fail(kFailed, "cannot open '" + args[0] +
-                                 "' for writing (missing, or open for writing elsewhere)");
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(args[0], Access::write, force, status);
+    if (!t) return status;
     unsigned int field = 0, record = 0;
     std::string error, value;
     if (!resolve_field(t, args[1], field, error) || !resolve_record(t, args[2], record, error)) {
         qz_dbf_close(t);
         return fail(kBadUsage, error);
     }
-    if (!prepare_value(t, field, args[3], value, error)) {
+    // Every value is checked whole before anything is written; a refused
+    // value leaves the table as it was.
+    const bool memo = qz_dbf_get_field_type(t, field) == dbf_ft_memo;
+    unsigned long long block = 0;
+    if (raw && memo) {
+        if (parse_count(trim_blanks(args[3]), 0xFFFFFFFFull, block)) {
+            value = std::to_string(block);
+        } else {
+            value.clear();
+            error = "with --raw a memo cell takes a block number";
+        }
+    }
+    if (raw && memo ? value.empty() : !check_value(t, field, args[3], truncate, value, error)) {
+        const char* name_text = qz_dbf_get_field_name(t, field);
+        const std::string name = name_text ? name_text : "?";
         qz_dbf_close(t);
-        return fail(kBadUsage, error);
+        return fail(kBadUsage, "field " + name + ", record " + std::to_string(record) + ": '" +
+                                   args[3] + "' refused: " + error);
     }
     if (!qz_dbf_set_str(t, field, record, value.c_str())) {
         qz_dbf_close(t);
@@ -73,6 +111,8 @@ int cmd_set(const Args& args) {
     // Say so when the table keeps something else than was given: a number
     // too long for its field (kept empty) or rounded, text cut at the
     // field's length.
+    std::string given = trim_blanks(args[3]);
+    std::replace(given.begin(), given.end(), ',', '.');
     bool ok = false;
     std::string stored = cell_text(t, field, record, &ok);
     bool numeric = numeric_field(t, field);
@@ -80,7 +120,7 @@ int cmd_set(const Args& args) {
     if (numeric && !ok) {
         std::fprintf(stderr, "qzdbf: %s does not fit the field: the cell is empty now\n",
                      args[3].c_str());
-    } else if (numeric ? !same_number(stored, value) : stored != trim_blanks(value)) {
+    } else if (numeric ? !same_number(stored, given) : stored != trim_blanks(value)) {
         std::fprintf(stderr, "qzdbf: stored as '%s'\n", stored.c_str());
     }
     return kOk;

@@ -1,5 +1,7 @@
-// qzdbf dump PATH [--csv] [--raw] [--from N] [--count N] [--layer N]
+// qzdbf dump PATH [--layer N] [--csv] [--raw] [--from N] [--count N] [--skip-deleted] [--force]
 //
+// Records marked deleted show a `*` in the first column (a `deleted` column
+// of true/false in CSV); --skip-deleted leaves them out.
 // Prints records as aligned columns for a person, or as CSV (RFC 4180) for a
 // program. Values are system text, that is the terminal's encoding. Memo
 // fields show their text (cut to a column's width in the aligned view, whole
@@ -10,7 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "checked_open.h"
 #include "cli.h"
+#include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
@@ -90,7 +94,7 @@ std::string one_line(std::string text, size_t columns) {
 
 int cmd_dump(const Args& args) {
     std::string path, layer;
-    bool csv = false, raw = false;
+    bool csv = false, raw = false, skip_deleted = false, force = false;
     unsigned long long from = 0, count = 0xFFFFFFFFull;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
@@ -98,6 +102,10 @@ int cmd_dump(const Args& args) {
             csv = true;
         } else if (a == "--raw") {
             raw = true;
+        } else if (a == "--skip-deleted") {
+            skip_deleted = true;
+        } else if (a == "--force") {
+            force = true;
         } else if (a == "--from" || a == "--count") {
             unsigned long long v = 0;
             if (i + 1 >= args.size() || !parse_count(args[i + 1], 0xFFFFFFFFull, v))
@@ -116,8 +124,9 @@ int cmd_dump(const Args& args) {
         }
     }
     if (path.empty()) return fail(kBadUsage, "dump needs a PATH");
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-    if (!t) return fail(kFailed, "cannot open '" + path + "' as a table");
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
+    if (!t) return status;
     std::string error;
     if (!layer.empty() && !select_layer(t, layer, error)) {
         qz_dbf_close(t);
@@ -134,10 +143,19 @@ int cmd_dump(const Args& args) {
     // A cell as shown: memo text for memo fields, else the value's text.
     auto value = [&](unsigned int f, unsigned long long r) {
         std::string text;
-        if (memo[f] && memo_text(t, f, static_cast<unsigned int>(r), text))
-            return csv ? text : one_line(text, kMemoColumns);
+        // A memo cell shows its memo or nothing, never its block number.
+        if (memo[f])
+            return memo_text(t, f, static_cast<unsigned int>(r), text)
+                       ? (csv ? text : one_line(text, kMemoColumns))
+                       : std::string();
         return cell_text(t, f, static_cast<unsigned int>(r), nullptr);
     };
+    // The deletion flag of each record shown; -1 for a record the file does
+    // not hold (reported once when the table was opened).
+    auto deleted = [&](unsigned long long r) {
+        return qz_dbf_get_deleted(t, static_cast<unsigned int>(r));
+    };
+    auto shown = [&](unsigned long long r) { return !skip_deleted || deleted(r) != 1; };
     std::vector<std::string> names(nf);
     for (unsigned int f = 0; f < nf; ++f) {
         const char* name = qz_dbf_get_field_name(t, f);
@@ -145,13 +163,17 @@ int cmd_dump(const Args& args) {
     }
 
     if (csv) {
+        // OGR's sources have no deletion flags, hence no deleted column.
+        const bool flags = qz_dbf_get_storage(t) != qz_dbf_storage_ogr;
         for (unsigned int f = 0; f < nf; ++f)
             std::printf("%s%s", f ? "," : "", csv_field(names[f]).c_str());
-        std::fputs("\r\n", stdout);
+        std::fputs(flags ? ",deleted\r\n" : "\r\n", stdout);
         for (unsigned long long r = first; r < end; ++r) {
+            if (!shown(r)) continue;
             for (unsigned int f = 0; f < nf; ++f) {
                 std::printf("%s%s", f ? "," : "", csv_field(value(f, r)).c_str());
             }
+            if (flags) std::printf(",%s", deleted(r) == 1 ? "true" : "false");
             std::fputs("\r\n", stdout);
         }
         qz_dbf_close(t);
@@ -167,23 +189,25 @@ int cmd_dump(const Args& args) {
     }
     size_t index_width = std::to_string(end > 0 ? end - 1 : 0).size();
     for (unsigned long long r = first; r < end; ++r)
-        for (unsigned int f = 0; f < nf; ++f) {
+        for (unsigned int f = 0; f < nf && shown(r); ++f) {
             size_t w = display_width(value(f, r));
             if (w > width[f]) width[f] = w;
         }
     if (index_width < 1) index_width = 1;
 
-    std::string line;
+    std::string line = "  ";
     pad_to(line, "#", index_width, true);
     for (unsigned int f = 0; f < nf; ++f) {
         line += "  ";
         pad_to(line, names[f], width[f], right[f]);
     }
     put_line(line);
-    line = std::string(index_width, '-');
+    line = "  " + std::string(index_width, '-');
     for (unsigned int f = 0; f < nf; ++f) line += "  " + std::string(width[f], '-');
     put_line(line);
     for (unsigned long long r = first; r < end; ++r) {
+        if (!shown(r)) continue;
+        line = deleted(r) == 1 ? "* " : "  ";
         pad_to(line, std::to_string(r), index_width, true);
         for (unsigned int f = 0; f < nf; ++f) {
             line += "  ";

@@ -3,19 +3,43 @@
 // Loads the table into memory and reads commands from standard input, one a
 // line, so that a script or a person can change it with undo and redo and
 // write it back when done. The file is held by the writer lock meanwhile.
-// Nothing reaches the file before "save"; what is not saved is lost.
+// Nothing reaches the file before "save"; quit asks before unsaved changes
+// are lost. Ctrl-C or SIGTERM close the table (its lock file goes) and lose
+// what is not saved.
+#include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <iostream>
 #include <sstream>
 #include <string>
 
+#include "checked_open.h"
 #include "cli.h"
+#include "qzk_file_dbf_ext.h"
+#include "value_check.h"
 
 namespace qzdbf {
 
 namespace {
+
+std::atomic<int> stop_signal{0};
+
+extern "C" void on_stop_signal(int sig) {
+    stop_signal = sig;
+}
+
+// Ctrl-C and SIGTERM end the reading of commands (the read is interrupted,
+// not restarted) so that the table is closed properly.
+void catch_stop_signals() {
+    struct sigaction sa {};
+    sa.sa_handler = on_stop_signal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = 0;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+}
 
 const char kEditHelp[] =
     "  set FIELD RECORD VALUE   write a value (VALUE is the rest of the line;\n"
@@ -23,9 +47,14 @@ const char kEditHelp[] =
     "  add                      append a blank record\n"
     "  ins RECORD               insert a blank record before RECORD\n"
     "  del RECORD               delete a record\n"
+    "  delmask RECORD...        delete several records as one step\n"
     "  undo, redo               take back the last change, or make it again\n"
     "  save                     write the table to its file\n"
     "  show [FROM [COUNT]]      print the records\n"
+    "  alter CHANGE...          change the fields as one step that undo takes back;\n"
+    "                           CHANGE: --add NAME:TYPE:LEN[:DEC], --drop NAME,\n"
+    "                           --rename OLD=NEW, --retype NAME:TYPE:LEN[:DEC],\n"
+    "                           --move NAME=INDEX\n"
     "  help, quit\n"
     "FIELD is a name or an index; records count from 0.\n";
 
@@ -58,6 +87,9 @@ class Editor {
   private:
     bool set(const std::string& line, const std::vector<std::string>& w, std::string& error);
     bool show(const std::vector<std::string>& w, std::string& error);
+    // Asks whether unsaved changes may be lost; the answer is the next line.
+    bool confirm_quit();
+    bool alter(const std::vector<std::string>& w, std::string& error);
 
     const std::string path;
     Tqz_dbf_memory* mem;
@@ -99,6 +131,11 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
         std::printf("deleted record %u\n", record);
         return true;
     }
+    if (cmd == "delmask") {
+        if (!edit_delmask(view, path, Args(w.begin() + 1, w.end()), error)) return false;
+        changed = true;
+        return true;
+    }
     if ((cmd == "undo" || cmd == "redo") && w.size() == 1) {
         bool done =
             cmd == "undo" ? qz_history_manager_undo(history) : qz_history_manager_redo(history);
@@ -117,16 +154,28 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
         return true;
     }
     if (cmd == "show" && w.size() <= 3) return show(w, error);
+    if (cmd == "alter") return alter(w, error);
     if (cmd == "help" && w.size() == 1) {
         std::fputs(kEditHelp, stdout);
         return true;
     }
     if ((cmd == "quit" || cmd == "exit") && w.size() == 1) {
-        quit = true;
+        quit = !changed || confirm_quit();
         return true;
     }
     error = "unknown command or wrong arguments: '" + trim_blanks(line) + "' (try help)";
     return false;
+}
+
+bool Editor::confirm_quit() {
+    std::printf("the changes are not saved; quit without saving? [y/N] ");
+    std::fflush(stdout);
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return stop_signal != 0 || std::cin.eof();
+    answer = trim_blanks(answer);
+    const bool yes = answer == "y" || answer == "Y" || answer == "yes";
+    if (!yes) std::printf("not quitting; save writes the table\n");
+    return yes;
 }
 
 bool Editor::set(const std::string& line, const std::vector<std::string>& w, std::string& error) {
@@ -136,9 +185,15 @@ bool Editor::set(const std::string& line, const std::vector<std::string>& w, std
     }
     unsigned int field = 0, record = 0;
     std::string value;
-    if (!resolve_field(view, w[1], field, error) || !resolve_record(view, w[2], record, error) ||
-        !prepare_value(view, field, rest_after(line, 3), value, error))
+    if (!resolve_field(view, w[1], field, error) || !resolve_record(view, w[2], record, error))
         return false;
+    const std::string given = rest_after(line, 3);
+    if (!check_value(view, field, given, false, value, error)) {
+        const char* name = qz_dbf_get_field_name(view, field);
+        error += " (field " + std::string(name ? name : "?") + ", record " +
+                 std::to_string(record) + ", value '" + given + "')";
+        return false;
+    }
     if (!qz_dbf_mem_set_str(mem, field, record, value.c_str())) {
         error = "the field cannot hold '" + value + "'";
         changed = true;  // a number the field refuses empties the cell
@@ -165,15 +220,39 @@ bool Editor::show(const std::vector<std::string>& w, std::string& error) {
     return true;
 }
 
+bool Editor::alter(const std::vector<std::string>& w, std::string& error) {
+    Alterations changes;
+    if (!parse_alterations(w, 1, changes, error)) return false;
+    // The descriptor reads the loaded table, which the path names here.
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
+    bool ok = alter_descriptor(d, changes, error);
+    if (ok && !qz_dbf_mem_restruct(mem, d)) {
+        error = "the table cannot take that layout";
+        ok = false;
+    }
+    qz_dbf_restruct_destroy(d);
+    if (!ok) return false;
+    changed = true;
+    print_layout(view, "new layout");
+    return true;
+}
+
 }  // namespace
 
-int cmd_edit(const Args& args) {
+int cmd_edit(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
     if (args.size() != 1) return fail(kBadUsage, "edit takes one PATH");
     const std::string& path = args[0];
+    // The file is checked (and its lock tried) before it is loaded.
+    int checked = kOk;
+    Tqz_dbf_rw* probe = open_table(path, Access::write, force, checked);
+    if (!probe) return checked;
+    qz_dbf_close(probe);
     Tqz_dbf_memory* mem = qz_dbf_mem_load(path.c_str());
     if (!mem)
-        return fail(kFailed,
-                    "cannot load '" + path + "' (missing, not a table, or held by another writer)");
+        return fail(qz_dbf_last_error() == QZ_DBF_ERR_LOCKED ? kIoError : kFailed,
+                    std::string("cannot load: ") + qz_dbf_last_error_message());
     Tqz_dbf_rw* view = qz_dbf_open(path.c_str(), true, false);
     if (!view || !qz_dbf_is_buffered(view)) {
         if (view) qz_dbf_close(view);
@@ -186,6 +265,7 @@ int cmd_edit(const Args& args) {
         std::printf("%s: %u fields, %u records in memory; help lists the commands\n", path.c_str(),
                     qz_dbf_mem_get_nf(mem), qz_dbf_mem_get_nr(mem));
     Editor editor(path, mem, view);
+    catch_stop_signals();
     int status = kOk;
     std::string line;
     for (unsigned long n = 1;; ++n) {
@@ -193,7 +273,7 @@ int cmd_edit(const Args& args) {
             std::fputs("> ", stdout);
             std::fflush(stdout);
         }
-        if (!std::getline(std::cin, line)) break;
+        if (stop_signal != 0 || !std::getline(std::cin, line) || stop_signal != 0) break;
         std::string error;
         bool quit = false;
         if (!editor.run(line, error, quit)) {
@@ -204,9 +284,11 @@ int cmd_edit(const Args& args) {
         std::fflush(stdout);
         if (quit) break;
     }
+    if (stop_signal != 0) std::fprintf(stderr, "\nqzdbf: interrupted\n");
     if (editor.unsaved()) fail(kOk, "changes not saved are lost");
     qz_dbf_close(view);
     qz_dbf_mem_free(mem);
+    if (stop_signal != 0) return 128 + stop_signal;
     return status;
 }
 

@@ -2,25 +2,28 @@
 #include <cstdio>
 #include <string>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "qzk_file_dbf.h"
 #include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
-int cmd_info(const Args& args) {
-    std::string path, layer;
-    for (size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--layer" && i + 1 < args.size())
-            layer = args[++i];
-        else if (args[i] == "--layer" || !path.empty())
-            return fail(kBadUsage, "info needs exactly one PATH (and --layer N)");
-        else
-            path = args[i];
-    }
-    if (path.empty()) return fail(kBadUsage, "info needs exactly one PATH");
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-    if (!t) return fail(kFailed, "cannot open '" + path + "' as a table");
+int cmd_info(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
+    std::string layer;
+    for (size_t i = 0; i + 1 < args.size(); ++i)
+        if (args[i] == "--layer") {
+            layer = args[i + 1];
+            args.erase(args.begin() + i, args.begin() + i + 2);
+            break;
+        }
+    if (args.size() != 1) return fail(kBadUsage, "info needs exactly one PATH");
+    const std::string& path = args[0];
+    int status = kOk;
+    Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
+    if (!t) return status;
     std::string error;
     if (!layer.empty() && !select_layer(t, layer, error)) {
         qz_dbf_close(t);

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "qzk_file_dbf.h"
 
@@ -59,9 +60,19 @@ extern "C" void print_event(Tqz_table* event, void*) {
 
 }  // namespace
 
-int cmd_watch(const Args& args) {
+int cmd_watch(const Args& all_args) {
+    Args args = all_args;
+    const bool force = take_flag(args, "--force");
     if (args.size() != 1) return fail(kBadUsage, "watch needs exactly one PATH");
     const std::string& path = args[0];
+    // A table may be watched before it exists; what exists must be one.
+    std::error_code exists_ec;
+    if (std::filesystem::exists(path, exists_ec)) {
+        int status = kOk;
+        Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
+        if (!t) return status;
+        qz_dbf_close(t);
+    }
     std::wstring wpath;
     if (!path.empty()) {
         int n = qz_code_page_to_wide(0, path.data(), static_cast<int>(path.size()), nullptr, 0);

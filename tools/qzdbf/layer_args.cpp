@@ -35,15 +35,6 @@ std::string layer_name(Tqz_dbf_rw* table, unsigned int layer) {
     return name;
 }
 
-Tqz_dbf_rw* open_for_writing(const std::string& path) {
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-    if (t && qz_dbf_get_storage(t) == qz_dbf_storage_ogr) {
-        qz_dbf_close(t);
-        return nullptr;
-    }
-    return t;
-}
-
 bool select_layer(Tqz_dbf_rw* table, const std::string& arg, std::string& error) {
     unsigned long long n = 0;
     const unsigned int count = qz_dbf_get_nl(table);

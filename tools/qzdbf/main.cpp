@@ -20,7 +20,7 @@ bool parse_count(const std::string& text, unsigned long long max, unsigned long 
     for (char c : text) {
         if (c < '0' || c > '9') return false;
         unsigned d = static_cast<unsigned>(c - '0');
-        if (v > (max - d) / 10) return false;
+        if (d > max || v > (max - d) / 10) return false;
         v = v * 10 + d;
     }
     out = v;
@@ -34,11 +34,12 @@ namespace {
 const char kUsage[] =
     "usage: qzdbf COMMAND ...\n"
     "\n"
-    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8]\n"
-    "      create a table; TYPE is one of C N F L D I B M P\n"
+    "  create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--fix-names]\n"
+    "      create a table; TYPE is one of C N F L D I B M P. Field names must\n"
+    "      follow the rules (see names); --fix-names repairs those that do not\n"
     "  info PATH [--layer N]\n"
     "      print the table's version, date, counts, lengths, encoding and fields\n"
-    "  dump PATH [--csv] [--raw] [--from N] [--count N] [--layer N]\n"
+    "  dump PATH [--layer N] [--csv] [--raw] [--from N] [--count N]\n"
     "      print records (from record N, N records) as columns, or as CSV;\n"
     "      memo fields show their text, or with --raw their block numbers\n"
     "  get PATH FIELD RECORD\n"
@@ -50,10 +51,31 @@ const char kUsage[] =
     "  edit PATH\n"
     "      load the table into memory and change it with commands read from\n"
     "      standard input: set FIELD RECORD VALUE, add, ins RECORD, del RECORD,\n"
-    "      undo, redo, save, show [FROM [COUNT]], help, quit\n"
+    "      delmask RECORD..., undo, redo, save, show [FROM [COUNT]],\n"
+    "      alter OPTIONS (as for alter), help, quit\n"
+    "  alter PATH [--add NAME:TYPE:LEN[:DEC]] [--drop NAME] [--rename OLD=NEW]\n"
+    "            [--retype NAME:TYPE:LEN[:DEC]] [--move NAME=INDEX]...\n"
+    "      change the table's fields, several in one rewrite, keeping its records;\n"
+    "      prints the old and the new layout\n"
+    "  pack PATH\n"
+    "      remove for good the records whose deletion flag is set\n"
+    "  delete PATH RECORD...\n"
+    "      remove the named records for good (the table is rewritten)\n"
+    "  names PATH\n"
+    "      list the fields whose names break the rules (1 to 10 of A-Z 0-9 _,\n"
+    "      a letter first, none alike in any case) with their repair; exit 1\n"
+    "      when there are some, 3 when the table cannot be read\n"
     "  watch PATH\n"
     "      print a line (time and kind) for each update event of the table,\n"
     "      whoever changes it, until interrupted\n"
+    "  check PATH...\n"
+    "      print what is wrong with each file (header, fields, records, memo\n"
+    "      file, values); exit status 1 when anything is found\n"
+    "\n"
+    "Every command checks the file first: what is not a dBASE table is\n"
+    "refused (exit status 2) and left untouched; --force reads it anyway.\n"
+    "Values are checked before anything is written (exit status 2, table\n"
+    "unchanged); a locked, read-only or unreadable file gives exit status 3.\n"
     "\n"
     "Text is read and printed in the terminal's encoding (LC_ALL / LANG).\n";
 
@@ -79,7 +101,12 @@ int main(int argc, char** argv) {
     if (command == "set") return qzdbf::cmd_set(args);
     if (command == "append") return qzdbf::cmd_append(args);
     if (command == "edit") return qzdbf::cmd_edit(args);
+    if (command == "alter") return qzdbf::cmd_alter(args);
     if (command == "watch") return qzdbf::cmd_watch(args);
+    if (command == "pack") return qzdbf::cmd_pack(args);
+    if (command == "delete") return qzdbf::cmd_delete(args);
+    if (command == "names") return qzdbf::cmd_names(args);
+    if (command == "check") return qzdbf::cmd_check(args);
     std::fputs(kUsage, stderr);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }

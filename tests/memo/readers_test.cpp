@@ -1,0 +1,249 @@
+// The FPT and DBT readers on hand-built files: what a block reads as, how the
+// buffer grows, and hostile files. Every read goes through `read`, which
+// checks what any answer must satisfy: a length within the file, a
+// terminating zero, and a buffer no larger than the file could fill.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+#include "memo/dbt_rw.h"
+#include "memo/fpt_rw.h"
+#include "memo_files.h"
+#include "qzk_file_dbf.h"
+#include "test_support.h"
+
+using namespace memo_test;
+
+namespace {
+
+constexpr unsigned kText = 0x01000000u;  // type 1 of the file, reported unswapped
+const std::string kNull = "<null>";
+
+template <class R>
+std::string read(R& r, unsigned int block, size_t file_size, unsigned int* type_out = nullptr) {
+    unsigned int len = 12345, type = 12345;
+    const char* m = r.get_memo(block, len, type);
+    if (type_out) *type_out = type;
+    EXPECT_LE(r.get_buff_size(), std::max<int32_t>(1024, static_cast<int32_t>(file_size) + 1))
+        << "block " << block;
+    if (!m) {
+        EXPECT_EQ(len, 0u) << "block " << block;
+        return kNull;
+    }
+    EXPECT_LE(len, file_size) << "block " << block;
+    EXPECT_LT(static_cast<int32_t>(len), r.get_buff_size());
+    EXPECT_EQ(m[len], 0) << "block " << block;
+    return std::string(m, len);
+}
+
+const unsigned int hostile_blocks[] = {
+    0, 1, 2, 7, 8, 63, 64, 1000, 0x00FFFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
+
+struct Case {
+    unsigned int block;
+    std::string memo;  // kNull for no memo
+    unsigned int type;
+};
+
+TEST(FptReader, BlocksReadAsWritten) {
+    qz_test::Temp_dir dir;
+    auto file = fpt_file(64, 40);
+    fpt_put(file, 64, 8, 1, "hello");
+    fpt_put(file, 64, 9, 0, std::string("p\0q\xFFr", 5));
+    fpt_put(file, 64, 10, 2, "ole");
+    fpt_put(file, 64, 11, 1, "");
+    fpt_put(file, 64, 12, 1, pattern(3000));
+    fpt_put(file, 64, 60, 1, "only this much", 0xFFFFFFFF);
+    file.resize(61 * 64 + 4, 0);  // block 61's header is cut short
+    qz_test::write_bytes(dir.file("m.fpt"), file);
+
+    const Case cases[] = {
+        {8, "hello", kText},
+        {9, std::string("p\0q\xFFr", 5), 0},  // a picture: zero bytes kept
+        {10, "ole", 0x02000000u},
+        {11, "", kText},  // empty, not a failure
+        {12, pattern(3000), kText},
+        // A length field past the end of the file reads the rest of the file.
+        {60, "only this much" + std::string(46, '\0'), kText},
+        {61, kNull, 0},
+        {1000000, kNull, 0},
+    };
+    Tqz_fpt_rw r;
+    EXPECT_EQ(r.get_buff_size(), 1024);
+    ASSERT_EQ(r.open(dir.wfile("m.fpt").c_str(), true), 0);
+    EXPECT_EQ(r.get_file_hdr().block_size, 64) << "kept in host order";
+    for (const Case& c : cases) {
+        unsigned int type = 0;
+        EXPECT_EQ(read(r, c.block, file.size(), &type), c.memo) << "block " << c.block;
+        EXPECT_EQ(type, c.type) << "block " << c.block;
+    }
+    EXPECT_EQ(r.get_buff_size(), 3001) << "grown to exactly len + 1, never shrunk";
+    auto at_end = fpt_file(64);
+    fpt_put(at_end, 64, 8, 1, "", 0x7FFFFFF0);  // a header and nothing after it
+    qz_test::write_bytes(dir.file("end.fpt"), at_end);
+    Tqz_fpt_rw e;
+    ASSERT_EQ(e.open(dir.wfile("end.fpt").c_str(), true), 0);
+    EXPECT_EQ(read(e, 8, at_end.size()), "");
+    Tfpt_block_hdr bh;
+    ASSERT_TRUE(r.read_block_hdr(8, &bh));
+    EXPECT_EQ(bh.length, 0x05000000u) << "a block header as in the file";
+    EXPECT_FALSE(r.read_block_hdr(61, &bh));
+
+    // Other block sizes, negative ones and 0 (every block is the file header).
+    struct Size {
+        uint16_t bs;
+        unsigned block;
+        std::string memo;
+    };
+    for (const Size& s :
+         {Size{512, 3, "at 3"}, Size{1, 600, "at 600"}, Size{0x8000, 1, kNull},
+          Size{0xFFFF, 1, kNull}, Size{0xFE00, 1, kNull}, Size{0, 5, std::string(504, '\0')}}) {
+        auto f = fpt_file(s.bs, 1);
+        if (s.bs == 0) f[4] = f[5] = 0xFF;  // read as the memo length FFFF0000
+        if (s.memo != kNull && s.bs) fpt_put(f, s.bs, s.block, 1, s.memo);
+        if (s.bs) f.resize(std::max<size_t>(f.size(), 4096), 'x');
+        qz_test::write_bytes(dir.file("b.fpt"), f);
+        Tqz_fpt_rw rb;
+        ASSERT_EQ(rb.open(dir.wfile("b.fpt").c_str(), false), 0) << "rb+ opens too";
+        EXPECT_EQ(rb.get_file_hdr().block_size, static_cast<int16_t>(s.bs));
+        const std::string got = read(rb, s.block, f.size());
+        EXPECT_EQ(got.substr(0, s.memo.size()), s.memo) << "block size " << s.bs;
+        for (unsigned int b : hostile_blocks) read(rb, b, f.size());
+    }
+}
+
+TEST(DbtReader, MemosRunToTheTerminatorWithinSixtyFourKib) {
+    qz_test::Temp_dir dir;
+    auto file = dbt_file(400);
+    dbt_put(file, 1, "short\x1A\x1A");
+    dbt_put(file, 3, pattern(700) + "\x1A");  // across two chunks
+    dbt_put(file, 5, "\x1A");
+    dbt_put(file, 6, pattern(512) + "\x1A");  // terminator opens chunk 2
+    dbt_put(file, 10, pattern(65535) + "\x1A");
+    dbt_put(file, 140, pattern(65536) + "\x1A");
+    dbt_put(file, 270, pattern(70000, 'A') + "\x1A");
+    dbt_put(file, 420, "tail without terminator");
+    qz_test::write_bytes(dir.file("m.dbt"), file);
+
+    const Case cases[] = {
+        {1, "short", 1},
+        {3, pattern(700), 1},
+        {4, pattern(700).substr(512), 1},  // a block inside a memo starts one of its own
+        {5, kNull, 1},                     // empty reads as none, terminator found
+        {6, pattern(512), 1},
+        {10, pattern(65535), 1},
+        {140, kNull, 0},  // terminator past the first 64 KiB
+        {270, kNull, 0},
+        {420, kNull, 0},           // end of file first
+        {0x00800001, "short", 1},  // the offset wraps in 32 bits to block 1
+        {0x007FFFFF, kNull, 0},
+    };
+    Tqz_dbt_rw r;
+    ASSERT_EQ(r.open(dir.wfile("m.dbt").c_str(), true), 0);
+    EXPECT_EQ(r.get_file_hdr().bytes[0], 400 % 256);
+    for (const Case& c : cases) {
+        unsigned int type = 0;
+        EXPECT_EQ(read(r, c.block, file.size(), &type), c.memo) << "block " << c.block;
+        EXPECT_EQ(type, c.type) << "block " << c.block;
+    }
+    EXPECT_EQ(r.get_buff_size(), 65536);
+}
+
+TEST(MemoReader, BufferCloseReopenAndPaths) {
+    qz_test::Temp_dir dir;
+    auto file = fpt_file(16);
+    fpt_put(file, 16, 32, 1, "memo text");
+    qz_test::write_bytes(dir.file("m.fpt"), file);
+
+    Tqz_fpt_rw r;
+    r.set_buff_size(-5);
+    EXPECT_EQ(r.get_buff_size(), 0);
+    ASSERT_EQ(r.open(dir.wfile("m.fpt").c_str(), true), 0);
+    EXPECT_EQ(read(r, 32, file.size()), "memo text") << "grows from nothing";
+    EXPECT_EQ(r.get_buff_size(), 10);
+    r.close();
+    EXPECT_FALSE(r.is_open());
+    EXPECT_EQ(r.get_buff_size(), 0);
+    EXPECT_EQ(read(r, 32, file.size()), kNull) << "a closed reader reads nothing";
+    ASSERT_EQ(r.open(dir.file("m.fpt").c_str(), true), 0) << "reopen, narrow path";
+    EXPECT_EQ(read(r, 32, file.size()), "memo text");
+    for (const std::string& bad : {dir.file("missing.fpt"), std::string(), dir.path()})
+        EXPECT_EQ(r.open(qz_test::widen(bad).c_str(), true), 1) << bad;
+    Tqz_dbt_rw d;
+    EXPECT_EQ(d.open(static_cast<const char*>(nullptr), true), 1);
+}
+
+// Wide paths and reads through the exports are compared with dbfread in
+// corpus_test.cpp.
+TEST(MemoExports, NarrowPathsNullCountsAndNeutralHandles) {
+    qz_test::Temp_dir dir;
+    auto fpt = fpt_file(64);
+    fpt_put(fpt, 64, 8, 1, "hello");
+    qz_test::write_bytes(dir.file("m.fpt"), fpt);
+    auto dbt = dbt_file();
+    dbt_put(dbt, 2, "dbt\x1A");
+    qz_test::write_bytes(dir.file("m.dbt"), dbt);
+    Tqz_fpt_rw* f = qz_fpt_open(dir.file("m.fpt").c_str(), false);
+    Tqz_dbt_rw* d = qz_dbt_open(dir.file("m.dbt").c_str(), true);
+    ASSERT_TRUE(f && d);
+    unsigned int len = 7, type = 7;
+    EXPECT_STREQ(qz_fpt_get_memo(f, 8, nullptr, nullptr), "hello") << "counts may be left out";
+    EXPECT_STREQ(qz_dbt_get_memo(d, 2, &len, nullptr), "dbt");
+    EXPECT_EQ(len, 3u);
+    qz_fpt_close(f);
+    qz_dbt_close(d);
+
+    EXPECT_EQ(qz_fpt_open_w(dir.wfile("none.fpt").c_str(), true), nullptr);
+    EXPECT_EQ(qz_dbt_open(dir.file("none.dbt").c_str(), true), nullptr);
+    EXPECT_EQ(qz_dbt_open_w(qz_test::widen(dir.path()).c_str(), true), nullptr);
+    EXPECT_EQ(qz_fpt_open(nullptr, true), nullptr);
+    qz_fpt_close(nullptr);
+    qz_dbt_close(nullptr);
+    EXPECT_EQ(qz_fpt_get_memo(nullptr, 8, &len, &type), nullptr);
+    EXPECT_EQ(len + type, 0u);
+    len = 7;
+    EXPECT_EQ(qz_dbt_get_memo(nullptr, 2, &len, &type), nullptr);
+    EXPECT_EQ(len, 0u);
+}
+
+// Random, short and empty files, one pair of readers reopened on each: the
+// headers read are the file's bytes with zeros where it ends, and reads with
+// any block number stay inside the file and the buffer (the sanitizer build
+// checks the rest).
+TEST(MemoReader, RandomAndShortFilesSurvive) {
+    qz_test::Temp_dir dir;
+    std::mt19937 rng(20240611);
+    Tqz_fpt_rw f;
+    Tqz_dbt_rw d;
+    for (int round = 0; round < 160; ++round) {
+        std::vector<uint8_t> bytes;
+        if (round >= 150) {
+            bytes.assign(std::vector<size_t>{0, 1, 7, 300, 511}[round % 5], 0x1A);
+        } else {
+            bytes.resize(rng() % 6000);
+            for (auto& b : bytes) b = static_cast<uint8_t>(rng() % 4 == 0 ? 0x1A : rng());
+        }
+        if (bytes.size() >= 8 && round % 2 == 0) bytes[6] = 0, bytes[7] = 1 + rng() % 64;
+        qz_test::write_bytes(dir.file("r.fpt"), bytes);
+        qz_test::write_bytes(dir.file("r.dbt"), bytes);
+        f.set_buff_size(1024);  // the buffer bound is per file
+        d.set_buff_size(1024);
+        ASSERT_EQ(f.open(dir.wfile("r.fpt").c_str(), true), 0);
+        ASSERT_EQ(d.open(dir.wfile("r.dbt").c_str(), true), 0);
+        std::vector<uint8_t> header(bytes.begin(),
+                                    bytes.begin() + std::min<size_t>(512, bytes.size()));
+        header.resize(512, 0);
+        EXPECT_EQ(std::vector<uint8_t>(d.get_file_hdr().bytes, d.get_file_hdr().bytes + 512),
+                  header);
+        EXPECT_EQ(f.get_file_hdr().block_size, static_cast<int16_t>(header[6] << 8 | header[7]));
+        for (int k = 0; k < 40; ++k) {
+            unsigned int block = k < 13 ? hostile_blocks[k] : k < 26 ? rng() % 128 : rng();
+            read(f, block, bytes.size());
+            read(d, block, bytes.size());
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// Small tables for the restructuring tests, made through the C interface.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "qzk_file_dbf.h"
+
+namespace restruct_test {
+
+struct Column {
+    const char* name;
+    char type;
+    unsigned char flen;
+    signed char dlen;
+};
+
+inline Tqz_dbf_field field(const Column& c) {
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, c.name, qz_char2dbftype(c.type), c.flen, c.dlen);
+    return f;
+}
+
+enum class Encoding { cp1251, cp866, utf8 };
+
+// A table of `columns` holding `rows` (system text through qz_dbf_set_str;
+// a missing cell stays blank), in the given encoding. True when made.
+inline bool make_table(const std::wstring& path, const std::vector<Column>& columns,
+                       const std::vector<std::vector<std::string>>& rows,
+                       Encoding enc = Encoding::cp1251) {
+    std::vector<Tqz_dbf_field> fields;
+    for (const Column& c : columns) fields.push_back(field(c));
+    Tqz_dbf_rw* t =
+        qz_dbf_create_w(path.c_str(), static_cast<unsigned>(fields.size()),
+                        static_cast<unsigned>(rows.size()), fields.data(), enc == Encoding::cp866);
+    if (!t) return false;
+    if (enc == Encoding::utf8) qz_dbf_set_utf8_flag(t, true);
+    // The names again, in the table's encoding and not cut to 10 bytes of
+    // system text.
+    for (size_t i = 0; i < columns.size(); ++i)
+        qz_dbf_set_field_name(t, static_cast<unsigned>(i), columns[i].name);
+    for (size_t r = 0; r < rows.size(); ++r)
+        for (size_t k = 0; k < rows[r].size() && k < columns.size(); ++k)
+            if (!rows[r][k].empty())
+                qz_dbf_set_str(t, static_cast<unsigned>(k), static_cast<unsigned>(r),
+                               rows[r][k].c_str());
+    qz_dbf_close(t);
+    return true;
+}
+
+// A cell's text (empty for no text).
+inline std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record) {
+    bool ok = false;
+    const char* s = qz_dbf_get_str(t, field, record, ok);
+    return s ? s : "";
+}
+
+// Every cell of the table at `path` as text, record by record; empty when it
+// does not open.
+inline std::vector<std::vector<std::string>> cells(const std::wstring& path) {
+    std::vector<std::vector<std::string>> out;
+    Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
+    if (!t) return out;
+    for (unsigned r = 0; r < qz_dbf_get_nr(t); ++r) {
+        out.emplace_back();
+        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) out.back().push_back(cell(t, f, r));
+    }
+    qz_dbf_close(t);
+    return out;
+}
+
+// The layout "NAME:T:LEN:DEC,..." of the table at `path`.
+inline std::string layout(const std::wstring& path) {
+    std::string out;
+    Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
+    if (!t) return "(none)";
+    for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) {
+        if (f) out += ",";
+        const char* n = qz_dbf_get_field_name(t, f);
+        out += std::string(n ? n : "") + ":" +
+               static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, f))) + ":" +
+               std::to_string(qz_dbf_get_field_flen(t, f)) + ":" +
+               std::to_string(qz_dbf_get_field_dlen(t, f));
+    }
+    qz_dbf_close(t);
+    return out;
+}
+
+}  // namespace restruct_test

@@ -1,0 +1,183 @@
+// qzdbf alter PATH [--add NAME:TYPE:LEN[:DEC]] [--drop NAME] [--rename OLD=NEW]
+//                  [--retype NAME:TYPE:LEN[:DEC]] [--move NAME=INDEX]...
+//
+// Every change of one call goes into one restructure descriptor, applied
+// once: the table is rewritten a single time (or, when it is loaded as a
+// memory table in this process, restructured there). The changes apply in
+// the order given; names refer to the layout as the earlier changes left it.
+#include <strings.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "cli.h"
+#include "field_names.h"
+
+namespace qzdbf {
+
+namespace {
+
+// Whether `name` may name a new field: the field-name rules, with the
+// repair named in the message.
+bool check_field_name(const std::string& name, std::string& error) {
+    if (name_is_ok(name)) return true;
+    error = "'" + name + "' is not a field name (" + name_problem(name) + "); '" + name_fix(name) +
+            "' would be";
+    return false;
+}
+
+// The entry named `name`: exactly, else in any letter case; -1 when none.
+int find_entry(Tqz_dbf_rstrct* d, const std::string& name) {
+    const int n = qz_dbf_restruct_count(d);
+    for (int i = 0; i < n; ++i)
+        if (name == qz_dbf_restruct_get_field(d, i)->name) return i;
+    for (int i = 0; i < n; ++i)
+        if (strcasecmp(name.c_str(), qz_dbf_restruct_get_field(d, i)->name) == 0) return i;
+    return -1;
+}
+
+bool entry_or_error(Tqz_dbf_rstrct* d, const std::string& name, int& idx, std::string& error) {
+    idx = find_entry(d, name);
+    if (idx < 0) error = "no field '" + name + "'";
+    return idx >= 0;
+}
+
+// A name no other entry than `except` has (letter case ignored).
+bool unused_name(Tqz_dbf_rstrct* d, const std::string& name, int except, std::string& error) {
+    if (!check_field_name(name, error)) return false;
+    const int n = qz_dbf_restruct_count(d);
+    for (int i = 0; i < n; ++i)
+        if (i != except && strcasecmp(name.c_str(), qz_dbf_restruct_get_field(d, i)->name) == 0) {
+            error = "a field named '" + name + "' is there already";
+            return false;
+        }
+    return true;
+}
+
+bool split_pair(const std::string& text, std::string& a, std::string& b) {
+    size_t eq = text.find('=');
+    if (eq == std::string::npos) return false;
+    a = text.substr(0, eq);
+    b = text.substr(eq + 1);
+    return !a.empty() && !b.empty();
+}
+
+}  // namespace
+
+bool parse_alterations(const Args& args, size_t first, Alterations& out, std::string& error) {
+    static const char* const options[] = {"--add", "--drop", "--rename", "--retype", "--move"};
+    for (size_t i = first; i < args.size(); ++i) {
+        bool known = false;
+        for (const char* o : options) known = known || args[i] == o;
+        if (!known) {
+            error = "unknown alteration '" + args[i] + "'";
+            return false;
+        }
+        if (i + 1 >= args.size()) {
+            error = args[i] + " needs an argument";
+            return false;
+        }
+        out.emplace_back(args[i], args[i + 1]);
+        ++i;
+    }
+    if (out.empty()) error = "no alteration given (--add, --drop, --rename, --retype, --move)";
+    return !out.empty();
+}
+
+bool alter_descriptor(Tqz_dbf_rstrct* d, const Alterations& changes, std::string& error) {
+    for (const auto& [option, value] : changes) {
+        int idx = -1;
+        if (option == "--add") {
+            Tqz_dbf_field f;
+            if (!parse_field(value, f, error) || !unused_name(d, f.name, -1, error)) return false;
+            qz_dbf_restruct_add_field(d, &f);
+        } else if (option == "--drop") {
+            if (!entry_or_error(d, value, idx, error)) return false;
+            qz_dbf_restruct_remove_field_idx(d, idx);
+        } else if (option == "--rename") {
+            std::string from, to;
+            if (!split_pair(value, from, to)) {
+                error = "--rename takes OLD=NEW";
+                return false;
+            }
+            if (!entry_or_error(d, from, idx, error) || !unused_name(d, to, idx, error))
+                return false;
+            Tqz_dbf_field* f = qz_dbf_restruct_get_field(d, idx);
+            std::memset(f->name, 0, sizeof f->name);
+            std::memcpy(f->name, to.data(), to.size());
+        } else if (option == "--retype") {
+            Tqz_dbf_field spec;
+            if (!parse_field(value, spec, error) || !entry_or_error(d, spec.name, idx, error))
+                return false;
+            Tqz_dbf_field* f = qz_dbf_restruct_get_field(d, idx);
+            f->type = spec.type;
+            f->flen = spec.flen;
+            f->dlen = spec.dlen;
+        } else if (option == "--move") {
+            std::string name, at;
+            unsigned long long to = 0;
+            const int n = qz_dbf_restruct_count(d);
+            if (!split_pair(value, name, at)) {
+                error = "--move takes NAME=INDEX";
+                return false;
+            }
+            if (!entry_or_error(d, name, idx, error)) return false;
+            if (!parse_count(at, static_cast<unsigned long long>(n - 1), to)) {
+                error = "--move: index '" + at + "' is not from 0 to " + std::to_string(n - 1);
+                return false;
+            }
+            qz_dbf_restruct_move_field(d, idx, static_cast<int>(to));
+        }
+    }
+    if (qz_dbf_restruct_count(d) == 0) {
+        error = "a table needs at least one field";
+        return false;
+    }
+    return true;
+}
+
+void print_layout(Tqz_dbf_rw* t, const char* title) {
+    std::printf("%s\n  %4s  %-10s  %4s  %3s  %3s\n", title, "#", "name", "type", "len", "dec");
+    for (unsigned int i = 0; i < qz_dbf_get_nf(t); ++i) {
+        const char* name = qz_dbf_get_field_name(t, i);
+        std::printf("  %4u  %-10s  %4c  %3u  %3d\n", i, name ? name : "",
+                    static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, i))),
+                    qz_dbf_get_field_flen(t, i), qz_dbf_get_field_dlen(t, i));
+    }
+}
+
+int cmd_alter(const Args& args) {
+    if (args.empty() || args[0].empty() || args[0][0] == '-')
+        return fail(kBadUsage, "alter needs a PATH, then alterations");
+    const std::string& path = args[0];
+    Alterations changes;
+    std::string error;
+    if (!parse_alterations(args, 1, changes, error)) return fail(kBadUsage, error);
+
+    Tqz_dbf_rw* before = qz_dbf_open(path.c_str(), true, false);
+    if (!before) return fail(kFailed, "cannot open '" + path + "'");
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
+    if (!alter_descriptor(d, changes, error)) {
+        qz_dbf_restruct_destroy(d);
+        qz_dbf_close(before);
+        return fail(kBadUsage, error + "; nothing changed");
+    }
+    print_layout(before, "old layout");
+    const unsigned int records = qz_dbf_get_nr(before);
+    qz_dbf_close(before);
+
+    const bool done = qz_dbf_restruct_apply(d);
+    qz_dbf_restruct_destroy(d);
+    if (!done)
+        return fail(kFailed, "cannot rewrite '" + path +
+                                 "' (held by another writer, or not writable); nothing changed");
+    Tqz_dbf_rw* after = qz_dbf_open(path.c_str(), true, false);
+    if (!after) return fail(kFailed, "cannot open '" + path + "' after the rewrite");
+    print_layout(after, "new layout");
+    std::printf("%u records kept\n", records);
+    qz_dbf_close(after);
+    return kOk;
+}
+
+}  // namespace qzdbf

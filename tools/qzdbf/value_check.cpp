@@ -1,0 +1,234 @@
+#include "value_check.h"
+
+#include <cctype>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "cli.h"
+
+namespace qzdbf {
+
+namespace {
+
+std::string lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+// A number as a person types it: a sign, digits with one decimal point or
+// comma, an exponent. The text with a point, or false.
+bool number_syntax(const std::string& text, bool whole, std::string& out) {
+    out.clear();
+    size_t i = 0;
+    bool digits = false, point = false;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) out += text[i++];
+    for (; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c >= '0' && c <= '9') {
+            digits = true;
+            out += c;
+        } else if ((c == '.' || c == ',') && !point && !whole) {
+            point = true;
+            out += '.';
+        } else {
+            break;
+        }
+    }
+    if (!digits) return false;
+    if (i < text.size() && (text[i] == 'e' || text[i] == 'E') && !whole) {
+        out += 'e';
+        ++i;
+        if (i < text.size() && (text[i] == '+' || text[i] == '-')) out += text[i++];
+        bool exp = false;
+        for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
+            out += text[i];
+            exp = true;
+        }
+        if (!exp) return false;
+    }
+    return i == text.size();
+}
+
+bool parse_double(const std::string& text, double& v) {
+    std::string s = text;
+    if (!s.empty() && s[0] == '+') s.erase(0, 1);
+    auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+    return ec == std::errc() && end == s.data() + s.size() && std::isfinite(v);
+}
+
+std::wstring to_wide(unsigned cp, const std::string& text) {
+    if (text.empty()) return std::wstring();
+    const int len = static_cast<int>(text.size());
+    int n = qz_code_page_to_wide(cp, text.data(), len, nullptr, 0);
+    std::wstring w(static_cast<size_t>(n > 0 ? n : 0), L'\0');
+    if (n > 0) qz_code_page_to_wide(cp, text.data(), len, w.data(), n);
+    return w;
+}
+
+std::string from_wide(unsigned cp, const std::wstring& w) {
+    if (w.empty()) return std::string();
+    const int len = static_cast<int>(w.size());
+    int n = qz_wide_to_code_page(cp, w.data(), len, nullptr, 0);
+    std::string s(static_cast<size_t>(n > 0 ? n : 0), '\0');
+    if (n > 0) qz_wide_to_code_page(cp, w.data(), len, s.data(), n);
+    return s;
+}
+
+// Why a text is no number: its first character that cannot be part of one.
+std::string not_a_number(const std::string& text) {
+    for (char c : text)
+        if (!std::strchr("0123456789+-.,eE", c))
+            return std::string("'") + c + "' cannot be part of a number";
+    return "it is not a number";
+}
+
+std::string character_text(wchar_t c) {
+    return from_wide(65001, std::wstring(1, c));
+}
+
+bool check_text(Tqz_dbf_rw* t, unsigned int field, const std::string& input, bool truncate,
+                std::string& out, std::string& error) {
+    const unsigned cp = qz_dbf_get_utf8_flag(t) ? 65001 : qz_dbf_get_dos_flag(t) ? 866 : 1251;
+    const char* cp_name = cp == 65001 ? "UTF-8" : cp == 866 ? "CP866" : "CP1251";
+    const std::wstring wide = to_wide(0, input);
+    if (!input.empty() && (wide.empty() || from_wide(0, wide) != input)) {
+        error = "it is not valid text in the terminal's encoding";
+        return false;
+    }
+    // Every character must survive the table's code page.
+    for (wchar_t c : wide) {
+        const std::wstring one(1, c);
+        if (to_wide(cp, from_wide(cp, one)) != one) {
+            error = "the character '" + character_text(c) + "' cannot be stored in " + cp_name;
+            return false;
+        }
+    }
+    const unsigned flen = qz_dbf_get_field_flen(t, field);
+    size_t bytes = 0, keep = 0;
+    for (; keep < wide.size(); ++keep) {
+        const size_t n = from_wide(cp, wide.substr(keep, 1)).size();
+        if (bytes + n > flen) break;
+        bytes += n;
+    }
+    if (keep < wide.size()) {
+        if (!truncate) {
+            error = "it takes " + std::to_string(from_wide(cp, wide).size()) + " bytes in " +
+                    cp_name + ", the field holds " + std::to_string(flen) + " (--truncate cuts it)";
+            return false;
+        }
+        std::fprintf(stderr, "qzdbf: cut to %zu of %zu characters\n", keep, wide.size());
+    }
+    out = from_wide(0, wide.substr(0, keep));
+    return true;
+}
+
+}  // namespace
+
+bool valid_date(const std::string& d) {
+    if (d.size() != 8) return false;
+    for (char c : d)
+        if (c < '0' || c > '9') return false;
+    const int year = std::stoi(d.substr(0, 4)), month = std::stoi(d.substr(4, 2)),
+              day = std::stoi(d.substr(6, 2));
+    if (year < 1 || month < 1 || month > 12 || day < 1) return false;
+    static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
+    return day <= days[month - 1] + (month == 2 && leap ? 1 : 0);
+}
+
+bool check_value(Tqz_dbf_rw* t, unsigned int field, const std::string& input, bool truncate,
+                 std::string& out, std::string& error) {
+    out.clear();
+    const std::string value = trim_blanks(input);
+    const unsigned flen = qz_dbf_get_field_flen(t, field);
+    const int dec = qz_dbf_get_field_dlen(t, field);
+    std::string number;
+    switch (qz_dbf_get_field_type(t, field)) {
+        case dbf_ft_numeric:
+        case dbf_ft_float: {
+            if (value.empty()) return true;
+            double v = 0;
+            if (!number_syntax(value, false, number) || !parse_double(number, v)) {
+                error = not_a_number(value);
+                return false;
+            }
+            const int places = dec > 0 ? dec : 0;
+            char text[400];
+            const int n = std::snprintf(text, sizeof text, "%.*f", places, v);
+            if (n < 0 || static_cast<unsigned>(n) > flen) {
+                error = "it does not fit the field (" + std::to_string(flen) + " characters, " +
+                        std::to_string(places) + " decimals)";
+                return false;
+            }
+            out = text;
+            return true;
+        }
+        case dbf_ft_integer: {
+            if (value.empty()) return true;
+            long long v = 0;
+            std::string s;
+            if (!number_syntax(value, true, s)) {
+                error = "it is not a whole number";
+                return false;
+            }
+            if (!s.empty() && s[0] == '+') s.erase(0, 1);
+            auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+            if (ec != std::errc() || end != s.data() + s.size() || v < -2147483648LL ||
+                v > 2147483647LL) {
+                error = "it is outside -2147483648..2147483647";
+                return false;
+            }
+            out = std::to_string(v);
+            return true;
+        }
+        case dbf_ft_double: {
+            if (value.empty()) return true;
+            double v = 0;
+            if (!number_syntax(value, false, number) || !parse_double(number, v)) {
+                error = "it is not a finite number";
+                return false;
+            }
+            out = number;
+            return true;
+        }
+        case dbf_ft_logical: {
+            const std::string l = lower(value);
+            if (l.empty() || l == "?") return true;
+            if (l == "t" || l == "true" || l == "y" || l == "yes" || l == "1") {
+                out = "T";
+                return true;
+            }
+            if (l == "f" || l == "false" || l == "n" || l == "no" || l == "0") {
+                out = "F";
+                return true;
+            }
+            error = "a logical value is T, F, Y, N, true, false, yes, no, 1 or 0";
+            return false;
+        }
+        case dbf_ft_date: {
+            if (value.empty()) return true;
+            std::string d = value;
+            if (d.size() == 10 && d[4] == '-' && d[7] == '-')
+                d = d.substr(0, 4) + d.substr(5, 2) + d.substr(8, 2);
+            if (!valid_date(d)) {
+                error = "it is not a day of the calendar as YYYYMMDD or YYYY-MM-DD";
+                return false;
+            }
+            out = d;
+            return true;
+        }
+        case dbf_ft_memo:
+        case dbf_ft_picture:
+            error =
+                "a memo cell holds the block number of its memo; text written there would "
+                "lose the memo";
+            return false;
+        default:
+            return check_text(t, field, input, truncate, out, error);
+    }
+}
+
+}  // namespace qzdbf
