@@ -233,7 +233,8 @@ QZ_DBF_API int qz_dbf_get_last_valid_error(Tqz_dbf_rw* handle);
  * past the last record included. Memo and code page files stay as they are.
  * 0 on success, and also when the copy cannot be made or put in place (the
  * table is then unchanged); 1 when the table cannot be opened, another
- * writer holds it, or `mask` is null (nothing changes). */
+ * writer holds it, its fields do not fill its records exactly, or `mask` is
+ * null (nothing changes). */
 QZ_DBF_API unsigned int qz_dbf_del_records_by_msk_and_fn(const wchar_t* path, void* mask);
 
 /* ---- Table properties ----------------------------------------------------------- */

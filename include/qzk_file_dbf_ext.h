@@ -43,7 +43,9 @@ enum {
     QZ_DBF_DELMASK_LOCKED = 2,        /* another writer holds the table */
     QZ_DBF_DELMASK_NO_MASK = 3,       /* the mask is null */
     QZ_DBF_DELMASK_COPY_FAILED = 4,   /* the temporary copy could not be made whole */
-    QZ_DBF_DELMASK_REPLACE_FAILED = 5 /* the copy could not take the table's place */
+    QZ_DBF_DELMASK_REPLACE_FAILED = 5, /* the copy could not take the table's place */
+    QZ_DBF_DELMASK_UNKNOWN_LAYOUT = 6  /* the fields do not fill the records exactly, so a
+                                          copy field by field would lose bytes */
 };
 
 /* qz_dbf_del_records_by_msk_and_fn, answering why it ended as it did. On
@@ -190,6 +192,11 @@ QZ_DBF_API Tqz_dbf_storage qz_dbf_get_storage(Tqz_dbf_rw* handle);
 /* OGR's name of the driver serving the handle ("GPKG", "GeoJSON", "CSV",
  * "ESRI Shapefile", ...), static text; "" when OGR does not serve it. */
 QZ_DBF_API const char* qz_dbf_get_ogr_driver(Tqz_dbf_rw* handle);
+
+/* With `keep`, qz_dbf_mem_save and _save_as of this memory table leave the
+ * .cpg file beside the table as it is (by default they write the table's
+ * encoding into it). False for a handle that is not a loaded table. */
+QZ_DBF_API bool qz_dbf_mem_keep_cpg(Tqz_dbf_memory* handle, bool keep);
 
 #ifdef __cplusplus
 }

@@ -48,6 +48,11 @@ using Clock = std::chrono::steady_clock;
 // the longest a change may wait while the folder keeps changing.
 constexpr std::chrono::milliseconds quiet_time{100};
 constexpr std::chrono::milliseconds longest_wait{500};
+// After reading events the thread leaves the kernel's queue alone this long
+// (less when changes fall due sooner): the events of a busy folder gather
+// there, repeats merged, instead of waking the thread one write at a time,
+// which would cost the writing thread a wake-up per write.
+constexpr int batch_ms = 10;
 
 constexpr uint32_t watch_mask = IN_MODIFY | IN_ATTRIB | IN_CLOSE_WRITE | IN_CREATE | IN_DELETE |
                                 IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
@@ -261,7 +266,8 @@ void hub_main(Hub* hub) {
         int ready = ::poll(fds, 2, timeout);
         if (ready < 0 && errno != EINTR) std::this_thread::sleep_for(quiet_time);
         lock.lock();
-        if (ready > 0 && (fds[0].revents & POLLIN)) {
+        const bool had_events = ready > 0 && (fds[0].revents & POLLIN);
+        if (had_events) {
             for (;;) {
                 lock.unlock();
                 ssize_t got = ::read(hub->notify_fd, buffer, sizeof buffer);
@@ -288,6 +294,14 @@ void hub_main(Hub* hub) {
                 delete w;
                 lock.lock();
             }
+        }
+        if (had_events && !hub->ending) {
+            int due = hub->timeout(Clock::now());
+            int pause = due >= 0 ? std::min(due, batch_ms) : batch_ms;
+            lock.unlock();
+            pollfd wake = {hub->wake_fd, POLLIN, 0};
+            ::poll(&wake, 1, pause);
+            lock.lock();
         }
     }
     const bool frees_itself = hub->frees_itself;

@@ -7,6 +7,7 @@
 #include "api/guard.h"
 #include "api/table_rw.h"
 #include "api/cell_errors.h"
+#include "errors/last_error.h"
 #include "dbf/basic_table.h"
 #include "qzk_file_dbf.h"
 
@@ -49,6 +50,11 @@ R on_cell(Tqz_dbf_rw* h, unsigned int field, unsigned int record, R neutral, con
 
 const auto is_false = [](bool r) { return !r; };
 
+// Records why a call on a field that does not exist does nothing.
+void no_field(Tqz_dbf_rw* h, Tqz_dbf_ibasic* t, unsigned int field) {
+    if (field >= t->get_nf()) cell_failed(h, t, field, 0, nullptr);
+}
+
 }  // namespace
 
 extern "C" {
@@ -82,32 +88,47 @@ QZ_DBF_API unsigned int qz_dbf_get_nr(Tqz_dbf_rw* h) {
 }
 
 QZ_DBF_API const char* qz_dbf_get_field_name(Tqz_dbf_rw* h, unsigned int field) {
-    return on_table(h, static_cast<const char*>(nullptr),
-                    [&](Tqz_dbf_ibasic* t) { return t->get_field_name(field); });
+    return on_table(h, static_cast<const char*>(nullptr), [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
+        return t->get_field_name(field);
+    });
 }
 
 QZ_DBF_API void qz_dbf_get_field_name_w(Tqz_dbf_rw* h, unsigned int field, Iqz_string_adp* adp) {
-    on_table(h, [&](Tqz_dbf_ibasic* t) { t->get_field_name(field, adp); });
+    on_table(h, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
+        t->get_field_name(field, adp);
+    });
 }
 
 QZ_DBF_API Tqz_dbf_field_type qz_dbf_get_field_type(Tqz_dbf_rw* h, unsigned int field) {
-    return on_table(h, dbf_ft_unknown, [&](Tqz_dbf_ibasic* t) { return t->get_field_type(field); });
+    return on_table(h, dbf_ft_unknown, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
+        return t->get_field_type(field);
+    });
 }
 
 QZ_DBF_API unsigned int qz_dbf_get_field_flen(Tqz_dbf_rw* h, unsigned int field) {
     return on_table(h, 0u, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
         return static_cast<unsigned int>(static_cast<unsigned char>(t->get_field_flen(field)));
     });
 }
 
 QZ_DBF_API int qz_dbf_get_field_dlen(Tqz_dbf_rw* h, unsigned int field) {
     return on_table(h, 0, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
         return static_cast<int>(static_cast<signed char>(t->get_field_dlen(field)));
     });
 }
 
 QZ_DBF_API unsigned int qz_dbf_find_field_index_w(Tqz_dbf_rw* h, const wchar_t* name) {
-    return on_table(h, 0xFFFFFFFFu, [&](Tqz_dbf_ibasic* t) { return t->find_field_index(name); });
+    return on_table(h, 0xFFFFFFFFu, [&](Tqz_dbf_ibasic* t) {
+        const unsigned int index = t->find_field_index(name);
+        if (index == 0xFFFFFFFFu)
+            qz::errors::set(qz::errors::argument, h->get_path(), "no field of that name");
+        return index;
+    });
 }
 
 QZ_DBF_API unsigned int qz_dbf_get_layer(Tqz_dbf_rw* h) {
@@ -123,11 +144,17 @@ QZ_DBF_API void qz_dbf_get_layer_name(Tqz_dbf_rw* h, unsigned int layer, Iqz_str
 }
 
 QZ_DBF_API void qz_dbf_set_field_name(Tqz_dbf_rw* h, unsigned int field, const char* name) {
-    on_table(h, [&](Tqz_dbf_ibasic* t) { t->set_field_name(field, name); });
+    on_table(h, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
+        t->set_field_name(field, name);
+    });
 }
 
 QZ_DBF_API void qz_dbf_set_field_name_w(Tqz_dbf_rw* h, unsigned int field, const wchar_t* name) {
-    on_table(h, [&](Tqz_dbf_ibasic* t) { t->set_field_name(field, name); });
+    on_table(h, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
+        t->set_field_name(field, name);
+    });
 }
 
 // ---- Values ------------------------------------------------------------------
@@ -270,7 +297,10 @@ QZ_DBF_API bool qz_dbf_find_value(Tqz_dbf_rw* h, unsigned int field, const char*
 }
 
 QZ_DBF_API void qz_dbf_begin_fast_find(Tqz_dbf_rw* h, unsigned int field) {
-    on_table(h, [&](Tqz_dbf_ibasic* t) { t->begin_fast_find(field); });
+    on_table(h, [&](Tqz_dbf_ibasic* t) {
+        no_field(h, t, field);
+        t->begin_fast_find(field);
+    });
 }
 
 QZ_DBF_API bool qz_dbf_find_value_fast(Tqz_dbf_rw* h, const char* value, unsigned int& record) {

@@ -1,5 +1,5 @@
 // Exports of the records' deletion flags, for table handles and memory
-// tables.
+// tables, and the .cpg choice of memory tables.
 #include <string>
 
 #include "api/cell_errors.h"
@@ -82,6 +82,14 @@ QZ_DBF_API bool qz_dbf_mem_set_deleted(Tqz_dbf_memory* h, unsigned int record, b
     return guarded(false, [&] {
         Tqz_dbf_memory* t = live(h);
         return t ? set_flag(t->get_filename(), t, record, deleted, false) : false;
+    });
+}
+
+QZ_DBF_API bool qz_dbf_mem_keep_cpg(Tqz_dbf_memory* h, bool keep) {
+    return guarded(false, [&] {
+        Tqz_dbf_memory* t = live(h);
+        if (t) t->keep_cpg(keep);
+        return t != nullptr;
     });
 }
 

@@ -176,27 +176,35 @@ QZ_DBF_API unsigned int qz_dbf_mem_get_nr(Tqz_dbf_memory* h) {
 }
 
 QZ_DBF_API const char* qz_dbf_mem_get_field_name(Tqz_dbf_memory* h, unsigned int field) {
-    return on_mem(h, static_cast<const char*>(nullptr),
-                  [&](Tqz_dbf_memory* t) { return t->get_field_name(field); });
+    return on_mem(h, static_cast<const char*>(nullptr), [&](Tqz_dbf_memory* t) {
+        return cell_result(t, field, 0, t->get_field_name(field), field >= t->get_nf(), "");
+    });
 }
 
 QZ_DBF_API void qz_dbf_mem_get_field_name_w(Tqz_dbf_memory* h, unsigned int field,
                                             Iqz_string_adp* adp) {
-    on_mem(h, [&](Tqz_dbf_memory* t) { t->get_field_name(field, adp); });
+    on_mem(h, [&](Tqz_dbf_memory* t) {
+        cell_result(t, field, 0, 0, field >= t->get_nf(), "");
+        t->get_field_name(field, adp);
+    });
 }
 
 QZ_DBF_API Tqz_dbf_field_type qz_dbf_mem_get_field_type(Tqz_dbf_memory* h, unsigned int field) {
-    return on_mem(h, dbf_ft_unknown, [&](Tqz_dbf_memory* t) { return t->get_field_type(field); });
+    return on_mem(h, dbf_ft_unknown, [&](Tqz_dbf_memory* t) {
+        return cell_result(t, field, 0, t->get_field_type(field), field >= t->get_nf(), "");
+    });
 }
 
 QZ_DBF_API unsigned int qz_dbf_mem_get_field_flen(Tqz_dbf_memory* h, unsigned int field) {
     return on_mem(h, 0u, [&](Tqz_dbf_memory* t) {
+        cell_result(t, field, 0, 0, field >= t->get_nf(), "");
         return static_cast<unsigned int>(static_cast<unsigned char>(t->get_field_flen(field)));
     });
 }
 
 QZ_DBF_API int qz_dbf_mem_get_field_dlen(Tqz_dbf_memory* h, unsigned int field) {
     return on_mem(h, 0, [&](Tqz_dbf_memory* t) {
+        cell_result(t, field, 0, 0, field >= t->get_nf(), "");
         return static_cast<int>(static_cast<signed char>(t->get_field_dlen(field)));
     });
 }
@@ -219,22 +227,34 @@ QZ_DBF_API const wchar_t* qz_dbf_mem_get_wstr(Tqz_dbf_memory* h, unsigned int fi
 
 QZ_DBF_API int qz_dbf_mem_get_int(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                   bool& ok) {
-    return on_mem(h, 0, [&](Tqz_dbf_memory* t) { return t->get_as_integer(field, record, ok); });
+    return on_mem(h, 0, [&](Tqz_dbf_memory* t) {
+        int v = t->get_as_integer(field, record, ok);
+        return cell_result(t, field, record, v, !ok, "the cell holds no such value");
+    });
 }
 
 QZ_DBF_API double qz_dbf_mem_get_dbl(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                      bool& ok) {
-    return on_mem(h, 0.0, [&](Tqz_dbf_memory* t) { return t->get_as_double(field, record, ok); });
+    return on_mem(h, 0.0, [&](Tqz_dbf_memory* t) {
+        double v = t->get_as_double(field, record, ok);
+        return cell_result(t, field, record, v, !ok, "the cell holds no such value");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_get_bool(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                     bool& ok) {
-    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->get_as_bool(field, record, ok); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool v = t->get_as_bool(field, record, ok);
+        return cell_result(t, field, record, v, !ok, "the cell holds no such value");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_get_any(Tqz_dbf_memory* h, unsigned int field, unsigned int record,
                                    Tqz_any* value) {
-    return on_mem(h, false, [&](Tqz_dbf_memory* t) { return t->get_as_any(field, record, value); });
+    return on_mem(h, false, [&](Tqz_dbf_memory* t) {
+        bool r = t->get_as_any(field, record, value);
+        return cell_result(t, field, record, r, !r, "the cell holds no value");
+    });
 }
 
 QZ_DBF_API bool qz_dbf_mem_set_str(Tqz_dbf_memory* h, unsigned int field, unsigned int record,

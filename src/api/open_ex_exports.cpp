@@ -38,6 +38,9 @@ extern "C" QZ_DBF_API Tqz_dbf_rw* qz_dbf_open_ex(const char* path_utf8, unsigned
             return nullptr;
         }
         auto handle = std::make_unique<Tqz_dbf_rw>();
+        // A dBASE table held by another writer is refused here, not read
+        // through OGR behind the caller's back.
+        handle->set_ogr_fallback(false);
         if (handle->open(path.c_str(), read_only, (options & QZ_DBF_OPEN_DOS) != 0) != 0)
             return nullptr;  // the open said why
         if (!(options & QZ_DBF_OPEN_WRITE_CPG)) handle->keep_cpg();

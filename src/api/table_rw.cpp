@@ -71,11 +71,19 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
             // What the disk table cannot open, OGR may. A table whose writer
             // lock another handle holds is opened through OGR read-only, so
             // this handle never writes beside that writer. The disk table's
-            // reason stays the last error when OGR cannot open it either.
+            // reason becomes the last error when OGR cannot open it either;
+            // when OGR can, the last error stays as it was.
             const bool lock_refused = disk->lock_refused();
+            const int code_before = qz::errors::last_code();
+            const std::string message_before = qz::errors::last_message();
             qz::errors::set_open_failure(this->path, !ro, lock_refused);
-            result = ogr->open(path, ro || lock_refused, dos_flag);
-            if (result == 0) table = ogr;
+            if (ogr_fallback) {
+                result = ogr->open(path, ro || lock_refused, dos_flag);
+                if (result == 0) {
+                    table = ogr;
+                    qz::errors::set(code_before, message_before);
+                }
+            }
         }
         own_table = table != nullptr;
     }
@@ -161,7 +169,6 @@ Tqz_dbf_rw::storage Tqz_dbf_rw::current_storage() const {
 const char* Tqz_dbf_rw::ogr_driver_name() const {
     return table && table == ogr ? ogr->driver_name() : "";
 }
-
 
 bool Tqz_dbf_rw::delete_files(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";

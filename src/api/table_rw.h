@@ -41,6 +41,9 @@ class Tqz_dbf_rw {
     bool is_read_only() const { return read_only; }
     // Leaves the .cpg file of a disk table as it is at close.
     void keep_cpg();
+    // Whether open tries OGR for what the disk table cannot open (on by
+    // default). Off, a table held by another writer stays refused.
+    void set_ogr_fallback(bool on) { ogr_fallback = on; }
 
     // Removes a table file and its .cpg file; false when nothing is at `path`.
     static bool delete_files(const wchar_t* path);
@@ -203,6 +206,7 @@ class Tqz_dbf_rw {
     std::wstring path;
     bool own_table = false;
     bool read_only = false;
+    bool ogr_fallback = true;
     Tqz_dbf_ibasic* table = nullptr;
     Tqz_dbf_disk* disk = nullptr;
     Tqz_dbf_ogr* ogr = nullptr;

@@ -38,7 +38,9 @@ bool Tqz_dbf_basic::find_value(unsigned int field, const char* value, unsigned i
     // the table's encoding.
     std::wstring wanted, cell;
     converter.to_wide(0, v, len, wanted);
-    for (unsigned int r = 0; r < nr; ++r) {
+    // When all records read alike, the first one answers for all of them.
+    const unsigned int scan = records_alike() ? 1 : nr;
+    for (unsigned int r = 0; r < scan; ++r) {
         if (!has_record(r)) break;  // nor any record after it
         bool ok = false;
         const char* text = get_as_string(field, r, ok);
@@ -58,8 +60,13 @@ void Tqz_dbf_basic::begin_fast_find(unsigned int field) {
     fast_index.clear();
     const unsigned int nr = get_nr();
     if (field >= get_nf()) return;
-    fast_index.reserve(nr < (1u << 24) ? nr : (1u << 24));
-    for (unsigned int r = 0; r < nr; ++r) {
+    // When all records read alike, the last one holds the one text and
+    // wins over all the others.
+    const unsigned int first = records_alike() && nr > 0 ? nr - 1 : 0;
+    // The count is the header's claim: reserve for a modest table only and
+    // let the index grow with the records the storage really holds.
+    fast_index.reserve(nr - first < (1u << 16) ? nr - first : (1u << 16));
+    for (unsigned int r = first; r < nr; ++r) {
         if (!has_record(r)) break;
         bool ok = false;
         const char* text = get_as_string(field, r, ok);

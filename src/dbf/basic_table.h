@@ -51,6 +51,12 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     void set_field_name(unsigned int field, const char* name) override;
     void set_field_name(unsigned int field, const wchar_t* name) override;
     Tqz_dbf_field_type get_field_type(unsigned int field) override;
+    // The type letter as the descriptor holds it (also one no type stands
+    // for); 0 when there is no such field.
+    char get_field_letter(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? static_cast<char>(d->type()) : 0;
+    }
     unsigned char get_field_flen(unsigned int field) override;
     char get_field_dlen(unsigned int field) override;
     unsigned int find_field_index(const wchar_t* name) override;
@@ -131,6 +137,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // Whether the storage holds `record`: below the record count, and for a
     // file, within the file.
     virtual bool has_record(unsigned int record) { return record < get_nr(); }
+    // Whether every record reads the same bytes, whatever the count claims
+    // (a record length of 0 puts them all at one place): a search then
+    // needs to read only one of them.
+    virtual bool records_alike() { return false; }
 
     // Lays out a new table: the header of a created table (version 3, today's
     // date, the counts, the header and record lengths) and the descriptors

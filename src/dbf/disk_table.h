@@ -92,6 +92,7 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
 
     // Records below the header's count that the file holds completely.
     bool has_record(unsigned int record) override;
+    bool records_alike() override { return get_record_length() == 0; }
 
   private:
     bool take_lock(const std::wstring& path, bool no_lock);

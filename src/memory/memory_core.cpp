@@ -235,7 +235,7 @@ bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
         return qz::filesystem::write_all(fd, &eof, 1);
     });
     if (!ok) return false;
-    save_cpg(path, false);
+    save_cpg(path, cpg_kept);
     return true;
 }
 

@@ -47,6 +47,8 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     bool save();
     bool save(const wchar_t* path);
     bool save(const char* path);
+    // With `keep`, saves leave the .cpg file beside the table as it is.
+    void keep_cpg(bool keep) { cpg_kept = keep; }
     // Releases the lock (and removes the lock file); the records stay.
     void close() override;
 
@@ -121,6 +123,7 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     std::wstring lock_path;
     qz::fileio lock_file{static_cast<qz::strconv::encodings>(0)};
     int32_t ref_count = 0;
+    bool cpg_kept = false;
     Tqz_dbf_records* records = nullptr;  // owned
     Tqz_dbf_notifier* notifier = nullptr;
 };

@@ -18,6 +18,7 @@ enum class delete_outcome {
     no_mask = 3,         // the mask is null: nothing changed
     copy_failed = 4,     // the temporary copy could not be made whole
     replace_failed = 5,  // the copy could not be put in place of the table
+    unknown_layout = 6,  // the fields do not fill the records exactly
 };
 
 // Deletes the records of `path` whose bits are set in `mask`, through

@@ -90,9 +90,12 @@ bool Tqz_dbf_rstrct::apply_restruct() {
         const std::wstring& path;
         ~Unlock() { lock.close_and_remove(path); }
     } unlock{lock, lock_path};
+    // Siblings a killed rewrite left behind (ours are made under this lock).
+    const std::wstring backup = path + L".bak.dbf";
+    qz::filesystem::remove_stale_siblings(path);
+    qz::filesystem::remove_stale_siblings(backup);
 
     // 3. The backup, whole or not at all, and its code-page file.
-    const std::wstring backup = path + L".bak.dbf";
     if (!qz::filesystem::replace_by_copy(path, backup)) return false;
     const std::wstring cpg =
         qz::filesystem::find_companion(qz::filesystem::change_extension(path, L".cpg"));

@@ -4,9 +4,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <ctime>
-#include <cwchar>
+#include <cstdio>
 
+#include "dbf/number_text.h"
 #include "memory/records.h"
 #include "restruct/rstrct.h"
 #include "support/strutil.h"
@@ -58,7 +60,8 @@ Tqz_restruct_sink::Tqz_restruct_sink(Tqz_dbf_ibasic& old_table, const Tqz_dbf_rs
     : old(old_table),
       old_dbf(dynamic_cast<Tqz_dbf_basic*>(&old_table)),
       rstrct(descriptor),
-      conversion(how) {}
+      conversion(how),
+      old_core(dynamic_cast<Tqz_dbf_memory_core*>(&old_table)) {}
 
 bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
     const auto& entries = rstrct.entries();
@@ -75,8 +78,15 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
     // The encoding first: names and values are stored in it.
     set_dos_flag(old.get_dos_flag());
     set_utf8_flag(old.get_utf8_flag());
-    if (!create_new(static_cast<unsigned int>(fields.size()), n_records, fields.data(), false))
+    // The records' bytes are left unset here: fill writes each one whole.
+    if (!create_new(static_cast<unsigned int>(fields.size()), 0, fields.data(), false))
         return false;
+    try {
+        get_records()->set_size(n_records, false);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    set_record_count(n_records);
     const unsigned int old_nf = old.get_nf();
     for (size_t j = 0; j < entries.size(); ++j) {
         const Tqz_fld_meta& e = entries[j];
@@ -102,10 +112,40 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
         p.new_type = qz_char2dbftype(e.get_field().type);
         p.old_type = p.old_no >= 0 ? old.get_field_type(static_cast<unsigned int>(p.old_no))
                                    : dbf_ft_unknown;
-        p.bytes = p.status == dbf_fld_same && old_dbf && static_cast<unsigned>(p.old_no) < old_nf &&
-                  old.get_field_flen(static_cast<unsigned int>(p.old_no)) == e.get_field().flen;
+        // Bytes travel unchanged when the field keeps its type letter, length
+        // and decimals (a renamed field too): the same encoding on both sides.
+        p.bytes =
+            p.status != dbf_fld_new && old_dbf && static_cast<unsigned>(p.old_no) < old_nf &&
+            old_dbf->get_field_letter(static_cast<unsigned int>(p.old_no)) == e.get_field().type &&
+            old.get_field_flen(static_cast<unsigned int>(p.old_no)) == e.get_field().flen &&
+            old.get_field_dlen(static_cast<unsigned int>(p.old_no)) == e.get_field().dlen;
         p.decimals = e.get_field().dlen;
         plans.push_back(p);
+    }
+
+    // Runs of bytes for a table in memory: the old fields' offsets as the
+    // loaded records have them (one after another from byte 1).
+    runs.clear();
+    if (old_core && old_core->get_records()->get_length() == old_dbf->get_record_length()) {
+        std::vector<size_t> old_offset(old_nf + 1, 1);
+        for (unsigned int k = 0; k < old_nf; ++k)
+            old_offset[k + 1] = old_offset[k] + old.get_field_flen(k);
+        size_t to = 1;
+        for (size_t j = 0; j < plans.size(); ++j) {
+            const size_t flen = entries[j].get_field().flen;
+            if (plans[j].bytes && old_offset[old_nf] <= old_dbf->get_record_length()) {
+                const size_t from = old_offset[static_cast<size_t>(plans[j].old_no)];
+                if (!runs.empty() && runs.back().from + runs.back().length == from &&
+                    runs.back().to + runs.back().length == to)
+                    runs.back().length += flen;
+                else
+                    runs.push_back({from, to, flen});
+                plans[j].bytes = false;
+                plans[j].status = dbf_fld_new;  // nothing more to do for it
+                plans[j].new_type = dbf_ft_char;
+            }
+            to += flen;
+        }
     }
     return true;
 }
@@ -114,12 +154,18 @@ void Tqz_restruct_sink::fill(unsigned int first, unsigned int count) {
     Tqz_dbf_records* store = get_records();
     const unsigned int have = std::min(count, store->get_size());
     const size_t length = store->get_length();
-    for (unsigned int k = 0; k < have; ++k) std::memset(store->get_ptr(k), ' ', length);
+    Tqz_dbf_records* old_store = old_core ? old_core->get_records() : nullptr;
     for (unsigned int k = 0; k < have; ++k) {
+        std::memset(store->get_ptr(k), ' ', length);
         const unsigned int r = first + k;
-        if (r < first) break;  // past the last index
+        if (r < first) continue;  // past the last index: blank
         const bool there = old_dbf ? old_dbf->has_record(r) : r < old.get_nr();
         if (!there) continue;
+        if (!runs.empty() && r < old_store->get_size()) {
+            const unsigned char* from = old_store->get_ptr(r);
+            unsigned char* to = store->get_ptr(k);
+            for (const Run& run : runs) std::memcpy(to + run.to, from + run.from, run.length);
+        }
         for (size_t j = 0; j < plans.size(); ++j) convert(static_cast<int>(j), plans[j], k, r);
     }
 }
@@ -140,9 +186,19 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         if (to && from) std::memcpy(to, from, avail);
         return;
     }
+    // The old text: in the table's encoding when the old table is a DBF
+    // table (the same encoding as the sink's, so no byte is lost to a
+    // conversion), otherwise as system text.
     bool ok = false;
-    const char* got = old.get_as_string(o, src, ok);
+    const char* got =
+        old_dbf ? old_dbf->get_as_string_raw(o, src, ok) : old.get_as_string(o, src, ok);
     std::string s = got ? got : "";
+    auto put = [&](const std::string& text) {
+        if (old_dbf)
+            set_as_string_raw(static_cast<unsigned int>(j), dst, text.c_str());
+        else
+            set_as_string(static_cast<unsigned int>(j), dst, text.c_str());
+    };
     if (p.status == dbf_fld_same) {
         // Kept as it is, but not copyable as bytes (another storage).
         if (p.new_type == dbf_ft_integer)
@@ -150,7 +206,7 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         else if (p.new_type == dbf_ft_double)
             set_as_double(j, dst, old.get_as_double(o, src, ok));
         else
-            set_as_string(j, dst, s.c_str());
+            put(s);
         return;
     }
 
@@ -175,23 +231,23 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         case dbf_ft_float: {
             double n = qz::strutil::to_numeric_safe(trimmed, &number);
             if (!number) {
-                set_as_string(j, dst, "");
+                put("");
                 return;
             }
-            wchar_t text[512];
-            int written = p.decimals >= 0 ? std::swprintf(text, 512, L"%.*lf", p.decimals, n)
-                                          : std::swprintf(text, 512, L"%lf", n);
-            set_as_wstring(j, k, written < 0 ? L"" : text);
+            // "%.<decimals>lf" (the default precision for a negative count),
+            // in the classic locale whatever the host's.
+            const std::string format =
+                p.decimals >= 0 ? "%." + std::to_string(p.decimals) + "lf" : std::string("%lf");
+            put(qz::dbf::printf_double(format.c_str(), n));
             return;
         }
         case dbf_ft_char:
-            set_as_string(j, dst, p.old_type != dbf_ft_char ? trimmed.c_str() : s.c_str());
+            put(p.old_type != dbf_ft_char ? trimmed : s);
             return;
         default:
-            if (conversion == qz::restruct::Conversion::memory && p.old_type != dbf_ft_char)
-                set_as_string(j, dst, trimmed.c_str());
-            else
-                set_as_string(j, dst, s.c_str());
+            put(conversion == qz::restruct::Conversion::memory && p.old_type != dbf_ft_char
+                    ? trimmed
+                    : s);
             return;
     }
 }

@@ -37,7 +37,8 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
     Tqz_restruct_sink(Tqz_dbf_ibasic& old_table, const Tqz_dbf_rstrct& descriptor,
                       qz::restruct::Conversion conversion);
 
-    // Lays out the descriptor's fields with `n_records` blank records, in the
+    // Lays out the descriptor's fields with room for `n_records` records
+    // (written by fill; a laid-out sink must be filled before use), in the
     // old table's encoding. Names that were not changed keep the old table's
     // bytes (not cut to 10 bytes of system text). The version byte (unless
     // the old header has another layout) and the language driver byte are
@@ -66,6 +67,11 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
         bool bytes;  // copied as bytes
         int decimals;
     };
+    // Bytes copied from the old record straight into the new one: runs of
+    // unchanged fields that lie side by side in both (a memory table only).
+    struct Run {
+        size_t from, to, length;
+    };
     void convert(int j, const Plan& p, unsigned int dst, unsigned int src);
 
     Tqz_dbf_ibasic& old;
@@ -73,4 +79,6 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
     const Tqz_dbf_rstrct& rstrct;
     qz::restruct::Conversion conversion;
     std::vector<Plan> plans;
+    Tqz_dbf_memory_core* old_core;  // the old table when it is held in memory
+    std::vector<Run> runs;
 };

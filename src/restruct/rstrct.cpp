@@ -2,6 +2,9 @@
 
 #include <cstring>
 
+#include "api/table_rw.h"
+#include "dbf/basic_table.h"
+
 namespace qz::restruct {
 
 Tqz_dbf_field make_field(const char* name, char type, unsigned char flen, signed char dlen) {
@@ -82,12 +85,19 @@ void Tqz_dbf_rstrct::add_fields(const std::wstring& table_path, int status) {
     Read_table t(table_path);
     if (!t.get()) return;
     const unsigned int nf = qz_dbf_get_nf(t.get());
+    auto* dbf = dynamic_cast<Tqz_dbf_basic*>(t.get()->current());
     for (unsigned int i = 0; i < nf; ++i) {
-        Tqz_dbf_field f = qz::restruct::make_field(
-            qz_dbf_get_field_name(t.get(), i),
-            static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t.get(), i))),
-            static_cast<unsigned char>(qz_dbf_get_field_flen(t.get(), i)),
-            static_cast<signed char>(qz_dbf_get_field_dlen(t.get(), i)));
+        // The letter of the field's type; a letter no type stands for (such
+        // as a currency or date-time field) is kept as it is rather than
+        // made a C field.
+        char letter = static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t.get(), i)));
+        if (dbf && qz_char2dbftype(dbf->get_field_letter(i)) == dbf_ft_unknown &&
+            dbf->get_field_letter(i) != 0)
+            letter = dbf->get_field_letter(i);
+        Tqz_dbf_field f =
+            qz::restruct::make_field(qz_dbf_get_field_name(t.get(), i), letter,
+                                     static_cast<unsigned char>(qz_dbf_get_field_flen(t.get(), i)),
+                                     static_cast<signed char>(qz_dbf_get_field_dlen(t.get(), i)));
         fields.emplace_back(f, status, static_cast<int>(i));
     }
 }

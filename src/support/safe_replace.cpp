@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -99,6 +100,35 @@ std::wstring sibling_temp_path(const std::wstring& target) {
         struct stat st;
         if (::lstat(native(p).c_str(), &st) != 0) return p;
     }
+}
+
+void remove_stale_siblings(const std::wstring& target) {
+    const std::string dst = native(target);
+    auto slash = dst.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : dst.substr(0, slash + 1);
+    const std::string prefix = (slash == std::string::npos ? dst : dst.substr(slash + 1)) + ".";
+    DIR* d = ::opendir(folder.c_str());
+    if (!d) return;
+    std::vector<std::string> stale;
+    while (const dirent* e = ::readdir(d)) {
+        const std::string name = e->d_name;
+        if (name.size() <= prefix.size() + 4 || name.compare(0, prefix.size(), prefix) != 0 ||
+            name.compare(name.size() - 4, 4, ".tmp") != 0)
+            continue;
+        // "<pid>.<n>" between the prefix and ".tmp".
+        const std::string middle = name.substr(prefix.size(), name.size() - prefix.size() - 4);
+        const size_t dot = middle.find('.');
+        if (dot == std::string::npos || dot == 0 || dot + 1 == middle.size() ||
+            middle.find_first_not_of("0123456789.") != std::string::npos ||
+            middle.find('.', dot + 1) != std::string::npos)
+            continue;
+        const long pid = std::strtol(middle.substr(0, dot).c_str(), nullptr, 10);
+        if (pid <= 0 || pid == ::getpid()) continue;
+        if (::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM) continue;  // still runs
+        stale.push_back(folder + name);
+    }
+    ::closedir(d);
+    for (const std::string& p : stale) ::unlink(p.c_str());
 }
 
 bool write_all(int fd, const void* data, std::size_t size) {

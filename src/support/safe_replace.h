@@ -31,6 +31,12 @@ bool replace_with(const std::wstring& target, const std::function<bool(int fd)>&
 // is left in place. False, with `target` untouched, on any failure.
 bool replace_by_copy(const std::wstring& source, const std::wstring& target);
 
+// Removes the siblings of `target` ("<target>.<pid>.<n>.tmp") whose writer
+// process no longer runs: what a process killed while writing one left
+// behind. Call it only while holding the lock that every writer of `target`
+// takes, so that no sibling being written is touched.
+void remove_stale_siblings(const std::wstring& target);
+
 // Writes all of `size` bytes at `data` to `fd`, retrying short writes and
 // EINTR. False on any error.
 bool write_all(int fd, const void* data, std::size_t size);

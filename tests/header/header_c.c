@@ -106,6 +106,24 @@ int main(int argc, char** argv) {
     }
 
     {
+        /* A restructure from C: one field added to the table above. */
+        Tqz_dbf_rstrct* d;
+        Tqz_dbf_field extra;
+        snprintf(path, sizeof path, "%s/header_c.dbf", argc > 1 ? argv[1] : ".");
+        d = qz_dbf_restruct_create(path);
+        CHECK(d != NULL && qz_dbf_restruct_count(d) == 2);
+        qz_dbf_field_init(&extra, "EXTRA", dbf_ft_integer, 4, 0);
+        CHECK(qz_dbf_restruct_add_field(d, &extra) == 2);
+        CHECK(qz_dbf_restruct_get_field_status(d, 0) == 1);
+        CHECK(qz_dbf_restruct_get_field_status(d, 2) == 0);
+        CHECK(qz_dbf_restruct_apply(d));
+        qz_dbf_restruct_destroy(d);
+        t = qz_dbf_open(path, true, false);
+        CHECK(t != NULL && qz_dbf_get_nf(t) == 3 && qz_dbf_get_int(t, 0, 2, &ok) == 42);
+        if (t) qz_dbf_close(t);
+    }
+
+    {
         /* Notifier, event channel and update events from C. */
         Tqz_dbf_notifier* n = qz_create_dbf_notifier_w(L"/nonexistent/qz_header_c.dbf");
         Iqz_event_channel* ch = qz_dbf_notifier_get_update_event_channel(n);
@@ -178,6 +196,7 @@ int main(int argc, char** argv) {
         qz_dbf_clear_last_error();
         CHECK(qz_dbf_get_deleted(NULL, 0) == -1 && !qz_dbf_set_deleted(NULL, 0, true));
         CHECK(qz_dbf_mem_get_deleted(NULL, 0) == -1 && !qz_dbf_mem_set_deleted(NULL, 0, true));
+        CHECK(!qz_dbf_mem_keep_cpg(NULL, true));
         CHECK(qz_dbf_last_error() == QZ_DBF_ERR_ARGUMENT);
     }
     CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);

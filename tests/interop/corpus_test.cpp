@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -35,25 +36,13 @@ std::vector<Manifest_row> read_manifest() {
     return rows;
 }
 
+// Backslash, tab and line breaks escaped, as dbfread_peer.py reads them.
 std::string escape(const char* text) {
+    static const char specials[] = "\\\t\n\r", letters[] = "\\tnr";
     std::string out;
     for (const char* p = text ? text : ""; *p; ++p) {
-        switch (*p) {
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            default:
-                out += *p;
-        }
+        const char* special = std::strchr(specials, *p);
+        out += special ? std::string("\\") + letters[special - specials] : std::string(1, *p);
     }
     return out;
 }

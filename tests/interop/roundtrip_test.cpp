@@ -98,8 +98,26 @@ const Encoding encodings[] = {
     {"utf-8", false, true, "UTF-8"},
 };
 
+// Writes rows() through the setters of a disk or a memory table.
+template <class H>
+void write_rows(H* h, bool (*set_str)(H*, unsigned, unsigned, const char*),
+                bool (*set_dbl)(H*, unsigned, unsigned, double),
+                bool (*set_bool)(H*, unsigned, unsigned, bool),
+                bool (*set_int)(H*, unsigned, unsigned, int)) {
+    for (unsigned r = 0; r < kSet; ++r) {
+        const Row& row = rows()[r];
+        EXPECT_TRUE(set_str(h, NAME, r, row.name.c_str()));
+        EXPECT_TRUE(set_dbl(h, AMOUNT, r, row.amount));
+        EXPECT_TRUE(set_dbl(h, RATE, r, row.rate));
+        EXPECT_TRUE(set_bool(h, ACTIVE, r, row.active));
+        EXPECT_TRUE(set_str(h, BORN, r, row.born.c_str()));
+        EXPECT_TRUE(set_int(h, COUNT, r, row.count));
+        EXPECT_TRUE(set_dbl(h, VALUE, r, row.value));
+    }
+}
+
 // Writes rows() through a disk table, or through the memory table of the
-// blank table saved to `path`.
+// blank table.
 std::string write_table(const qz_test::Temp_dir& dir, const Encoding& e, bool memory = false) {
     std::string path = dir.file(std::string(memory ? "mem_" : "round_") + e.cpg + ".dbf");
     Tqz_dbf_field f[FIELDS];
@@ -114,36 +132,17 @@ std::string write_table(const qz_test::Temp_dir& dir, const Encoding& e, bool me
     EXPECT_NE(t, nullptr);
     if (!t) return path;
     if (e.utf8) qz_dbf_set_utf8_flag(t, true);
+    if (!memory) write_rows(t, qz_dbf_set_str, qz_dbf_set_dbl, qz_dbf_set_bool, qz_dbf_set_int);
+    qz_dbf_close(t);
     if (memory) {
-        qz_dbf_close(t);
         Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
         EXPECT_NE(m, nullptr);
         if (!m) return path;
-        for (unsigned r = 0; r < kSet; ++r) {
-            const Row& row = rows()[r];
-            EXPECT_TRUE(qz_dbf_mem_set_str(m, NAME, r, row.name.c_str()));
-            EXPECT_TRUE(qz_dbf_mem_set_dbl(m, AMOUNT, r, row.amount));
-            EXPECT_TRUE(qz_dbf_mem_set_dbl(m, RATE, r, row.rate));
-            EXPECT_TRUE(qz_dbf_mem_set_bool(m, ACTIVE, r, row.active));
-            EXPECT_TRUE(qz_dbf_mem_set_str(m, BORN, r, row.born.c_str()));
-            EXPECT_TRUE(qz_dbf_mem_set_int(m, COUNT, r, row.count));
-            EXPECT_TRUE(qz_dbf_mem_set_dbl(m, VALUE, r, row.value));
-        }
+        write_rows(m, qz_dbf_mem_set_str, qz_dbf_mem_set_dbl, qz_dbf_mem_set_bool,
+                   qz_dbf_mem_set_int);
         EXPECT_TRUE(qz_dbf_mem_save(m));
         qz_dbf_mem_free(m);
-        return path;
     }
-    for (unsigned r = 0; r < kSet; ++r) {
-        const Row& row = rows()[r];
-        EXPECT_TRUE(qz_dbf_set_str(t, NAME, r, row.name.c_str()));
-        EXPECT_TRUE(qz_dbf_set_dbl(t, AMOUNT, r, row.amount));
-        EXPECT_TRUE(qz_dbf_set_dbl(t, RATE, r, row.rate));
-        EXPECT_TRUE(qz_dbf_set_bool(t, ACTIVE, r, row.active));
-        EXPECT_TRUE(qz_dbf_set_str(t, BORN, r, row.born.c_str()));
-        EXPECT_TRUE(qz_dbf_set_int(t, COUNT, r, row.count));
-        EXPECT_TRUE(qz_dbf_set_dbl(t, VALUE, r, row.value));
-    }
-    qz_dbf_close(t);
     return path;
 }
 

@@ -23,36 +23,6 @@ struct Observed {
     }
 };
 
-TEST(UpdateBracket, NestedBracketsMergeTheirUpdates) {
-    Observed o;
-    EXPECT_EQ(o.obj.end_update(), 0u);  // no bracket: nothing happens
-    EXPECT_EQ(o.log.size(), 0u);
-
-    EXPECT_EQ(o.obj.begin_update(), 1u);
-    EXPECT_EQ(o.log.kinds(), (std::vector<int>{kBegin}));  // sent at the first begin
-    EXPECT_EQ(o.obj.begin_update(), 2u);
-    o.obj.broadcast_update_event();
-    o.obj.broadcast_update_event();
-    EXPECT_EQ(o.obj.end_update(), 1u);
-    EXPECT_EQ(o.log.size(), 1u);  // nothing more until the outermost end
-    EXPECT_EQ(o.obj.end_update(), 0u);
-    auto got = o.log.entries();
-    ASSERT_EQ(o.log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd}));
-    EXPECT_EQ(got[1].count, 2);
-    EXPECT_EQ(o.obj.end_update(), 0u);
-    EXPECT_EQ(o.log.size(), 3u);
-
-    // A bracket without updates sends begin and end only; an update outside
-    // any bracket goes out at once.
-    o.obj.begin_update();
-    o.obj.end_update();
-    o.obj.broadcast_update_event();
-    got = o.log.entries();
-    ASSERT_EQ(o.log.kinds(), (std::vector<int>{kBegin, kUpdate, kEnd, kBegin, kEnd, kUpdate}));
-    EXPECT_EQ(got[5].count, 1);
-    EXPECT_EQ(o.obj.get_update_depth(), 0u);
-}
-
 // Records the "what" and "code" entries and one detail of each event.
 struct Detail_log {
     std::vector<std::string> lines;
@@ -70,6 +40,23 @@ struct Detail_log {
     }
 };
 
+// Brackets nest; begin goes out at the first begin, the updates merged into
+// one at the outermost end, with it; an update outside any bracket goes out
+// at once. Each step below logs the depth after it and the events sent.
+TEST(UpdateBracket, NestedBracketsMergeTheirUpdates) {
+    Tqz_extensible_obj obj;
+    Detail_log log;
+    qz_event_channel_add_client(obj.get_update_event_channel(), &Detail_log::proc, &log);
+    std::string steps;
+    for (char op : std::string(")((uu)))()u")) {
+        unsigned depth = op == '(' ? obj.begin_update() : op == ')' ? obj.end_update() : 0;
+        if (op == 'u') obj.broadcast_update_event(), depth = obj.get_update_depth();
+        steps += std::to_string(depth) + "/" + std::to_string(log.lines.size()) + " ";
+    }
+    EXPECT_EQ(steps, "0/0 1/1 2/1 2/1 2/1 1/1 0/3 0/3 1/4 0/5 0/6 ");
+    EXPECT_EQ(log.lines, (std::vector<std::string>{"2", "1 count=2", "3", "2", "3", "1 count=1"}));
+}
+
 TEST(UpdateBracket, UpdatesWithDetailsAndOtherEvents) {
     Tqz_extensible_obj obj;
     Detail_log log;
@@ -82,6 +69,7 @@ TEST(UpdateBracket, UpdatesWithDetailsAndOtherEvents) {
     table_set(&details, "row", &v);
     any_assign_integer(&v, 99);
     table_set(&details, "count", &v);  // cannot override the merged count
+    table_set(&details, "event", &v);  // nor the kind
 
     obj.broadcast_update_event(7);
     obj.begin_update();
@@ -171,6 +159,7 @@ TEST(ExtensibleObj, ExtraValues) {
     Tqz_basic_obj plain;
     EXPECT_FALSE(a.equal(&plain));
     a.assign(&plain);  // nothing to take over
+    a.assign(&a);
     EXPECT_TRUE(a.equal(&a));
     EXPECT_EQ(table_count(&a.get_table_extra()), 2u);
     any_clear(&v);

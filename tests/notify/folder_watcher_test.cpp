@@ -61,6 +61,28 @@ TEST(FolderWatcher, ReportsEachChangedNameOnceInOrder) {
     qz_folder_watcher_destroy(nullptr);
 }
 
+// A folder that never stays quiet still reports, within the longest wait.
+TEST(FolderWatcher, AFolderThatKeepsChangingStillReports) {
+    Temp_dir dir;
+    Logged_watcher w(dir.path());
+    ASSERT_NE(w.w, nullptr);
+    std::atomic<bool> stop{false}, writing{true};
+    std::thread writer([&] {
+        const auto end = std::chrono::steady_clock::now() + 4s;
+        while (!stop && std::chrono::steady_clock::now() < end) {
+            touch(dir.file("busy"));
+            std::this_thread::sleep_for(20ms);  // a change every 20 ms, quiet never
+        }
+        writing = false;
+    });
+    const bool heard = w.log.wait_for(1, 3s);
+    const bool while_writing = writing;
+    stop = true;
+    writer.join();
+    EXPECT_TRUE(heard);
+    EXPECT_TRUE(while_writing);
+}
+
 // A client that is busy a while, so that destroy has something to wait for.
 struct Slow_client {
     Signal entered;

@@ -5,6 +5,8 @@
 // watchers of one folder hear each change in the order they were made.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -42,7 +44,9 @@ void make_table(const std::string& path) {
 // Rewrites the table from another process.
 void rewrite_elsewhere(const std::string& path, const std::string& fields) {
     std::string out;
-    ASSERT_EQ(qz_test::run(std::string(QZDBF_EXE) + " create '" + path + "' " + fields, &out), 0);
+    ASSERT_EQ(
+        qz_test::run(std::string(QZDBF_EXE) + " create --overwrite '" + path + "' " + fields, &out),
+        0);
 }
 
 // Changes a marker file in `w`'s folder and waits until `w` hears it: the
@@ -94,6 +98,14 @@ TEST(Notifier, PathsDifferingInCaseShareOne) {
     Tqz_dbf_notifier* d = Tqz_dbf_notifier::get_instance(upper.c_str());
     EXPECT_EQ(d->get_ref_count(), 1u);
     Tqz_dbf_notifier::release(d);
+    // A bare file name lives in the current folder.
+    char cwd[4096];
+    ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
+    ASSERT_EQ(::chdir(dir.path().c_str()), 0);
+    Tqz_dbf_notifier* bare = Tqz_dbf_notifier::get_instance(L"bare.dbf");
+    EXPECT_TRUE(bare->is_watching());
+    Tqz_dbf_notifier::release(bare);
+    ASSERT_EQ(::chdir(cwd), 0);
     Tqz_dbf_notifier* e = Tqz_dbf_notifier::get_instance(dir.wfile("none/x.dbf").c_str());
     EXPECT_FALSE(e->is_watching());
     EXPECT_EQ(e->begin_update(), 1u);  // its brackets still work

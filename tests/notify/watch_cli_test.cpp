@@ -37,7 +37,7 @@ TEST(WatchCommand, PrintsTheEventsOfAChangeUntilInterrupted) {
                                dir.file("err") +
                                "' && break; sleep 0.05; done\n"
                                "'" +
-                               exe + "' create '" + table +
+                               exe + "' create --overwrite '" + table +
                                "' ID:N:6 NAME:C:4 >/dev/null\n"
                                "for i in $(seq 40); do grep -q end '" +
                                dir.file("out") +

@@ -3,6 +3,8 @@
 // writer, an impossible layout), memo fields, names in the table's encoding.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -119,11 +121,21 @@ TEST_F(Apply, TablesLeftAlone) {
     EXPECT_FALSE(fs::exists(file + ".bak.dbf"));
 
     // A backup left by a killed run is no obstacle; the lock is free again.
+    // Siblings of killed rewrites go; those of a live process stay.
     qz_test::write_bytes(file + ".bak.dbf", {1, 2, 3});
+    const std::string dead = file + ".2147483000.7.tmp",
+                      dead_bak = file + ".bak.dbf.2147483001.0.tmp",
+                      live = file + "." + std::to_string(getppid()) + ".3.tmp",
+                      other = file + ".x.1.tmp";
+    for (const auto& f : {dead, dead_bak, live, other}) qz_test::write_bytes(f, {9});
     EXPECT_TRUE(qz_dbf_restruct_apply(d));
     EXPECT_EQ(layout(path), "B:N:5:1");
     EXPECT_EQ(cells(path), (std::vector<std::vector<std::string>>{{"1.5"}, {"2.0"}}));
     EXPECT_FALSE(fs::exists(file + ".bak.dbf"));
+    EXPECT_FALSE(fs::exists(dead));
+    EXPECT_FALSE(fs::exists(dead_bak));
+    EXPECT_TRUE(fs::exists(live));
+    EXPECT_TRUE(fs::exists(other));
     writer = qz_dbf_open_w(path.c_str(), false, false);
     EXPECT_NE(writer, nullptr);
     qz_dbf_close(writer);
@@ -150,15 +162,15 @@ TEST_F(Apply, MemoFieldsKeepTheirBlocksAndTheMemoFileStays) {
     ASSERT_NE(t, nullptr);
     ASSERT_EQ(qz_dbf_get_nr(t), before.size());
     for (unsigned r = 0; r < before.size(); ++r) {
-        EXPECT_EQ(cell(t, 0, r), before[r][8]) << r;  // the block number's text
-        for (unsigned k = 1; k < 8; ++k) EXPECT_EQ(cell(t, k, r), before[r][k]) << r << k;
+        EXPECT_EQ(cell(t, 0, r), before[r][notes]) << r;  // the block number's text
+        for (int k = 1; k < notes; ++k) EXPECT_EQ(cell(t, k, r), before[r][k]) << r << k;
     }
     // The memo text is still reachable from the moved field.
     Tqz_dbf_rw* orig = qz_dbf_open(QZ_EXAMPLES_DIR "/sample.dbf", true, false);
     for (unsigned r = 0; r < before.size(); ++r) {
         bool ok1 = false, ok2 = false;
         unsigned l1 = 0, l2 = 0, t1 = 0, t2 = 0;
-        const unsigned char* a = qz_dbf_get_memo_bytes(orig, 8, r, ok1, l1, t1);
+        const unsigned char* a = qz_dbf_get_memo_bytes(orig, notes, r, ok1, l1, t1);
         std::string want = a ? std::string(reinterpret_cast<const char*>(a), l1) : "";
         const unsigned char* b = qz_dbf_get_memo_bytes(t, 0, r, ok2, l2, t2);
         std::string got = b ? std::string(reinterpret_cast<const char*>(b), l2) : "";

@@ -2,6 +2,7 @@
 // undo, the rewriting path with its odd masks, and inputs that must leave
 // the table as it was.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -155,7 +156,10 @@ TEST(DeleteByMask, BadInputLeavesTheTableAsItWas) {
     EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(dir.wfile("none.dbf").c_str(), m), 1u);
     EXPECT_EQ(qz_dbf_del_records_by_msk_why_w(dir.wfile("none.dbf").c_str(), m),
               QZ_DBF_DELMASK_CANNOT_OPEN);
-    EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(qz_test::widen(dir.path()).c_str(), m), 1u);
+    // A folder without tables opens neither as a table nor through OGR.
+    const std::string empty = dir.file("empty");
+    ASSERT_EQ(::mkdir(empty.c_str(), 0700), 0);
+    EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(qz_test::widen(empty).c_str(), m), 1u);
     EXPECT_EQ(read_bytes(dir.file("t.dbf")), before);
 
     // Another writer holds the table: nothing changes, and its lock stays.
@@ -181,6 +185,28 @@ TEST(DeleteByMask, BadInputLeavesTheTableAsItWas) {
     EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(dir.wfile("junk.dbf").c_str(), m), 1u);
     EXPECT_EQ(read_bytes(dir.file("junk.dbf")), (std::vector<uint8_t>{1, 2, 3}));
     qz_bits_destroy(m);
+}
+
+TEST(DeleteByMask, AHeaderClaimingMoreRecordsThanTheFileHolds) {
+    // The header says a billion records, the file holds five: the copy is
+    // made of the five (less the masked), quickly, and no larger.
+    Temp_dir dir;
+    Temp_folder_guard keep;
+    qz_options_set_temp_wpath(qz_test::widen(dir.path() + "/").c_str());
+    const std::wstring path = dir.wfile("t.dbf");
+    make_table(path, 5);
+    std::vector<uint8_t> b = read_bytes(dir.file("t.dbf"));
+    b[4] = 0x00;
+    b[5] = 0xCA;
+    b[6] = 0x9A;
+    b[7] = 0x3B;  // 1,000,000,000
+    qz_test::write_bytes(dir.file("t.dbf"), b);
+    void* m = mask_of({0, 4, 600000000});
+    EXPECT_EQ(qz_dbf_del_records_by_msk_and_fn(path.c_str(), m), 0u);
+    qz_bits_destroy(m);
+    // Three bits are counted, so of the three kept records two remain.
+    EXPECT_EQ(rows(path), expected_rows({1, 2}));
+    EXPECT_LT(read_bytes(dir.file("t.dbf")).size(), b.size());
 }
 
 TEST(DeleteByMask, MemoryTableLosesRecordsAsOneUndoableStep) {

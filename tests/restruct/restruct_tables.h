@@ -55,13 +55,15 @@ inline std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record) {
     return s ? s : "";
 }
 
-// Every cell of the table at `path` as text, record by record; empty when it
-// does not open.
-inline std::vector<std::vector<std::string>> cells(const std::wstring& path) {
+// Every cell of the table at `path` as text, record by record (at most
+// `limit` records); empty when it does not open.
+inline std::vector<std::vector<std::string>> cells(const std::wstring& path,
+                                                   unsigned limit = 0xFFFFFFFFu) {
     std::vector<std::vector<std::string>> out;
     Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
     if (!t) return out;
-    for (unsigned r = 0; r < qz_dbf_get_nr(t); ++r) {
+    const unsigned nr = qz_dbf_get_nr(t) < limit ? qz_dbf_get_nr(t) : limit;
+    for (unsigned r = 0; r < nr; ++r) {
         out.emplace_back();
         for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) out.back().push_back(cell(t, f, r));
     }

@@ -42,13 +42,24 @@ TEST(LastError, OpenFailuresSayWhy) {
     EXPECT_TRUE(has(qz_dbf_last_error_message(), "none.dbf: no such file"))
         << qz_dbf_last_error_message();
 
-    EXPECT_EQ(qz_dbf_open(dir.path().c_str(), true, false), nullptr);
+    // A folder without tables: neither the table file nor OGR opens it.
+    const std::string empty = dir.file("empty");
+    ASSERT_EQ(::mkdir(empty.c_str(), 0700), 0);
+    EXPECT_EQ(qz_dbf_open(empty.c_str(), true, false), nullptr);
     EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_NOT_A_TABLE);
     EXPECT_TRUE(has(qz_dbf_last_error_message(), "a folder"));
 
+    // A table another writer holds: the classic open reads it through OGR,
+    // read-only, and leaves the last error alone; qz_dbf_open_ex refuses it.
     Tqz_dbf_rw* writer = qz_dbf_open(path.c_str(), false, false);
     ASSERT_NE(writer, nullptr);
-    EXPECT_EQ(qz_dbf_open(path.c_str(), false, false), nullptr);
+    qz_dbf_clear_last_error();
+    Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(qz_dbf_get_storage(second), qz_dbf_storage_ogr);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_OK);
+    qz_dbf_close(second);
+    EXPECT_EQ(qz_dbf_open_ex(path.c_str(), 0), nullptr);
     EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_LOCKED);
     EXPECT_TRUE(has(qz_dbf_last_error_message(), "t.dbf: locked by another writer"));
     // A success leaves the last error as it was.
@@ -100,6 +111,14 @@ TEST(LastError, CellFailuresNameFieldRecordAndReason) {
     EXPECT_EQ(qz_dbf_get_memo_bytes(t, 2, 0, ok, len, type), nullptr);
     EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_MEMO);
     EXPECT_TRUE(has(qz_dbf_last_error_message(), "memo file missing"));
+    // Field calls name the missing field; the answer stays the neutral one.
+    qz_dbf_clear_last_error();
+    EXPECT_EQ(qz_dbf_get_field_name(t, 3), nullptr);
+    EXPECT_TRUE(
+        has(qz_dbf_last_error_message(), "field 3 does not exist (the table has 3 fields)"));
+    qz_dbf_clear_last_error();
+    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"NOPE"), 0xFFFFFFFFu);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
     qz_dbf_close(t);
 
     EXPECT_EQ(qz_dbf_get_nf(nullptr), 0u);

@@ -8,10 +8,12 @@ namespace qzdbf {
 
 namespace {
 
-// Findings after which a write would go to the wrong bytes.
+// Findings after which a write would go to the wrong bytes, or would
+// change a table that is already damaged (its memo file gone).
 bool breaks_writes(int kind) {
     return kind == QZ_DBF_CHECK_RECORDS || kind == QZ_DBF_CHECK_RECORD_LENGTH ||
-           kind == QZ_DBF_CHECK_HEADER_LENGTH || kind == QZ_DBF_CHECK_TERMINATOR;
+           kind == QZ_DBF_CHECK_HEADER_LENGTH || kind == QZ_DBF_CHECK_TERMINATOR ||
+           kind == QZ_DBF_CHECK_MEMO;
 }
 
 int status_of(int error) {

@@ -23,7 +23,7 @@ enum class Access { read, write };
 //    `force` such a file is opened anyway, read-only, and a write access
 //    is still refused;
 //  - for writing, the table's structure is damaged so that a write would
-//    land in the wrong place (kBadUsage);
+//    land in the wrong place, or its memo file is missing (kBadUsage);
 //  - another writer holds the table, or it is read-only or unreadable
 //    (kIoError).
 // Damage that leaves the table readable (records missing at the end, a

@@ -230,8 +230,12 @@ int cmd_create(const Args& args) {
     std::string error;
     if (!check_layout(fields, error)) return fail(kBadUsage, error);
     struct stat st;
-    if (!overwrite && ::stat(path.c_str(), &st) == 0)
-        return fail(kBadUsage, path + ": already exists (--overwrite replaces it)");
+    if (::stat(path.c_str(), &st) == 0) {
+        if (!overwrite) return fail(kBadUsage, path + ": already exists (--overwrite replaces it)");
+        if (!S_ISREG(st.st_mode)) return fail(kBadUsage, path + ": not a file");
+        if (!(st.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)))
+            return fail(kIoError, path + ": the file is read-only");
+    }
     bool has_memo = false;
     for (const auto& f : fields) has_memo = has_memo || f.type == 'M' || f.type == 'P';
     Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), static_cast<unsigned int>(fields.size()),

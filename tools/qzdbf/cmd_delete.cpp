@@ -24,6 +24,9 @@ std::string reason_text(int reason, const std::string& path) {
             return "'" + path + "' is open for writing elsewhere; nothing changed";
         case QZ_DBF_DELMASK_COPY_FAILED:
             return "cannot write the temporary copy in the temporary folder; nothing changed";
+        case QZ_DBF_DELMASK_UNKNOWN_LAYOUT:
+            return "the fields of '" + path +
+                   "' do not fill its records exactly; a copy would lose bytes, nothing changed";
         case QZ_DBF_DELMASK_REPLACE_FAILED:
             return "cannot put the new table in place of '" + path + "'; nothing changed";
         default:

@@ -133,10 +133,26 @@ int cmd_dump(const Args& args) {
         return fail(kBadUsage, error);
     }
 
+    // OGR's sources have no deletion flags: no deleted column, no prefix.
+    const bool flags = qz_dbf_get_storage(t) != qz_dbf_storage_ogr;
     const unsigned int nf = qz_dbf_get_nf(t);
     const unsigned long long nr = qz_dbf_get_nr(t);
     const unsigned long long first = from < nr ? from : nr;
-    const unsigned long long end = nr - first < count ? nr : first + count;
+    unsigned long long end = nr - first < count ? nr : first + count;
+    // The file may hold fewer records than its header says (the damage was
+    // reported at the open): the records it holds are a prefix, found by
+    // halving, so that a count of four billion costs nothing.
+    if (flags && end > first && qz_dbf_get_deleted(t, static_cast<unsigned int>(end - 1)) < 0) {
+        unsigned long long lo = first, hi = end - 1;  // lo: maybe held, hi: not held
+        while (lo < hi) {
+            const unsigned long long mid = lo + (hi - lo) / 2;
+            if (qz_dbf_get_deleted(t, static_cast<unsigned int>(mid)) < 0)
+                hi = mid;
+            else
+                lo = mid + 1;
+        }
+        end = lo;
+    }
     std::vector<bool> memo(nf);
     for (unsigned int f = 0; f < nf; ++f)
         memo[f] = !raw && qz_dbf_get_field_type(t, f) == dbf_ft_memo;
@@ -163,8 +179,6 @@ int cmd_dump(const Args& args) {
     }
 
     if (csv) {
-        // OGR's sources have no deletion flags, hence no deleted column.
-        const bool flags = qz_dbf_get_storage(t) != qz_dbf_storage_ogr;
         for (unsigned int f = 0; f < nf; ++f)
             std::printf("%s%s", f ? "," : "", csv_field(names[f]).c_str());
         std::fputs(flags ? ",deleted\r\n" : "\r\n", stdout);

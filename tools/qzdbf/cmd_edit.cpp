@@ -253,6 +253,7 @@ int cmd_edit(const Args& all_args) {
     if (!mem)
         return fail(qz_dbf_last_error() == QZ_DBF_ERR_LOCKED ? kIoError : kFailed,
                     std::string("cannot load: ") + qz_dbf_last_error_message());
+    qz_dbf_mem_keep_cpg(mem, true);  // a save keeps the table's .cpg as it is
     Tqz_dbf_rw* view = qz_dbf_open(path.c_str(), true, false);
     if (!view || !qz_dbf_is_buffered(view)) {
         if (view) qz_dbf_close(view);

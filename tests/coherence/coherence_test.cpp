@@ -1,0 +1,226 @@
+// What other handles and processes see of a handle's writes, qz_dbf_flush,
+// appends, saves over links, and searches over a header that claims far
+// more records than its file holds.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "child_process.h"
+#include "qzk_basic.h"
+#include "qzk_file_dbf_ext.h"
+
+using namespace coherence;
+using qz_test::read_bytes;
+using qz_test::Temp_dir;
+using qz_test::write_bytes;
+
+namespace {
+
+std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record) {
+    bool ok = false;
+    const char* s = qz_dbf_get_str(t, field, record, ok);
+    if (!ok || !s) return "<none>";
+    std::string text = s;
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    return text;
+}
+
+std::atomic<int> g_updates{0};
+void count_updates(Tqz_table* event, void*) {
+    if (qz_event_kind(event) == QZ_EVENT_UPDATE) ++g_updates;
+}
+
+}  // namespace
+
+// A reader opened before a writer in another process sees the writer's
+// record once the writer has moved to another record and the update event
+// has reached the reader; the record still being changed reaches it at the
+// writer's close.
+TEST(Coherence, ReaderInAnotherProcessSeesWritesAfterTheEvent) {
+    Temp_dir dir;
+    const std::string table = dir.file("shared.dbf");
+    ASSERT_TRUE(make_table(table, {10}, 3));
+    // A later write must change the file's time even on a coarse clock.
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+
+    Tqz_dbf_rw* reader = qz_dbf_open(table.c_str(), true, false);
+    ASSERT_NE(reader, nullptr);
+    Tqz_dbf_notifier* n = qz_create_dbf_notifier_w(qz_test::widen(table).c_str());
+    ASSERT_NE(n, nullptr);
+    Iqz_event_channel* ch = qz_dbf_notifier_get_update_event_channel(n);
+    qz_event_channel_add_client(ch, &count_updates, nullptr);
+    g_updates = 0;
+    // The reader's window now holds every record.
+    EXPECT_EQ(cell(reader, 0, 0), "");
+    EXPECT_EQ(cell(reader, 0, 1), "");
+
+    Shared_file shared(dir.file("word"));
+    ASSERT_TRUE(shared.ok());
+    pid_t pid = start_child("writer", table, shared);
+    ASSERT_GT(pid, 0);
+    Child_guard guard(pid);
+    ASSERT_TRUE(wait_for(
+        pid, [&] { return shared->progress.load() == 1; }, 20));
+    ASSERT_TRUE(wait_for(
+        -1, [&] { return g_updates.load() > 0; }, 10))
+        << "no update event";
+    EXPECT_EQ(cell(reader, 0, 0), "CHANGED");
+
+    int before = g_updates.load();
+    shared->word.store(1);
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    guard.reaped();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_TRUE(wait_for(
+        -1, [&] { return g_updates.load() > before; }, 10));
+    EXPECT_EQ(cell(reader, 0, 1), "NEXT");
+    EXPECT_EQ(cell(reader, 0, 0), "CHANGED");
+
+    qz_event_channel_del_client(ch, &count_updates, nullptr);
+    qz_destroy_dbf_notifier(n);
+    qz_dbf_close(reader);
+}
+
+// Within one process: a second handle on the file sees a record as soon as
+// the writer has left it; qz_dbf_flush and close put the bytes in the file.
+TEST(Coherence, WritesReachTheFileWhenTheWriterLeavesTheRecordOrFlushes) {
+    Temp_dir dir;
+    const std::string table = dir.file("one.dbf");
+    ASSERT_TRUE(make_table(table, {10, 10}, 5));
+    Tqz_dbf_rw* reader = qz_dbf_open(table.c_str(), true, false);
+    Tqz_dbf_rw* writer = qz_dbf_open(table.c_str(), false, false);
+    ASSERT_TRUE(reader && writer);
+    EXPECT_EQ(cell(reader, 0, 2), "");
+
+    ASSERT_TRUE(qz_dbf_set_str(writer, 0, 2, "two"));
+    ASSERT_TRUE(qz_dbf_set_str(writer, 1, 2, "deux"));
+    EXPECT_EQ(cell(writer, 1, 2), "deux");  // its own writes, pending or not
+    EXPECT_EQ(cell(writer, 0, 3), "");      // moves on: record 2 goes to the file
+    EXPECT_EQ(raw_cell(read_bytes(table), 2, 1, 10), "two");
+    EXPECT_EQ(raw_cell(read_bytes(table), 2, 11, 10), "deux");
+    EXPECT_EQ(cell(reader, 0, 2), "two");
+    EXPECT_EQ(cell(reader, 1, 2), "deux");
+
+    // An explicit flush, without moving.
+    ASSERT_TRUE(qz_dbf_set_str(writer, 1, 4, "four"));
+    EXPECT_TRUE(qz_dbf_flush(writer));
+    EXPECT_EQ(raw_cell(read_bytes(table), 4, 11, 10), "four");
+    EXPECT_EQ(cell(reader, 1, 4), "four");
+    EXPECT_TRUE(qz_dbf_flush(writer));  // nothing pending: still true
+    EXPECT_TRUE(qz_dbf_flush(reader));
+    EXPECT_FALSE(qz_dbf_flush(nullptr));
+
+    // Close writes what is pending.
+    ASSERT_TRUE(qz_dbf_set_str(writer, 0, 0, "img"));
+    qz_dbf_close(writer);
+    EXPECT_EQ(raw_cell(read_bytes(table), 0, 1, 10), "img");
+    EXPECT_EQ(cell(reader, 0, 0), "img");
+    EXPECT_EQ(cell(reader, 1, 2), "deux");
+    qz_dbf_close(reader);
+}
+
+// Appends reach the file with the header's count after the records; a
+// reader opened afterwards sees all of them.
+TEST(Coherence, AppendsReachTheFileCountLast) {
+    Temp_dir dir;
+    const std::string table = dir.file("grow.dbf");
+    ASSERT_TRUE(make_table(table, {8}, 2));
+    Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    ASSERT_TRUE(qz_dbf_set_str(t, 0, 1, "pending"));
+    qz_dbf_add_records(t, 3);
+    std::vector<uint8_t> b = read_bytes(table);
+    EXPECT_EQ(u32_at(b, 4), 5u);
+    ASSERT_EQ(b.size(), u16_at(b, 8) + 9u * 5 + 1);
+    EXPECT_EQ(b.back(), 0x1A);
+    EXPECT_EQ(raw_cell(b, 1, 1, 8), "pending");  // written before the append
+    ASSERT_TRUE(qz_dbf_set_str(t, 0, 4, "last"));
+    EXPECT_EQ(cell(t, 0, 4), "last");
+    qz_dbf_close(t);
+    Tqz_dbf_rw* r = qz_dbf_open(table.c_str(), true, false);
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(qz_dbf_get_nr(r), 5u);
+    EXPECT_EQ(cell(r, 0, 4), "last");
+    qz_dbf_close(r);
+}
+
+// Saving a memory table over a link replaces the file the link names and
+// keeps its permission bits; siblings left by killed saves are removed,
+// those of living processes stay.
+TEST(Coherence, MemorySaveFollowsLinksKeepsTheModeAndCleansUp) {
+    Temp_dir dir;
+    const std::string real = dir.file("real.dbf"), link = dir.file("link.dbf");
+    ASSERT_TRUE(make_table(real, {6}, 2));
+    ASSERT_EQ(::chmod(real.c_str(), 0640), 0);
+    ASSERT_EQ(::symlink("real.dbf", link.c_str()), 0);
+    const std::string orphan = real + ".999999999.0.tmp";  // no such pid
+    const std::string living = real + "." + std::to_string(::getppid()) + ".0.tmp";
+    const std::string other = dir.file("other.dbf.999999999.0.tmp");
+    for (const std::string& p : {orphan, living, other}) write_bytes(p, {1, 2, 3});
+
+    Tqz_dbf_memory* m = qz_dbf_mem_load(link.c_str());
+    ASSERT_NE(m, nullptr);
+    ASSERT_TRUE(qz_dbf_mem_set_str(m, 0, 1, "saved"));
+    ASSERT_TRUE(qz_dbf_mem_save(m));
+    qz_dbf_mem_free(m);
+
+    struct stat st;
+    ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    ASSERT_EQ(::stat(real.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0640u);
+    EXPECT_EQ(raw_cell(read_bytes(real), 1, 1, 6), "saved");
+    EXPECT_FALSE(qz_test::exists(orphan));
+    EXPECT_TRUE(qz_test::exists(living));
+    EXPECT_TRUE(qz_test::exists(other));
+}
+
+// A header that claims 2^32 - 1 records: with a record length of 0 every
+// record reads the same bytes, with any other length the file holds only a
+// few. Either way both searches answer at once, with what reading every
+// claimed record would give.
+TEST(Coherence, SearchesDoNotWalkAClaimedCount) {
+    Temp_dir dir;
+    for (unsigned record_length : {0u, 10u}) {
+        std::vector<uint8_t> b(93, ' ');
+        std::memset(b.data(), 0, 65);
+        b[0] = 0x03;
+        b[4] = b[5] = b[6] = b[7] = 0xFF;
+        b[8] = 65;
+        b[10] = static_cast<uint8_t>(record_length);
+        std::memcpy(&b[32], "NAME", 4);
+        b[32 + 11] = 'C';
+        b[32 + 16] = 10;
+        b[64] = 0x0D;
+        std::memcpy(&b[66], "Hello", 5);
+        const std::string path = dir.file("claim" + std::to_string(record_length) + ".dbf");
+        write_bytes(path, b);
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
+        ASSERT_NE(t, nullptr);
+        EXPECT_EQ(qz_dbf_get_nr(t), 0xFFFFFFFFu);
+        auto start = std::chrono::steady_clock::now();
+        unsigned rec = 7;
+        EXPECT_TRUE(qz_dbf_find_value(t, 0, "HELLO", rec));
+        EXPECT_EQ(rec, 0u);
+        rec = 7;
+        EXPECT_FALSE(qz_dbf_find_value(t, 0, "absent", rec));
+        EXPECT_EQ(rec, 7u);
+        qz_dbf_begin_fast_find(t, 0);
+        EXPECT_TRUE(qz_dbf_find_value_fast(t, "Hello", rec));
+        // The index keeps the last record holding a text.
+        EXPECT_EQ(rec, record_length == 0 ? 0xFFFFFFFEu : 0u);
+        EXPECT_FALSE(qz_dbf_find_value_fast(t, "absent", rec));
+        qz_dbf_end_fast_find(t);
+        double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        EXPECT_LT(seconds, 1.0) << "record length " << record_length;
+        // Records past the file's end read as nothing at all.
+        if (record_length == 10) {
+            EXPECT_EQ(cell(t, 0, 5), "<none>");
+        }
+        qz_dbf_close(t);
+    }
+}

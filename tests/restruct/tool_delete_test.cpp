@@ -1,0 +1,92 @@
+// qzdbf pack, delete and edit's delmask: what they print, what they leave in
+// the file, and what they refuse.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "test_support.h"
+
+namespace {
+
+std::string qzdbf(const std::string& args, int* status = nullptr) {
+    std::string out;
+    const int rc = qz_test::run("LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1", &out);
+    if (status) *status = rc;
+    return out;
+}
+
+class ToolDelete : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        path = dir.file("t.dbf");
+        table = "'" + path + "'";
+        int rc = -1;
+        qzdbf("create " + table + " NAME:C:4 --records 6", &rc);
+        ASSERT_EQ(rc, 0);
+        for (int i = 0; i < 6; ++i)
+            qzdbf("set " + table + " NAME " + std::to_string(i) + " r" + std::to_string(i));
+    }
+    std::string names() {
+        std::string out = qzdbf("dump " + table + " --csv");
+        std::string s;
+        size_t at = out.find('\n');  // past the header line
+        while (at != std::string::npos && at + 1 < out.size()) {
+            size_t end = out.find('\n', at + 1);
+            std::string line = out.substr(at + 1, end - at - 1);
+            if (!line.empty() && line.back() == '\r') line.pop_back();
+            s += (s.empty() ? "" : ",") + line;
+            at = end;
+        }
+        return s;
+    }
+    qz_test::Temp_dir dir;
+    std::string path, table;
+};
+
+TEST_F(ToolDelete, DeleteAndPackSayWhatWentAndWhatIsLeft) {
+    int rc = -1;
+    EXPECT_EQ(qzdbf("delete " + table + " 4 1", &rc), "removed 2 records, 4 left\n");
+    EXPECT_EQ(rc, 0);
+    EXPECT_EQ(names(), "r0,r2,r3,r5");
+    // Flags set straight in the file: records 0 and 3 (r0, r5).
+    std::vector<uint8_t> b = qz_test::read_bytes(path);
+    const size_t header = b[8] | b[9] << 8, length = b[10] | b[11] << 8;
+    b[header] = '*';
+    b[header + 3 * length] = '*';
+    qz_test::write_bytes(path, b);
+    EXPECT_EQ(qzdbf("pack " + table, &rc), "removed 2 records, 2 left\n");
+    EXPECT_EQ(names(), "r2,r3");
+    EXPECT_EQ(qzdbf("pack " + table, &rc), "removed 0 records, 2 left\n");
+    EXPECT_EQ(rc, 0);
+}
+
+TEST_F(ToolDelete, RefusalsChangeNothing) {
+    const std::vector<uint8_t> before = qz_test::read_bytes(path);
+    int rc = -1;
+    EXPECT_NE(qzdbf("delete " + table + " 6", &rc).find("out of range"), std::string::npos);
+    EXPECT_EQ(rc, 2);
+    EXPECT_NE(qzdbf("delete " + table + " 1 1", &rc).find("named twice"), std::string::npos);
+    EXPECT_NE(qzdbf("delete " + table, &rc).find("needs PATH RECORD"), std::string::npos);
+    EXPECT_NE(qzdbf("pack '" + dir.file("none.dbf") + "'", &rc).find("cannot open"),
+              std::string::npos);
+    EXPECT_EQ(rc, 1);
+    EXPECT_EQ(qz_test::read_bytes(path), before);
+}
+
+TEST_F(ToolDelete, EditDelmaskIsOneUndoableStep) {
+    std::string out;
+    const int rc = qz_test::run(
+        "printf 'delmask 1 3 5\\nundo\\ndelmask 0 5\\nsave\\ndelmask 9\\nquit\\n' | "
+        "LC_ALL=C.UTF-8 '" QZDBF_EXE "' edit " +
+            table + " 2>&1",
+        &out);
+    EXPECT_NE(out.find("removed 3 records, 3 left\nundone\nremoved 2 records, 4 left\nsaved 4"),
+              std::string::npos)
+        << out;
+    EXPECT_NE(out.find("record 9 is out of range"), std::string::npos) << out;
+    EXPECT_NE(rc, 0) << "a failed line makes the exit status 1";
+    EXPECT_EQ(names(), "r1,r2,r3,r4");
+}
+
+}  // namespace

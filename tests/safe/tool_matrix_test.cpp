@@ -1,0 +1,264 @@
+// The tool over bad files and bad values: exit statuses, reasons, and files
+// left byte for byte (and modification time) as they were.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <string>
+
+#include "bad_files.h"
+#include "qzk_file_dbf_ext.h"
+#include "test_support.h"
+
+namespace {
+
+using qz_test::read_bytes;
+using qz_test::Temp_dir;
+using qz_test::write_bytes;
+
+struct Tool_run {
+    int status;
+    std::string out;  // standard output and error
+};
+
+Tool_run qzdbf(const std::string& args, const std::string& input = "") {
+    Tool_run r;
+    std::string command = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1";
+    if (!input.empty()) command = "printf '" + input + "' | " + command;
+    r.status = qz_test::run(command, &r.out);
+    return r;
+}
+
+int64_t mtime_ns(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return -1;
+    return static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+}
+
+std::string quoted(const std::string& path) {
+    return "'" + path + "'";
+}
+
+// The first line of the output that is a message of the tool.
+std::string reason(const std::string& out) {
+    std::istringstream lines(out);
+    std::string line;
+    while (std::getline(lines, line))
+        if (line.rfind("qzdbf: ", 0) == 0) return line.substr(7);
+    return "";
+}
+
+TEST(ToolMatrix, BadFilesAreRefusedWithAReasonAndLeftUntouched) {
+    Temp_dir dir;
+    std::vector<qz_safe::Bad_file> files = qz_safe::make_bad_files(dir);
+    // Another writer holds the "locked" table for the whole run.
+    Tqz_dbf_rw* holder = qz_dbf_open(dir.file("locked.dbf").c_str(), false, false);
+    ASSERT_NE(holder, nullptr);
+
+    struct Command {
+        const char* name;
+        std::string args;  // PATH is replaced
+        std::string input;
+        bool writes;
+    };
+    const std::vector<Command> commands = {
+        {"info", "info PATH", "", false},          {"info --force", "info --force PATH", "", false},
+        {"dump", "dump PATH", "", false},          {"dump --csv", "dump PATH --csv", "", false},
+        {"get", "get PATH 0 0", "", false},        {"set", "set PATH 0 0 x", "", true},
+        {"append", "append PATH", "", true},       {"edit", "edit PATH", "quit\\n", true},
+        {"watch", "watch PATH", "", false},        {"check", "check PATH", "", false},
+        {"create", "create PATH A:C:5", "", true},
+    };
+    std::ostringstream matrix;
+    matrix << "file                 | ";
+    for (const Command& c : commands) matrix << c.name << " | ";
+    matrix << "\n";
+    std::map<std::string, std::string> reasons;
+    for (const qz_safe::Bad_file& b : files) {
+        const bool folder = b.name == "folder.dbf";
+        const std::vector<uint8_t> bytes = folder ? std::vector<uint8_t>() : read_bytes(b.path);
+        const int64_t mtime = mtime_ns(b.path);
+        matrix << b.name << std::string(20 - std::min<size_t>(20, b.name.size()), ' ') << " | ";
+        for (const Command& c : commands) {
+            std::string args = c.args;
+            args.replace(args.find("PATH"), 4, quoted(b.path));
+            // watch runs until it is stopped: a second is enough to see it start.
+            if (std::string(c.name) == "watch")
+                args = "--help >/dev/null; timeout -s INT 1 '" QZDBF_EXE "' " + args;
+            Tool_run r = qzdbf(args, c.input);
+            matrix << r.status << " | ";
+            const std::string why = reason(r.out);
+            if (!why.empty() && r.status != 0) reasons[b.name + " / " + c.name] = why;
+            const std::string where = b.name + " / " + c.name + ": " + r.out;
+            if (std::string(c.name) == "info --force") {
+                // Read anyway, read-only, with the reason as a warning; a
+                // folder is still no file.
+                EXPECT_EQ(r.status, folder ? 2 : 0) << where;
+                if (b.severity == QZ_DBF_SEV_FATAL && !folder) {
+                    EXPECT_NE(r.out.find("read anyway (--force)"), std::string::npos) << where;
+                }
+            } else if (b.severity == QZ_DBF_SEV_FATAL) {
+                // Not a table: refused by every command, the reason given;
+                // check reports it.
+                EXPECT_EQ(r.status, std::string(c.name) == "check" ? 1 : 2) << where;
+                EXPECT_NE(r.out.find(std::string(c.name) == "create" ? "already exists" : b.reason),
+                          std::string::npos)
+                    << where;
+            } else if (b.name == "locked.dbf" || b.name == "read_only.dbf") {
+                // Reading works; writing is an I/O failure (3).
+                if (std::string(c.name) != "watch") {
+                    const int expected = std::string(c.name) == "create" ? 2 : c.writes ? 3 : 0;
+                    EXPECT_EQ(r.status, expected) << where;
+                }
+            } else {
+                // Damaged but readable: read with a warning, never written.
+                if (c.writes) {
+                    EXPECT_EQ(r.status, 2) << where;
+                } else if (std::string(c.name) == "check") {
+                    EXPECT_EQ(r.status, 1) << where;
+                } else if (std::string(c.name) != "watch") {
+                    EXPECT_EQ(r.status, 0) << where;
+                    EXPECT_NE(r.out.find("warning: "), std::string::npos) << where;
+                }
+            }
+            if (!folder) {
+                EXPECT_EQ(read_bytes(b.path), bytes) << where;
+            }
+            EXPECT_EQ(mtime_ns(b.path), mtime) << where;
+            if (b.name != "locked.dbf") {
+                EXPECT_FALSE(qz_test::exists(b.path + ".lk")) << where;
+            }
+        }
+        matrix << "\n";
+    }
+    qz_dbf_close(holder);
+    std::cout << matrix.str();
+    for (const auto& [k, v] : reasons) std::cout << k << ": " << v << "\n";
+}
+
+TEST(ToolMatrix, WrongValuesAreRefusedAndTheTableStaysAsItWas) {
+    Temp_dir dir;
+    const std::string path = dir.file("values.dbf");
+    ASSERT_EQ(qzdbf("create " + quoted(path) +
+                    " C:C:5 N:N:6:2 F:F:8:3 L:L:1 D:D:8 I:I:4 M:M:10 --records 2")
+                  .status,
+              0);
+    ASSERT_TRUE(qz_test::exists(dir.file("values.dbt")));
+    ASSERT_EQ(qzdbf("set " + quoted(path) + " C 0 abc").status, 0);
+    const std::map<std::string, std::vector<std::string>> wrong = {
+        {"C", {"abcdef", "日本", "Ωmega", "€€€€€€", "straße!"}},
+        {"N", {"abc", "1e99", "12345", "1.2.3", "--1", "0x10", "inf"}},
+        {"F", {"x", "1e30", "99999.5", "1,2,3", "+-1", "nan"}},
+        {"L", {"maybe", "2", "yess", "tru", "oui"}},
+        {"D", {"2023-02-30", "20231301", "2023-1-1", "31.12.2024", "00000000", "abcdefgh"}},
+        {"I", {"2147483648", "-2147483649", "1.5", "1e3", "abc", "99999999999999999999"}},
+        {"M", {"hello", "1", "0", "block 5", "x"}},
+    };
+    const std::vector<uint8_t> before = read_bytes(path);
+    const std::vector<uint8_t> memo_before = read_bytes(dir.file("values.dbt"));
+    const int64_t mtime = mtime_ns(path);
+    int refused = 0;
+    for (const auto& [field, values] : wrong) {
+        EXPECT_GE(values.size(), 5u);
+        for (const std::string& v : values) {
+            Tool_run r = qzdbf("set " + quoted(path) + " " + field + " 1 '" + v + "'");
+            EXPECT_EQ(r.status, 2) << field << " " << v << ": " << r.out;
+            // The message names field, record, value and reason.
+            EXPECT_NE(r.out.find("field " + field + ", record 1: '" + v + "' refused: "),
+                      std::string::npos)
+                << r.out;
+            refused += r.status == 2;
+        }
+    }
+    EXPECT_EQ(read_bytes(path), before);
+    EXPECT_EQ(read_bytes(dir.file("values.dbt")), memo_before);
+    EXPECT_EQ(mtime_ns(path), mtime);
+    std::cout << refused << " wrong values refused, table byte-identical\n";
+
+    // What fits goes in, in the field's layout.
+    for (const auto& [field, value, stored] :
+         std::vector<std::tuple<std::string, std::string, std::string>>{
+             {"N", "-12,5", "-12.50"},
+             {"L", "yes", "T"},
+             {"D", "2024-02-29", "20240229"},
+             {"I", "-2147483648", "-2147483648"},
+             {"C", "Щука", "Щука"}}) {
+        EXPECT_EQ(qzdbf("set " + quoted(path) + " " + field + " 0 '" + value + "'").status, 0);
+        EXPECT_EQ(qzdbf("get " + quoted(path) + " " + field + " 0").out, stored + "\n") << field;
+    }
+    // --truncate cuts between characters: "Ёжик" is 4 bytes in CP1251.
+    EXPECT_EQ(qzdbf("set --truncate " + quoted(path) + " C 1 'Ёжики-ёжики'").status, 0);
+    EXPECT_EQ(qzdbf("get " + quoted(path) + " C 1").out, "Ёжики\n");
+}
+
+TEST(ToolMatrix, CodePageFilesStayByteIdentical) {
+    Temp_dir dir;
+    const std::string path = qz_safe::make_good_table(dir, "cp.dbf");
+    for (const char* text : {"ISO-8859-2", "UTF8", "65001", "1252"}) {
+        const std::string cpg(text);
+        write_bytes(dir.file("cp.cpg"), std::vector<uint8_t>(cpg.begin(), cpg.end()));
+        EXPECT_EQ(qzdbf("set " + quoted(path) + " NAME 0 plain").status, 0) << text;
+        EXPECT_EQ(qzdbf("append " + quoted(path)).status, 0) << text;
+        EXPECT_EQ(qzdbf("edit " + quoted(path), "add\\nsave\\nquit\\n").status, 0) << text;
+        const std::vector<uint8_t> after = read_bytes(dir.file("cp.cpg"));
+        EXPECT_EQ(std::string(after.begin(), after.end()), cpg) << text;
+    }
+}
+
+TEST(ToolMatrix, DumpMarksDeletedRecordsAndReportsDamageOnce) {
+    Temp_dir dir;
+    const std::string path = qz_safe::make_good_table(dir, "del.dbf");
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_TRUE(qz_dbf_set_deleted(t, 1, true));
+    qz_dbf_close(t);
+    EXPECT_EQ(qzdbf("dump " + quoted(path)).out,
+              "  #  NAME   AMOUNT  DAY\n"
+              "  -  -----  ------  --------\n"
+              "  0  alpha    1.50  20240131\n"
+              "* 1  beta     3.00  20240131\n"
+              "  2  gamma    4.50  20240131\n");
+    EXPECT_EQ(
+        qzdbf("dump --csv --skip-deleted " + quoted(path)).out,
+        "NAME,AMOUNT,DAY,deleted\r\nalpha,1.50,20240131,false\r\ngamma,4.50,20240131,false\r\n");
+    // A table cut inside its last record: the rest is shown, the damage said once.
+    std::vector<uint8_t> bytes = read_bytes(path);
+    bytes.resize(bytes.size() - 6);
+    write_bytes(path, bytes);
+    Tool_run r = qzdbf("dump --csv " + quoted(path));
+    EXPECT_EQ(r.status, 0);
+    size_t first = r.out.find("warning: ");
+    ASSERT_NE(first, std::string::npos) << r.out;
+    EXPECT_EQ(r.out.find("warning: ", first + 1), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("alpha,1.50"), std::string::npos) << r.out;
+}
+
+}  // namespace
+
+namespace {
+
+// Ctrl-C and SIGTERM close an edited table: its lock file goes, the file
+// keeps its bytes.
+TEST(ToolMatrix, EditClosesTheTableOnSignals) {
+    Temp_dir dir;
+    const std::string path = qz_safe::make_good_table(dir, "sig.dbf");
+    const std::vector<uint8_t> before = read_bytes(path);
+    for (const char* sig : {"INT", "TERM"}) {
+        std::string out;
+        const std::string script =
+            "(printf 'add\\n'; sleep 5) | LC_ALL=C.UTF-8 '" QZDBF_EXE "' edit " + quoted(path) +
+            " >/dev/null 2>&1 & pid=$!; sleep 1; test -e " + quoted(path + ".lk") +
+            " && echo held; kill -" + sig + " $pid; wait $pid; echo status=$?; test -e " +
+            quoted(path + ".lk") + " || echo released";
+        write_bytes(dir.file("sig.sh"), std::vector<uint8_t>(script.begin(), script.end()));
+        qz_test::run("bash '" + dir.file("sig.sh") + "'", &out);
+        EXPECT_EQ(out,
+                  std::string("held\nstatus=") + (sig[0] == 'I' ? "130" : "143") + "\nreleased\n")
+            << sig;
+        EXPECT_EQ(read_bytes(path), before) << sig;
+    }
+}
+
+}  // namespace
