@@ -1,6 +1,7 @@
 #include "api/table_rw.h"
 
 #include <cstring>
+#include <cwchar>
 #include <memory>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
 #include "ogr/ogr_table.h"
+#include "ogr/source_sniff.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -54,8 +56,16 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
     if (memory) {
         table = memory;
     } else {
-        result = disk->open(path, ro, dos_flag, false);
-        if (result == 0) {
+        // A source that is plainly another format (a GeoPackage, a GeoJSON
+        // or CSV file, ...) goes to OGR alone: the disk table would read any
+        // file as a table, its bytes as a header, and so serve a damaged
+        // GeoPackage as garbage.
+        const std::string utf8 =
+            qz::basic::wide_to_cp(65001, path ? path : L"", path ? std::wcslen(path) : 0);
+        if (qz::ogr::is_other_vector_source(utf8)) {
+            result = ogr->open(utf8.c_str(), ro, dos_flag);
+            if (result == 0) table = ogr;
+        } else if ((result = disk->open(path, ro, dos_flag, false)) == 0) {
             table = disk;
         } else {
             // What the disk table cannot open, OGR may. A table whose writer

@@ -129,6 +129,7 @@ void Tqz_dbf_ogr::close() {
     layer = nullptr;
     next_index = -1;
     record_count = -1;
+    read_end = -1;
 }
 
 const char* Tqz_dbf_ogr::driver_name() const {
@@ -187,6 +188,7 @@ bool Tqz_dbf_ogr::set_layer(unsigned int index) {
     OGR_L_ResetReading(layer);
     next_index = 0;
     record_count = -1;
+    read_end = -1;
     return true;
 }
 
@@ -299,6 +301,7 @@ void Tqz_dbf_ogr::add_records(unsigned int count) {
     // Writing may move the layer's read position; the count changed.
     next_index = -1;
     record_count = -1;
+    read_end = -1;
 }
 
 void Tqz_dbf_ogr::drop_feature() {
@@ -310,7 +313,8 @@ void Tqz_dbf_ogr::drop_feature() {
 OGRFeatureH Tqz_dbf_ogr::find_feature(unsigned int record) {
     if (feature && static_cast<int64_t>(record) == feature_index) return feature;
     drop_feature();
-    if (!layer || record > static_cast<unsigned int>(INT32_MAX) || record >= get_nr())
+    if (!layer || record > static_cast<unsigned int>(INT32_MAX) || record >= get_nr() ||
+        (read_end >= 0 && static_cast<int64_t>(record) >= read_end))
         return nullptr;
     qz::ogr::Quiet_scope quiet;
     if (record == 0) {
@@ -322,7 +326,13 @@ OGRFeatureH Tqz_dbf_ogr::find_feature(unsigned int record) {
             return nullptr;
         }
     }
+    const bool in_order = static_cast<int64_t>(record) == next_index || record == 0;
     feature = OGR_L_GetNextFeature(layer);
+    // Reading in order ran out before the count: drivers count records that
+    // they skip when reading (a table's deleted records), and a seek by
+    // index past this point would land on other features than reading in
+    // order does. Records from here on are past the end.
+    if (!feature && in_order) read_end = record;
     next_index = feature ? static_cast<int64_t>(record) + 1 : -1;
     if (feature) feature_index = static_cast<int32_t>(record);
     return feature;
@@ -419,6 +429,7 @@ const unsigned char* Tqz_dbf_ogr::get_memo_bytes(unsigned int field, unsigned in
 bool Tqz_dbf_ogr::set_as_string(unsigned int field, unsigned int record, const char* value) {
     OGRFeatureH f = cell(field, record);
     if (!f) return false;
+    qz::ogr::Quiet_scope quiet;  // a text that is no number is warned about
     OGR_F_SetFieldString(f, static_cast<int>(field), value ? value : "");
     return true;
 }
@@ -442,6 +453,7 @@ bool Tqz_dbf_ogr::set_as_wstring(int field, int record, const wchar_t* value) {
 bool Tqz_dbf_ogr::set_as_integer(unsigned int field, unsigned int record, int value) {
     OGRFeatureH f = cell(field, record);
     if (!f) return false;
+    qz::ogr::Quiet_scope quiet;  // a text that is no number is warned about
     OGR_F_SetFieldInteger(f, static_cast<int>(field), value);
     return true;
 }
@@ -449,6 +461,7 @@ bool Tqz_dbf_ogr::set_as_integer(unsigned int field, unsigned int record, int va
 bool Tqz_dbf_ogr::set_as_double(unsigned int field, unsigned int record, double value) {
     OGRFeatureH f = cell(field, record);
     if (!f) return false;
+    qz::ogr::Quiet_scope quiet;  // a text that is no number is warned about
     OGR_F_SetFieldDouble(f, static_cast<int>(field), value);
     return true;
 }

@@ -130,6 +130,8 @@ class Tqz_dbf_ogr final : public Tqz_dbf_ibasic {
     // known; the layer's feature count, −1 until asked.
     int64_t next_index = -1;
     int64_t record_count = -1;
+    // The first record that reading in order found missing, −1 until then.
+    int64_t read_end = -1;
     uint64_t seeks = 0;
     std::string narrow;  // scratch for wide setters and names
 };

@@ -65,6 +65,17 @@ Tqz_dbf_rw* open_table(const std::string& path, Access access, bool force, int& 
     }
     qz_dbf_check_free(found);
 
+    // A source that only OGR reads (a GeoPackage, a GeoJSON or CSV file, a
+    // shapefile's .shp) is read through it, and never written.
+    if (not_a_table && access == Access::read) {
+        if (Tqz_dbf_rw* o = qz_dbf_open(path.c_str(), true, false)) {
+            if (qz_dbf_get_storage(o) == qz_dbf_storage_ogr) {
+                status = kOk;
+                return o;
+            }
+            qz_dbf_close(o);
+        }
+    }
     unsigned options = access == Access::read ? QZ_DBF_OPEN_READ_ONLY : 0;
     if (not_a_table) {
         if (!force || access == Access::write || refusal.find("no such file") == 0 ||
@@ -80,6 +91,12 @@ Tqz_dbf_rw* open_table(const std::string& path, Access access, bool force, int& 
         return nullptr;
     }
     Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), options);
+    if (t && access == Access::write && qz_dbf_get_storage(t) == qz_dbf_storage_ogr) {
+        // Another writer holds the table: the library then serves it through
+        // OGR, read-only, and the last error says why the file was refused.
+        qz_dbf_close(t);
+        t = nullptr;
+    }
     if (!t) {
         // The message names the file already.
         status = fail(status_of(qz_dbf_last_error()), qz_dbf_last_error_message());

@@ -17,7 +17,9 @@ enum class Access { read, write };
 
 // Opens the table at `path` (the .cpg file is left as it is). Null, with
 // one line on standard error and `status` set, when:
-//  - the file is missing, a folder, or not a dBASE table (kBadUsage); with
+//  - the file is missing, a folder, or not a dBASE table (kBadUsage) and,
+//    for reading, no source that OGR reads either (those open through OGR,
+//    read-only); with
 //    `force` such a file is opened anyway, read-only, and a write access
 //    is still refused;
 //  - for writing, the table's structure is damaged so that a write would

@@ -91,4 +91,11 @@ std::string cell_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record
 // picture or object memo. False (and "") when the cell leads to no memo.
 bool memo_text(Tqz_dbf_rw* table, unsigned int field, unsigned int record, std::string& text);
 
+// Which storage serves the table: "DBF file", "memory" or "OGR (<driver>)".
+std::string storage_text(Tqz_dbf_rw* table);
+// The name of one of the source's layers ("" for a table file's one layer).
+std::string layer_name(Tqz_dbf_rw* table, unsigned int layer);
+// Makes the layer `arg` (an index) current; false with a message.
+bool select_layer(Tqz_dbf_rw* table, const std::string& arg, std::string& error);
+
 }  // namespace qzdbf

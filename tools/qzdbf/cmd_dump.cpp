@@ -1,4 +1,4 @@
-// qzdbf dump PATH [--csv] [--raw] [--from N] [--count N] [--skip-deleted] [--force]
+// qzdbf dump PATH [--layer N] [--csv] [--raw] [--from N] [--count N] [--skip-deleted] [--force]
 //
 // Records marked deleted show a `*` in the first column (a `deleted` column
 // of true/false in CSV); --skip-deleted leaves them out.
@@ -93,7 +93,7 @@ std::string one_line(std::string text, size_t columns) {
 }  // namespace
 
 int cmd_dump(const Args& args) {
-    std::string path;
+    std::string path, layer;
     bool csv = false, raw = false, skip_deleted = false, force = false;
     unsigned long long from = 0, count = 0xFFFFFFFFull;
     for (size_t i = 0; i < args.size(); ++i) {
@@ -112,6 +112,9 @@ int cmd_dump(const Args& args) {
                 return fail(kBadUsage, a + " needs a whole number");
             (a == "--from" ? from : count) = v;
             ++i;
+        } else if (a == "--layer") {
+            if (i + 1 >= args.size()) return fail(kBadUsage, "--layer needs a layer index");
+            layer = args[++i];
         } else if (a.size() > 1 && a[0] == '-') {
             return fail(kBadUsage, "unknown option '" + a + "'");
         } else if (path.empty()) {
@@ -124,7 +127,14 @@ int cmd_dump(const Args& args) {
     int status = kOk;
     Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
     if (!t) return status;
+    std::string error;
+    if (!layer.empty() && !select_layer(t, layer, error)) {
+        qz_dbf_close(t);
+        return fail(kBadUsage, error);
+    }
 
+    // OGR's sources have no deletion flags: no deleted column, no prefix.
+    const bool flags = qz_dbf_get_storage(t) != qz_dbf_storage_ogr;
     const unsigned int nf = qz_dbf_get_nf(t);
     const unsigned long long nr = qz_dbf_get_nr(t);
     const unsigned long long first = from < nr ? from : nr;
@@ -132,7 +142,7 @@ int cmd_dump(const Args& args) {
     // The file may hold fewer records than its header says (the damage was
     // reported at the open): the records it holds are a prefix, found by
     // halving, so that a count of four billion costs nothing.
-    if (end > first && qz_dbf_get_deleted(t, static_cast<unsigned int>(end - 1)) < 0) {
+    if (flags && end > first && qz_dbf_get_deleted(t, static_cast<unsigned int>(end - 1)) < 0) {
         unsigned long long lo = first, hi = end - 1;  // lo: maybe held, hi: not held
         while (lo < hi) {
             const unsigned long long mid = lo + (hi - lo) / 2;
@@ -171,13 +181,13 @@ int cmd_dump(const Args& args) {
     if (csv) {
         for (unsigned int f = 0; f < nf; ++f)
             std::printf("%s%s", f ? "," : "", csv_field(names[f]).c_str());
-        std::fputs(",deleted\r\n", stdout);
+        std::fputs(flags ? ",deleted\r\n" : "\r\n", stdout);
         for (unsigned long long r = first; r < end; ++r) {
             if (!shown(r)) continue;
             for (unsigned int f = 0; f < nf; ++f) {
                 std::printf("%s%s", f ? "," : "", csv_field(value(f, r)).c_str());
             }
-            std::printf(",%s", deleted(r) == 1 ? "true" : "false");
+            if (flags) std::printf(",%s", deleted(r) == 1 ? "true" : "false");
             std::fputs("\r\n", stdout);
         }
         qz_dbf_close(t);

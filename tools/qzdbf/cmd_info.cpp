@@ -1,21 +1,35 @@
-// qzdbf info PATH
+// qzdbf info PATH [--layer N]
 #include <cstdio>
 #include <string>
 
 #include "checked_open.h"
 #include "cli.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
 int cmd_info(const Args& all_args) {
     Args args = all_args;
     const bool force = take_flag(args, "--force");
+    std::string layer;
+    for (size_t i = 0; i + 1 < args.size(); ++i)
+        if (args[i] == "--layer") {
+            layer = args[i + 1];
+            args.erase(args.begin() + i, args.begin() + i + 2);
+            break;
+        }
     if (args.size() != 1) return fail(kBadUsage, "info needs exactly one PATH");
     const std::string& path = args[0];
     int status = kOk;
     Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
     if (!t) return status;
+    std::string error;
+    if (!layer.empty() && !select_layer(t, layer, error)) {
+        qz_dbf_close(t);
+        return fail(kBadUsage, error);
+    }
+    const bool ogr = qz_dbf_get_storage(t) == qz_dbf_storage_ogr;
 
     unsigned char h[32] = {0};
     qz_dbf_get_header(t, h);
@@ -28,13 +42,25 @@ int cmd_info(const Args& all_args) {
 
     unsigned nf = qz_dbf_get_nf(t);
     std::printf("table     %s\n", path.c_str());
-    std::printf("version   0x%02X\n", h[0]);
-    std::printf("updated   %04u-%02u-%02u\n", year, h[2], h[3]);
-    std::printf("records   %u\n", qz_dbf_get_nr(t));
-    std::printf("fields    %u\n", nf);
-    std::printf("header    %u bytes\n", header_length);
-    std::printf("record    %u bytes\n", record_length);
-    std::printf("encoding  %s\n", encoding);
+    std::printf("storage   %s\n", storage_text(t).c_str());
+    if (ogr) {
+        // OGR's sources have layers and no table header.
+        const unsigned nl = qz_dbf_get_nl(t), current = qz_dbf_get_layer(t);
+        std::printf("layers    %u\n", nl);
+        for (unsigned i = 0; i < nl; ++i)
+            std::printf("  %4u  %s%s\n", i, layer_name(t, i).c_str(),
+                        i == current ? "  (current)" : "");
+        std::printf("records   %u\n", qz_dbf_get_nr(t));
+        std::printf("fields    %u\n", nf);
+    } else {
+        std::printf("version   0x%02X\n", h[0]);
+        std::printf("updated   %04u-%02u-%02u\n", year, h[2], h[3]);
+        std::printf("records   %u\n", qz_dbf_get_nr(t));
+        std::printf("fields    %u\n", nf);
+        std::printf("header    %u bytes\n", header_length);
+        std::printf("record    %u bytes\n", record_length);
+        std::printf("encoding  %s\n", encoding);
+    }
     if (nf > 0) {
         std::printf("\n  %4s  %-10s  %4s  %3s  %3s\n", "#", "name", "type", "len", "dec");
         for (unsigned i = 0; i < nf; ++i) {

@@ -1,0 +1,258 @@
+// Tables opened through a handle fall back to OGR: sources that are not
+// table files, and table files whose writer lock another handle holds. Bad
+// sources give null handles or neutral results, print nothing and leak
+// nothing.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "ogr_inputs.h"
+#include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
+
+// Under AddressSanitizer its allocator tells the bytes in use.
+#if defined(__SANITIZE_ADDRESS__)
+extern "C" size_t __sanitizer_get_current_allocated_bytes(void);
+#define QZ_HEAP_BYTES() __sanitizer_get_current_allocated_bytes()
+#endif
+
+namespace {
+
+using qz_ogr_test::Inputs;
+using qz_ogr_test::people;
+using qz_ogr_test::Stderr_capture;
+
+const Inputs& inputs() {
+    static Inputs in;
+    return in;
+}
+
+void append_wide(void* user, const wchar_t* text) {
+    if (text) *static_cast<std::wstring*>(user) += text;
+}
+
+std::wstring layer_name(Tqz_dbf_rw* h, unsigned int i) {
+    std::wstring name;
+    Iqz_string_adp* adp = qz_string_adp_create(nullptr, append_wide, &name);
+    qz_dbf_get_layer_name(h, i, adp);
+    qz_string_adp_destroy(adp);
+    return name;
+}
+
+TEST(OgrFallback, SourcesThatAreNotTableFilesOpenThroughOgr) {
+    ASSERT_TRUE(inputs().made);
+    struct Case {
+        std::string path;
+        Tqz_dbf_storage storage;
+        const char* driver;
+        unsigned layers;
+    } cases[] = {
+        {inputs().gpkg, qz_dbf_storage_ogr, "GPKG", 2},
+        {inputs().geojson, qz_dbf_storage_ogr, "GeoJSON", 1},
+        {inputs().csv, qz_dbf_storage_ogr, "CSV", 1},
+        {inputs().dbf, qz_dbf_storage_file, "", 1},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        for (bool read_only : {true, false}) {
+            Tqz_dbf_rw* h = qz_dbf_open(c.path.c_str(), read_only, false);
+            ASSERT_NE(h, nullptr);
+            EXPECT_EQ(qz_dbf_get_storage(h), c.storage);
+            EXPECT_STREQ(qz_dbf_get_ogr_driver(h), c.driver);
+            EXPECT_EQ(qz_dbf_get_nl(h), c.layers);
+            EXPECT_EQ(qz_dbf_get_nr(h), 7u);
+            EXPECT_EQ(qz_dbf_get_nf(h), 5u);
+            bool ok = false;
+            EXPECT_STREQ(qz_dbf_get_str(h, 1, 2, ok), people[2].name);
+            unsigned r = 0;
+            EXPECT_TRUE(qz_dbf_find_value(h, 1, "gus", r));
+            EXPECT_EQ(r, 6u);
+            qz_dbf_close(h);
+        }
+    }
+    // A shapefile named by its .shp: OGR serves its attributes.
+    Tqz_dbf_rw* shp = qz_dbf_open(inputs().shp.c_str(), true, false);
+    ASSERT_NE(shp, nullptr);
+    EXPECT_EQ(qz_dbf_get_storage(shp), qz_dbf_storage_ogr);
+    EXPECT_STREQ(qz_dbf_get_ogr_driver(shp), "ESRI Shapefile");
+    EXPECT_EQ(qz_dbf_get_nr(shp), 3u);
+    bool found = false;
+    EXPECT_STREQ(qz_dbf_get_str(shp, qz_dbf_find_field_index_w(shp, L"town"), 2, found), "Tromso");
+    qz_dbf_close(shp);
+
+    Tqz_dbf_rw* h = qz_dbf_open_w(qz_test::widen(inputs().gpkg).c_str(), true, false);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(layer_name(h, 0), L"people");
+    EXPECT_EQ(layer_name(h, 1), L"towns");
+    EXPECT_EQ(qz_dbf_get_layer(h), 0u);
+    ASSERT_TRUE(qz_dbf_set_layer(h, 1));
+    EXPECT_EQ(qz_dbf_get_layer(h), 1u);
+    EXPECT_EQ(qz_dbf_get_nr(h), 3u);
+    bool ok = false;
+    EXPECT_EQ(qz_dbf_get_int(h, 1, 0, ok), 700000);
+    EXPECT_TRUE(ok);
+    EXPECT_FALSE(qz_dbf_set_layer(h, 2));
+    qz_dbf_close(h);
+}
+
+// A table file whose writer lock is held is served by OGR, read-only: its
+// values can be read, nothing reaches the file.
+TEST(OgrFallback, ALockedTableFileIsReadThroughOgrAndNeverWritten) {
+    ASSERT_TRUE(inputs().made);
+    qz_test::Temp_dir dir;
+    const std::string path = dir.file("locked.dbf");
+    qz_test::write_bytes(path, qz_test::read_bytes(inputs().dbf));
+    const std::vector<uint8_t> before = qz_test::read_bytes(path);
+
+    Tqz_dbf_rw* writer = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(writer, nullptr);
+    ASSERT_EQ(qz_dbf_get_storage(writer), qz_dbf_storage_file);
+
+    Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(qz_dbf_get_storage(second), qz_dbf_storage_ogr);
+    EXPECT_STREQ(qz_dbf_get_ogr_driver(second), "ESRI Shapefile");
+    EXPECT_EQ(qz_dbf_get_nr(second), 7u);
+    bool ok = false;
+    EXPECT_STREQ(qz_dbf_get_str(second, 1, 3, ok), "Dora");
+    EXPECT_DOUBLE_EQ(qz_dbf_get_dbl(second, 2, 1, ok), -3.25);
+    EXPECT_EQ(qz_dbf_get_int(second, 0, 6, ok), 7);
+    EXPECT_TRUE(qz_dbf_get_bool(second, 3, 2, ok));
+    EXPECT_EQ(qz_dbf_get_field_type(second, 0), dbf_ft_integer);
+    EXPECT_EQ(qz_dbf_get_field_flen(second, 2), 10u);
+    EXPECT_EQ(qz_dbf_get_field_dlen(second, 2), 3);
+    qz_dbf_add_records(second, 3);
+    Stderr_capture capture;
+    EXPECT_TRUE(qz_dbf_set_str(second, 0, 0, "twelve")) << "into an integer field";
+    EXPECT_EQ(capture.take(), "") << "GDAL's warning about the text stays quiet";
+    EXPECT_TRUE(qz_dbf_set_str(second, 1, 0, "cached only"));
+    EXPECT_STREQ(qz_dbf_get_str(second, 1, 0, ok), "cached only");
+    qz_dbf_close(second);
+    EXPECT_TRUE(qz_test::exists(path + ".lk")) << "the writer's lock stays";
+    EXPECT_EQ(qz_test::read_bytes(path), before) << "nothing written beside the writer";
+
+    Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(qz_dbf_get_storage(reader), qz_dbf_storage_file) << "readers need no lock";
+    qz_dbf_close(reader);
+    qz_dbf_close(writer);
+    EXPECT_EQ(qz_dbf_get_storage(nullptr), qz_dbf_storage_none);
+}
+
+// Every bad source: a null handle, or (where OGR reads something) neutral
+// results for indexes out of range. Returns how many handles opened.
+int open_bad_sources(const std::vector<std::string>& paths, const std::string& ragged) {
+    int opened = 0;
+    for (const std::string& p : paths) {
+        for (bool ro : {true, false}) {
+            // (A writable open of "" leaves the table file's lock ".lk" in
+            // the working folder.)
+            if (p.empty() && !ro) continue;
+            Tqz_dbf_rw* h = qz_dbf_open(p.c_str(), ro, false);
+            if (!h) continue;
+            ++opened;
+            bool ok = true;
+            unsigned n = qz_dbf_get_nr(h), nf = qz_dbf_get_nf(h), r = 0, len = 0;
+            for (unsigned rec = 0; rec <= n + 1 && rec < 50; ++rec)
+                for (unsigned f = 0; f <= nf && f < 50; ++f) {
+                    qz_dbf_get_str(h, f, rec, ok);
+                    qz_dbf_get_dbl(h, f, rec, ok);
+                    qz_dbf_get_wstr(h, f, rec, len, ok, 0);
+                }
+            EXPECT_EQ(qz_dbf_get_str(h, nf, 0, ok), std::string()) << p;
+            EXPECT_FALSE(ok);
+            EXPECT_EQ(qz_dbf_get_int(h, 0, n, ok), 0) << p;
+            EXPECT_EQ(qz_dbf_get_storage(h), p == ragged ? qz_dbf_storage_ogr : qz_dbf_storage_file)
+                << p << ": only the unclaimed empty file opens, as an empty table";
+            EXPECT_FALSE(ok);
+            EXPECT_EQ(qz_dbf_get_field_name(h, nf), nullptr);
+            EXPECT_EQ(qz_dbf_find_field_index_w(h, L"nope"), 0xFFFFFFFFu);
+            if (qz_dbf_get_storage(h) == qz_dbf_storage_ogr) {  // a table file has any layer
+                EXPECT_FALSE(qz_dbf_set_layer(h, qz_dbf_get_nl(h)));
+            }
+            EXPECT_FALSE(qz_dbf_set_str(h, 0, n + 5, "x"));
+            for (unsigned f = 0; f < nf && f < 50; ++f) qz_dbf_set_str(h, f, 0, "not a number");
+            EXPECT_FALSE(qz_dbf_find_value(h, nf + 3, "x", r));
+            EXPECT_EQ(layer_name(h, 1000), L"");
+            qz_dbf_close(h);
+        }
+    }
+    return opened;
+}
+
+TEST(OgrFallback, BadSourcesAreSilentNeutralAndLeakNothing) {
+    ASSERT_TRUE(inputs().made);
+    qz_test::Temp_dir dir;
+    const std::string folder = dir.file("folder");
+    mkdir(folder.c_str(), 0755);
+    const std::string junk_folder = dir.file("junk");
+    mkdir(junk_folder.c_str(), 0755);
+    std::ofstream(junk_folder + "/a.txt") << "not a table\n";
+    const std::string empty = dir.file("empty.gpkg");
+    std::ofstream(empty).close();
+    const std::string empty_csv = dir.file("empty.csv");
+    std::ofstream(empty_csv).close();
+    std::vector<uint8_t> gpkg = qz_test::read_bytes(inputs().gpkg);
+    const std::string truncated = dir.file("truncated.gpkg");
+    qz_test::write_bytes(truncated,
+                         std::vector<uint8_t>(gpkg.begin(), gpkg.begin() + gpkg.size() / 2));
+    const std::string header_only = dir.file("header_only.gpkg");
+    qz_test::write_bytes(header_only, std::vector<uint8_t>(gpkg.begin(), gpkg.begin() + 100));
+    const std::string ragged = dir.file("ragged.csv");
+    std::ofstream(ragged) << "a,b,c\n1,2\n3,4,5,6,7\n\n\"open quote,8,9\nx\n";
+    const std::string bad_json = dir.file("bad.geojson");
+    std::ofstream(bad_json) << "{\"type\": \"FeatureCollection\", \"features\": [ {\"type\":";
+    const std::vector<std::string> paths = {folder,
+                                            junk_folder,
+                                            empty,
+                                            empty_csv,
+                                            truncated,
+                                            header_only,
+                                            ragged,
+                                            bad_json,
+                                            dir.file("missing.gpkg"),
+                                            dir.file("no/such/dir.csv"),
+                                            ""};
+
+    // The first round fills GDAL's own lasting caches (drivers, SQLite and
+    // its settings); later rounds must not grow the heap any further.
+    Stderr_capture capture;
+    const int opened = open_bad_sources(paths, ragged);
+#ifdef QZ_HEAP_BYTES
+    const size_t heap_before = QZ_HEAP_BYTES();
+    for (int round = 0; round < 10; ++round) open_bad_sources(paths, ragged);
+    const size_t heap_after = QZ_HEAP_BYTES();
+#endif
+    const std::string printed = capture.take();
+    EXPECT_EQ(printed, "") << "GDAL must print nothing on stderr";
+    EXPECT_EQ(opened, 2 * 2) << "the ragged CSV, and the empty file that no format claims, each "
+                                "read-only and not";
+#ifdef QZ_HEAP_BYTES
+    EXPECT_LT(heap_after, heap_before + 64 * 1024) << "ten rounds over bad sources leak";
+#endif
+}
+
+TEST(OgrFallback, RaggedCsvRowsReadAsUnsetCells) {
+    qz_test::Temp_dir dir;
+    const std::string ragged = dir.file("ragged.csv");
+    std::ofstream(ragged) << "a,b,c\n1,2\n3,4,5,6,7\n8,9,10\n";
+    Stderr_capture capture;
+    Tqz_dbf_rw* h = qz_dbf_open(ragged.c_str(), true, false);
+    ASSERT_NE(h, nullptr);
+    EXPECT_EQ(qz_dbf_get_nf(h), 3u);
+    EXPECT_EQ(qz_dbf_get_nr(h), 3u);
+    bool ok = true;
+    EXPECT_STREQ(qz_dbf_get_str(h, 1, 0, ok), "2");
+    EXPECT_TRUE(ok);
+    qz_dbf_get_str(h, 2, 0, ok);
+    EXPECT_FALSE(ok) << "the short row has no third cell";
+    EXPECT_STREQ(qz_dbf_get_str(h, 2, 1, ok), "5") << "the long row's extra cells are dropped";
+    EXPECT_STREQ(qz_dbf_get_str(h, 0, 2, ok), "8");
+    qz_dbf_close(h);
+    EXPECT_EQ(capture.take(), "");
+}
+
+}  // namespace

@@ -1,0 +1,290 @@
+// The OGR-backed table read directly: counts, layers, the type mapping and
+// its default lengths, values through every getter, the feature cache, search
+// and a table created through OGR.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "ogr/ogr_table.h"
+#include "ogr_inputs.h"
+#include "support/string_adapter.h"
+
+namespace {
+
+using qz_ogr_test::Inputs;
+using qz_ogr_test::people;
+using qz_ogr_test::people_count;
+
+const Inputs& inputs() {
+    static Inputs in;
+    return in;
+}
+
+std::wstring layer_name(Tqz_dbf_ogr& t, unsigned int i) {
+    std::wstring name;
+    Tqz_std_wstring_adapter adp(&name);
+    t.get_layer_name(i, adp.handle());
+    return name;
+}
+
+struct Field_shape {
+    Tqz_dbf_field_type type;
+    unsigned flen;
+    int dlen;
+};
+
+// Types by the OGR type of each field, widths as the source keeps them, and
+// where it keeps none the defaults: 4 for integers, 10.4 for reals, 255 for
+// the rest.
+TEST(OgrTable, TypesAndLengthsOfEverySource) {
+    ASSERT_TRUE(inputs().made) << "ogr2ogr could not make the inputs";
+    const Field_shape I4{dbf_ft_integer, 4, 0}, N10{dbf_ft_numeric, 10, 4},
+        C255{dbf_ft_char, 255, 0};
+    struct Case {
+        std::string path;
+        const char* driver;
+        unsigned record_size;  // the widths the source keeps
+        std::vector<Field_shape> fields;
+    } cases[] = {
+        {inputs().dbf,
+         "ESRI Shapefile",
+         49,
+         {{dbf_ft_integer, 6, 0},
+          {dbf_ft_char, 12, 0},
+          {dbf_ft_numeric, 10, 3},
+          {dbf_ft_integer, 1, 0},
+          {dbf_ft_char, 20, 0}}},
+        {inputs().gpkg, "GPKG", 32, {I4, {dbf_ft_char, 12, 0}, N10, I4, {dbf_ft_char, 20, 0}}},
+        {inputs().geojson, "GeoJSON", 0, {I4, C255, N10, I4, C255}},
+        {inputs().csv, "CSV", 0, {C255, C255, C255, C255, C255}},
+    };
+    const char* names[] = {"id", "name", "score", "flag", "note"};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path);
+        Tqz_dbf_ogr t;
+        ASSERT_EQ(t.open(c.path.c_str(), true, false), 0);
+        EXPECT_STREQ(t.driver_name(), c.driver);
+        EXPECT_EQ(t.get_nf(), 5u);
+        EXPECT_EQ(t.get_nr(), static_cast<unsigned>(people_count));
+        for (unsigned i = 0; i < 5; ++i) {
+            EXPECT_STREQ(t.get_field_name(i), names[i]);
+            EXPECT_EQ(t.get_field_type(i), c.fields[i].type) << names[i];
+            EXPECT_EQ(t.get_field_flen(i), c.fields[i].flen) << names[i];
+            EXPECT_EQ(static_cast<signed char>(t.get_field_dlen(i)), c.fields[i].dlen) << names[i];
+            EXPECT_EQ(t.find_field_index(qz_test::widen(names[i]).c_str()), i);
+        }
+        EXPECT_EQ(t.get_record_size(), c.record_size);
+        EXPECT_EQ(t.find_field_index(L"missing"), 0xFFFFFFFFu);
+        EXPECT_EQ(t.get_field_type(5), dbf_ft_unknown);
+        EXPECT_EQ(t.get_field_flen(5), 0u);
+        EXPECT_EQ(t.get_field_name(5), nullptr);
+    }
+    Tqz_dbf_ogr t;
+    ASSERT_EQ(t.open(inputs().dbf.c_str(), true, false), 0);
+    EXPECT_STREQ(t.get_format(2), "%10.3lf");
+    ASSERT_EQ(t.open(inputs().geojson.c_str(), true, false), 0);
+    EXPECT_STREQ(t.get_format(2), "%10.4lf");
+}
+
+TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
+    ASSERT_TRUE(inputs().made);
+    for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson, inputs().csv}) {
+        SCOPED_TRACE(path);
+        Tqz_dbf_ogr t;
+        ASSERT_EQ(t.open(path.c_str(), true, false), 0);
+        for (unsigned r = 0; r < people_count; ++r) {
+            bool ok = false;
+            EXPECT_STREQ(t.get_as_string(1, r, ok), people[r].name);
+            EXPECT_TRUE(ok);
+            EXPECT_EQ(t.get_as_integer(0, r, ok), people[r].id);
+            EXPECT_TRUE(ok);
+            EXPECT_EQ(t.get_as_bool(3, r, ok), people[r].flag != 0);
+            EXPECT_TRUE(ok);
+            double d = t.get_as_double(2, r, ok);
+            EXPECT_EQ(ok, r != 4 || path == inputs().csv)
+                << "the score of Eve is unset, except as the empty text of a text-only CSV";
+            EXPECT_DOUBLE_EQ(d, people[r].score);
+        }
+        // Wide text: UTF-8 unless the DOS flag asks for CP866.
+        unsigned len = 0;
+        bool ok = false;
+        EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
+        EXPECT_EQ(len, 6u);
+        EXPECT_EQ(std::wstring(t.get_as_wstring(1, 2, len, ok, 0)), L"Сергей");
+        t.set_dos_flag(true);
+        EXPECT_NE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
+        EXPECT_EQ(len, 12u) << "each UTF-8 byte read as one CP866 character";
+        t.set_utf8_flag(true);
+        EXPECT_FALSE(t.get_dos_flag());
+        EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
+        t.set_dos_flag(true);
+        EXPECT_FALSE(t.get_utf8_flag());
+        EXPECT_TRUE(t.get_dos_flag());
+        // Past the end and outside the fields: neutral results.
+        ok = true;
+        EXPECT_STREQ(t.get_as_string(1, people_count, ok), "");
+        EXPECT_FALSE(ok);
+        ok = true;
+        EXPECT_STREQ(t.get_as_string(5, 0, ok), "") << "no special fields (FID) behind the last";
+        EXPECT_FALSE(ok);
+        EXPECT_EQ(t.get_as_integer(99, 0, ok), 0);
+        EXPECT_EQ(t.get_as_double(0, 0xFFFFFFFFu, ok), 0.0);
+        unsigned size = 1, type = 0;
+        EXPECT_NE(t.get_memo_bytes(0, 1000, ok, size, type), nullptr);
+        EXPECT_EQ(size, 0u);
+        EXPECT_FALSE(t.set_as_string(0, people_count, "x"));
+        EXPECT_FALSE(t.set_as_integer(7, 0, 1));
+        EXPECT_FALSE(t.set_as_wstring(-1, 0, L"x"));
+        EXPECT_FALSE(t.get_as_any(0, 0, nullptr));
+        EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
+        EXPECT_FALSE(t.set_as_any(0, people_count, nullptr));
+    }
+}
+
+TEST(OgrTable, FeatureCacheAndSequentialReading) {
+    ASSERT_TRUE(inputs().made);
+    for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson}) {
+        SCOPED_TRACE(path);
+        Tqz_dbf_ogr t;
+        ASSERT_EQ(t.open(path.c_str(), true, false), 0);
+        bool ok = false;
+        for (unsigned r = 0; r < people_count; ++r)
+            EXPECT_EQ(t.get_as_integer(0, r, ok), people[r].id);
+        EXPECT_EQ(t.seek_count(), 0u) << "reading in order never seeks";
+        EXPECT_EQ(t.get_as_integer(0, 5, ok), 6);
+        EXPECT_EQ(t.get_as_integer(0, 3, ok), 4);
+        EXPECT_EQ(t.get_as_integer(0, 4, ok), 5);
+        EXPECT_EQ(t.seek_count(), 2u) << "5 then 3 seeks to both; 4 follows 3";
+
+        // A set value lives in the cached feature only.
+        EXPECT_TRUE(t.set_as_string(1, 2, "changed"));
+        EXPECT_STREQ(t.get_as_string(1, 2, ok), "changed");
+        EXPECT_TRUE(t.set_as_integer(0, 2, 42));
+        EXPECT_TRUE(t.set_as_bool(3, 2, false));
+        EXPECT_TRUE(t.set_as_double(2, 2, 1.5));
+        EXPECT_EQ(t.get_as_integer(0, 2, ok), 42);
+        EXPECT_FALSE(t.get_as_bool(3, 2, ok));
+        EXPECT_DOUBLE_EQ(t.get_as_double(2, 2, ok), 1.5);
+        EXPECT_TRUE(t.set_as_wstring(1, 2, L"Жук"));
+        EXPECT_STREQ(t.get_as_string(1, 2, ok), u8"Жук");
+        EXPECT_TRUE(t.set_as_wchar_t(1, 2, L"Жукова", 3));
+        EXPECT_STREQ(t.get_as_string(1, 2, ok), u8"Жук");
+        EXPECT_EQ(t.get_as_integer(0, 3, ok), 4);
+        EXPECT_STREQ(t.get_as_string(1, 2, ok), people[2].name)
+            << "reverts once another record is read";
+        EXPECT_EQ(t.get_as_integer(0, 2, ok), 3);
+    }
+}
+
+TEST(OgrTable, LayersOfAGeoPackage) {
+    ASSERT_TRUE(inputs().made);
+    Tqz_dbf_ogr t;
+    ASSERT_EQ(t.open(inputs().gpkg.c_str(), true, false), 0);
+    EXPECT_EQ(t.get_nl(), 2u);
+    EXPECT_EQ(t.get_layer(), 0u);
+    EXPECT_EQ(layer_name(t, 0), L"people");
+    EXPECT_EQ(layer_name(t, 1), L"towns");
+    EXPECT_EQ(layer_name(t, 2), L"");
+    bool ok = false;
+    EXPECT_STREQ(t.get_as_string(1, 3, ok), "Dora");
+    EXPECT_TRUE(t.set_layer(0)) << "the same layer";
+    EXPECT_STREQ(t.get_as_string(1, 3, ok), "Dora");
+
+    ASSERT_TRUE(t.set_layer(1));
+    EXPECT_EQ(t.get_layer(), 1u);
+    EXPECT_EQ(t.get_nf(), 2u);
+    EXPECT_EQ(t.get_nr(), 3u);
+    EXPECT_STREQ(t.get_field_name(0), "town");
+    EXPECT_EQ(t.get_field_flen(0), 16u);
+    EXPECT_STREQ(t.get_as_string(0, 1, ok), "Bergen");
+    EXPECT_EQ(t.get_as_integer(1, 2, ok), 77000);
+    EXPECT_STREQ(t.get_as_string(1, 3, ok), "") << "a record the new layer lacks";
+    EXPECT_FALSE(ok);
+
+    EXPECT_FALSE(t.set_layer(2));
+    EXPECT_FALSE(t.set_layer(0xFFFFFFFFu));
+    EXPECT_EQ(t.get_layer(), 1u);
+    ASSERT_TRUE(t.set_layer(0));
+    EXPECT_EQ(t.get_as_integer(0, 6, ok), 7);
+
+    t.close();
+    EXPECT_EQ(t.get_nl(), 0u);
+    EXPECT_EQ(t.get_layer(), 0xFFFFFFFFu);
+    EXPECT_EQ(t.get_nr(), 0u);
+    EXPECT_FALSE(t.set_layer(0));
+    EXPECT_EQ(layer_name(t, 0), L"");
+}
+
+TEST(OgrTable, FindValue) {
+    ASSERT_TRUE(inputs().made);
+    for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().csv}) {
+        SCOPED_TRACE(path);
+        Tqz_dbf_ogr t;
+        ASSERT_EQ(t.open(path.c_str(), true, false), 0);
+        unsigned r = 99;
+        EXPECT_TRUE(t.find_value(1, "  BORIS\t", r));
+        EXPECT_EQ(r, 1u);
+        EXPECT_TRUE(t.find_value(1, u8"сергей", r)) << "letter case of Cyrillic too";
+        EXPECT_EQ(r, 2u);
+        EXPECT_TRUE(t.find_value(4, "padded", r)) << "the cell is trimmed as well";
+        EXPECT_EQ(r, 3u);
+        EXPECT_TRUE(t.find_value(0, "7", r));
+        EXPECT_EQ(r, 6u);
+        r = 99;
+        EXPECT_FALSE(t.find_value(1, "nobody", r));
+        EXPECT_EQ(r, 0u);
+        r = 99;
+        EXPECT_FALSE(t.find_value(9, "Anna", r));
+        EXPECT_EQ(r, 0u);
+        EXPECT_FALSE(t.find_value(1, nullptr, r));
+    }
+    // A field unset in every feature finds nothing, not even "".
+    Tqz_dbf_ogr t;
+    ASSERT_EQ(t.open(inputs().dbf.c_str(), true, false), 0);
+    unsigned r = 5;
+    EXPECT_FALSE(t.find_value(2, "", r)) << "the unset score of Eve (text \"\") is no match";
+}
+
+// A table created through OGR: a shapefile attribute table whose fields
+// follow the type mapping; the result is 1 even on success.
+TEST(OgrTable, CreateWritesAnAttributeTable) {
+    qz_test::Temp_dir dir;
+    std::string path = dir.file("made.dbf");
+    Tqz_dbf_field fields[5];
+    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 8, 0);
+    qz_dbf_field_init(&fields[1], "COUNT", dbf_ft_integer, 4, 0);
+    qz_dbf_field_init(&fields[2], "PRICE", dbf_ft_float, 9, 2);
+    qz_dbf_field_init(&fields[3], "WHEN", dbf_ft_date, 8, 0);
+    qz_dbf_field_init(&fields[4], "OK", dbf_ft_logical, 1, 0);
+    {
+        Tqz_dbf_ogr t;
+        EXPECT_EQ(t.create(path.c_str(), 5, 3, fields, true), 1);
+        EXPECT_TRUE(t.is_open());
+        EXPECT_TRUE(t.get_dos_flag());
+        EXPECT_EQ(t.get_nr(), 3u);
+        t.add_records(2);
+        EXPECT_EQ(t.get_nr(), 5u);
+    }
+    Tqz_dbf_ogr t;
+    ASSERT_EQ(t.open(path.c_str(), true, false), 0);
+    EXPECT_EQ(t.get_nr(), 5u);
+    ASSERT_EQ(t.get_nf(), 5u);
+    const Tqz_dbf_field_type want[] = {dbf_ft_char, dbf_ft_integer, dbf_ft_numeric, dbf_ft_char,
+                                       dbf_ft_char};
+    for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(t.get_field_type(i), want[i]) << i;
+    EXPECT_EQ(t.get_field_flen(0), 8u);
+    EXPECT_EQ(t.get_field_flen(2), 9u);
+    EXPECT_EQ(t.get_field_dlen(2), 2);
+    bool ok = true;
+    t.get_as_string(0, 4, ok);
+    EXPECT_FALSE(ok) << "new records hold no values";
+
+    EXPECT_EQ(Tqz_dbf_ogr().create("", 0, 0, nullptr, false), 1);
+    Tqz_dbf_ogr none;
+    none.create(dir.file("no/such/folder/x.dbf").c_str(), 5, 1, fields, false);
+    EXPECT_FALSE(none.is_open());
+}
+
+}  // namespace
