@@ -45,8 +45,13 @@ std::vector<fs::path> corpus_tables() {
 fs::path copy_with_companions(const fs::path& table, const fs::path& to) {
     fs::create_directories(to);
     for (const auto& e : fs::directory_iterator(table.parent_path())) {
-        if (e.is_regular_file() && lower(e.path().stem().string()) == lower(table.stem().string()))
+        if (e.is_regular_file() &&
+            lower(e.path().stem().string()) == lower(table.stem().string())) {
+            // The corpus is read-only; the copies are ours to change.
             fs::copy_file(e.path(), to / e.path().filename(), fs::copy_options::overwrite_existing);
+            fs::permissions(to / e.path().filename(), fs::perms::owner_write,
+                            fs::perm_options::add);
+        }
     }
     return to / table.filename();
 }
