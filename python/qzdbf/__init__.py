@@ -76,6 +76,26 @@ class Table(_qzdbf.Table):
         record, field = key
         self.set_cell(record, field, value)
 
+    def deleted(self, record):
+        """True when ``record`` is marked deleted (it keeps its values until pack())."""
+        return super().deleted(record)
+
+    def set_deleted(self, record, value=True):
+        """Mark ``record`` deleted (or live again with ``value=False``), in the file at once."""
+        super().set_deleted(record, value)
+
+    def pack(self):
+        """Remove the records marked deleted; returns how many went. The file
+        is replaced whole (a copy takes its place), and the table reopened."""
+        return super().pack()
+
+    def append(self, values):
+        """Add a record from a dict (field names, any letter case) or a tuple
+        (fields in order; missing ones stay blank); returns its index. A value
+        the field refuses raises InvalidValue and leaves the new record marked
+        deleted."""
+        return super().append(values)
+
     def __repr__(self):
         state = "closed" if self.closed else f"{len(self)} records"
         return f"<qzdbf.Table {self.path!r} {state}>"

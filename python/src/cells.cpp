@@ -146,13 +146,16 @@ py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, 
     switch (field.type) {
         case 'N':
         case 'F': {
-            if (field.type == 'F' || field.decimals > 0) {
+            if (field.type == 'F') {
                 const double d = qz_dbf_get_dbl(table, index, record, ok);
                 if (!ok) return py::none();
                 return py::float_(d);
             }
+            // N cells are parsed from their stored text: integers keep all 64
+            // bits, and a decimal comma is read as a point.
             const number n = parse_number(qz_dbf_get_str(table, index, record, ok));
-            if (n.kind == number_kind::integer) return py::int_(n.integer);
+            if (n.kind == number_kind::integer && field.decimals == 0) return py::int_(n.integer);
+            if (n.kind == number_kind::integer) return py::float_(n.real);
             if (n.kind == number_kind::real) return py::float_(n.real);
             return py::none();
         }
@@ -204,7 +207,25 @@ void set_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsign
     if (!PyDateTimeAPI) PyDateTime_IMPORT;
     if (field.type == 'M') bad_value(field, "memo fields cannot be written from Python yet");
     if (value.is_none()) {
-        set_text(table, field, index, record, "");
+        // Binary fields have no blank: None is stored as 0 there.
+        if (field.type == 'I') {
+            if (!qz_dbf_set_int(table, index, record, 0)) {
+                throw_last_error(QZ_DBF_ERR_VALUE, field.name + ": not written");
+            }
+            return;
+        }
+        if (field.type == 'B') {
+            if (!qz_dbf_set_dbl(table, index, record, 0.0)) {
+                throw_last_error(QZ_DBF_ERR_VALUE, field.name + ": not written");
+            }
+            return;
+        }
+        // Empty text empties an N or F cell, though the call answers false
+        // there (it is no number).
+        qz_dbf_clear_last_error();
+        if (!qz_dbf_set_str(table, index, record, "") && field.type != 'N' && field.type != 'F') {
+            throw_last_error(QZ_DBF_ERR_VALUE, field.name + ": the cell could not be blanked");
+        }
         return;
     }
     const bool is_bool = PyBool_Check(value.ptr());

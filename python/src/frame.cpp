@@ -132,6 +132,12 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted) {
             bool ok = false;
             switch (col.kind) {
                 case column_kind::real: {
+                    if (f.type == 'N') {
+                        const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
+                        col.reals.mutable_data()[i] =
+                            num.kind == number_kind::blank ? std::nan("") : num.real;
+                        break;
+                    }
                     const double d = qz_dbf_get_dbl(h, fi, r, ok);
                     col.reals.mutable_data()[i] = ok ? d : std::nan("");
                     break;

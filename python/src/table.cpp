@@ -190,6 +190,13 @@ long long table::append(const py::object& values) {
         throw_last_error(QZ_DBF_ERR_IO, path_ + ": the record could not be added");
     }
     try {
+        // A new record is blank, which binary (I, B) fields cannot be: they
+        // start at 0.
+        for (unsigned i = 0; i < fields_.size(); ++i) {
+            if (fields_[i].type == 'I' || fields_[i].type == 'B') {
+                qzpy::set_cell(handle_, fields_[i], i, before, py::none(), encoding_);
+            }
+        }
         for (auto& c : cells) {
             qzpy::set_cell(handle_, fields_[c.first], c.first, before, c.second, encoding_);
         }
