@@ -309,4 +309,42 @@ void write_columns(table& t, const py::list& columns) {
     }
 }
 
+unsigned long long read_cells_c(table& t) {
+    Tqz_dbf_rw* h = t.handle();
+    const auto& fields = t.field_list();
+    const unsigned total = qz_dbf_get_nr(h);
+    unsigned long long cells = 0, sink = 0;
+    std::string text;
+    for (unsigned r = 0; r < total; ++r) {
+        if (qz_dbf_get_deleted(h, r) == 1) continue;
+        for (unsigned fi = 0; fi < fields.size(); ++fi) {
+            bool ok = false;
+            switch (kind_of(fields[fi])) {
+                case column_kind::real:
+                    sink += static_cast<unsigned long long>(qz_dbf_get_dbl(h, fi, r, ok));
+                    break;
+                case column_kind::integer:
+                case column_kind::date:
+                case column_kind::text: {
+                    const char* s = qz_dbf_get_str(h, fi, r, ok);
+                    text.assign(s ? s : "");
+                    sink += text.size();
+                    break;
+                }
+                case column_kind::boolean:
+                    sink += qz_dbf_get_bool(h, fi, r, ok);
+                    break;
+                case column_kind::memo: {
+                    unsigned length = 0, type = 0;
+                    qz_dbf_get_memo_bytes(h, fi, r, ok, length, type);
+                    sink += length;
+                    break;
+                }
+            }
+            ++cells;
+        }
+    }
+    return cells + (sink == 0xFFFFFFFFFFFFFFFFull ? 1 : 0);
+}
+
 }  // namespace qzpy

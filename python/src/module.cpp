@@ -114,7 +114,8 @@ PYBIND11_MODULE(_qzdbf, m) {
         .def("flush", &table::flush)
         .def("read_columns", &qzpy::read_columns, py::arg("columns") = py::none(),
              py::arg("skip_deleted") = true)
-        .def("write_columns", &qzpy::write_columns);
+        .def("write_columns", &qzpy::write_columns)
+        .def("_read_cells_c", &qzpy::read_cells_c);
     m.def("create", &create_table, py::arg("path"), py::arg("fields"),
           py::arg("encoding") = "utf-8");
     m.def("check", &check_file, py::arg("path"), py::arg("values") = false);
