@@ -148,7 +148,7 @@ def read_dataframe(path, columns=None, encoding=None, skip_deleted=True):
         elif kind == "date":
             days = values.copy()
             days[mask] = _np.iinfo(_np.int64).min
-            data[name] = pd.Series(days.view("datetime64[D]").astype("datetime64[ns]"))
+            data[name] = days.view("datetime64[D]").astype("datetime64[ns]")
         else:
             data[name] = values
     return pd.DataFrame(data, columns=[p[0] for p in parts])

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <string_view>
+#include <unordered_map>
 
 namespace py = pybind11;
 using namespace pybind11::literals;
@@ -31,7 +33,31 @@ struct column {
     py::array_t<bool> mask;
     py::array_t<bool> bools;
     py::array objects;
+    // The arrays' buffers, taken once before the records are read.
+    double* real_data = nullptr;
+    int64_t* int_data = nullptr;
+    bool* mask_data = nullptr;
+    bool* bool_data = nullptr;
+    PyObject** object_data = nullptr;
+    // Texts already made into str objects: a column of few distinct values
+    // shares one object per value instead of decoding each cell again.
+    std::unordered_map<std::string, py::object> seen;
 };
+
+// At most this many distinct texts are kept per column.
+constexpr size_t kSeenLimit = 4096;
+
+py::object shared_text(column& col, const char* text) {
+    if (text == nullptr) text = "";
+    size_t len = std::strlen(text);
+    while (len > 0 && text[len - 1] == ' ') --len;
+    std::string key(text, len);
+    auto it = col.seen.find(key);
+    if (it != col.seen.end()) return it->second;
+    py::object v = text_value(text);
+    if (col.seen.size() < kSeenLimit) col.seen.emplace(std::move(key), v);
+    return v;
+}
 
 column_kind kind_of(const field_info& f) {
     switch (f.type) {
@@ -121,6 +147,14 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted) {
         }
     }
 
+    for (auto& col : cols) {
+        if (col.reals) col.real_data = col.reals.mutable_data();
+        if (col.ints) col.int_data = col.ints.mutable_data();
+        if (col.mask) col.mask_data = col.mask.mutable_data();
+        if (col.bools) col.bool_data = col.bools.mutable_data();
+        if (col.objects) col.object_data = static_cast<PyObject**>(col.objects.mutable_data());
+    }
+
     const std::string& enc = t.encoding();
     // Record by record, so each record is fetched once; each cell goes into
     // its column's array.
@@ -134,53 +168,48 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted) {
                 case column_kind::real: {
                     if (f.type == 'N') {
                         const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
-                        col.reals.mutable_data()[i] =
-                            num.kind == number_kind::blank ? std::nan("") : num.real;
+                        col.real_data[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
                         break;
                     }
                     const double d = qz_dbf_get_dbl(h, fi, r, ok);
-                    col.reals.mutable_data()[i] = ok ? d : std::nan("");
+                    col.real_data[i] = ok ? d : std::nan("");
                     break;
                 }
                 case column_kind::integer: {
-                    int64_t* iv = col.ints.mutable_data();
-                    double* dv = col.reals.mutable_data();
-                    bool* m = col.mask.mutable_data();
                     if (f.type == 'I') {
                         const int v = qz_dbf_get_int(h, fi, r, ok);
-                        iv[i] = v;
-                        dv[i] = v;
-                        m[i] = !ok;
+                        col.int_data[i] = v;
+                        col.real_data[i] = v;
+                        col.mask_data[i] = !ok;
                         break;
                     }
                     const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
-                    iv[i] = num.integer;
-                    dv[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
-                    m[i] = num.kind == number_kind::blank;
+                    col.int_data[i] = num.integer;
+                    col.real_data[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
+                    col.mask_data[i] = num.kind == number_kind::blank;
                     if (num.kind == number_kind::real) col.any_real = true;
                     break;
                 }
                 case column_kind::date: {
                     int64_t days = 0;
                     const bool good = parse_date(qz_dbf_get_str(h, fi, r, ok), days);
-                    col.ints.mutable_data()[i] = good ? days : 0;
-                    col.mask.mutable_data()[i] = !good;
+                    col.int_data[i] = good ? days : 0;
+                    col.mask_data[i] = !good;
                     break;
                 }
                 case column_kind::boolean: {
                     const bool b = qz_dbf_get_bool(h, fi, r, ok);
-                    col.bools.mutable_data()[i] = ok && b;
-                    col.mask.mutable_data()[i] = !ok;
+                    col.bool_data[i] = ok && b;
+                    col.mask_data[i] = !ok;
                     break;
                 }
                 case column_kind::text:
                 case column_kind::memo: {
                     py::object v = col.kind == column_kind::memo
                                        ? memo_value(h, fi, r, enc)
-                                       : py::object(text_value(qz_dbf_get_str(h, fi, r, ok)));
-                    PyObject** slot = static_cast<PyObject**>(col.objects.mutable_data()) + i;
-                    PyObject* old = *slot;
-                    *slot = v.release().ptr();
+                                       : shared_text(col, qz_dbf_get_str(h, fi, r, ok));
+                    PyObject* old = col.object_data[i];
+                    col.object_data[i] = v.release().ptr();
                     Py_XDECREF(old);
                     break;
                 }
