@@ -42,6 +42,7 @@ struct column {
     // Texts already made into str objects: a column of few distinct values
     // shares one object per value instead of decoding each cell again.
     std::unordered_map<std::string, py::object> seen;
+    std::string key;
 };
 
 // At most this many distinct texts are kept per column.
@@ -51,11 +52,13 @@ py::object shared_text(column& col, const char* text) {
     if (text == nullptr) text = "";
     size_t len = std::strlen(text);
     while (len > 0 && text[len - 1] == ' ') --len;
-    std::string key(text, len);
-    auto it = col.seen.find(key);
+    // The key is built in a buffer kept per column, so a lookup allocates
+    // nothing once the buffer has grown.
+    col.key.assign(text, len);
+    auto it = col.seen.find(col.key);
     if (it != col.seen.end()) return it->second;
     py::object v = text_value(text);
-    if (col.seen.size() < kSeenLimit) col.seen.emplace(std::move(key), v);
+    if (col.seen.size() < kSeenLimit) col.seen.emplace(col.key, v);
     return v;
 }
 
