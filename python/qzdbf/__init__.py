@@ -31,6 +31,10 @@ __all__ = [
     "InternalError",
 ]
 
+# The days (since 1970-01-01) a datetime64[ns] column can hold.
+_NS_MIN_DAY = -106751
+_NS_MAX_DAY = 106750
+
 Field = _collections.namedtuple("Field", "name type length decimals")
 Field.__doc__ = "A field of a table: name, type letter (C N F L D M I B), length, decimals."
 
@@ -132,7 +136,8 @@ def read_dataframe(path, columns=None, encoding=None, skip_deleted=True):
 
     dtypes: N with decimals, F, B float64; N without decimals and I nullable
     Int64 (float64 when a cell holds a fraction); D datetime64 (NaT when
-    blank); L nullable boolean; C and M object (str). ``columns`` picks fields
+    blank; object datetime.date values when a date lies outside the years
+    datetime64[ns] holds, 1677 to 2262); L nullable boolean; C and M object (str). ``columns`` picks fields
     by name; ``skip_deleted`` leaves out records marked deleted.
     """
     import pandas as pd
@@ -147,8 +152,16 @@ def read_dataframe(path, columns=None, encoding=None, skip_deleted=True):
             data[name] = pd.arrays.BooleanArray(values, mask)
         elif kind == "date":
             days = values.copy()
-            days[mask] = _np.iinfo(_np.int64).min
-            data[name] = days.view("datetime64[D]").astype("datetime64[ns]")
+            live = days[~mask]
+            # datetime64[ns] holds 1677-09-22 .. 2262-04-11; a column with a
+            # date outside stays datetime.date objects rather than wrap.
+            if live.size and (live.min() < _NS_MIN_DAY or live.max() > _NS_MAX_DAY):
+                dates = days.view("datetime64[D]").astype(object)
+                dates[mask] = None
+                data[name] = dates
+            else:
+                days[mask] = _np.iinfo(_np.int64).min
+                data[name] = days.view("datetime64[D]").astype("datetime64[ns]")
         else:
             data[name] = values
     return pd.DataFrame(data, columns=[p[0] for p in parts])

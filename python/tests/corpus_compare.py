@@ -106,7 +106,8 @@ def category(path, diff, encoding):
     if ftype == "M" and b is None and a is not None:
         return "memo: block number not found by this library (binary block numbers, or no memo file)"
     if ftype == "M":
-        return "memo: text decoded differently"
+        return ("memo: the library's memo reader gives other bytes (an empty text, or a "
+                "binary memo decoded with the table's code page)")
     if isinstance(a, str) and isinstance(b, str):
         if a.strip() == b.strip():
             return "text: leading blanks kept by one reader"

@@ -51,6 +51,15 @@ def test_round_trip_of_every_dtype(tmp_path):
                 [None if v is pd.NA else v for v in df["I"]]
 
 
+def test_dates_outside_nanosecond_range_stay_dates(tmp_path):
+    path = tmp_path / "d.dbf"
+    days = [datetime.date(1099, 7, 10), None, datetime.date(9999, 12, 31)]
+    with qzdbf.create(path, [("D", "D", 8, 0)]) as t:
+        for d in days:
+            t.append((d,))
+    assert qzdbf.read_dataframe(path)["D"].tolist() == days
+
+
 def test_columns_and_skip_deleted(tmp_path):
     path = tmp_path / "c.dbf"
     qzdbf.write_dataframe(pd.DataFrame({"A": [1, 2, 3], "B": ["x", "y", "z"]}), path)
