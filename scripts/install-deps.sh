@@ -8,6 +8,7 @@ packages=(
   libicu-dev libgdal-dev gdal-bin
   libgtest-dev libbenchmark-dev
   libshp-dev shapelib python3-dbfread
+  pybind11-dev python3-pybind11 python3-dev python3-numpy python3-pandas python3-pytest
 )
 
 missing=()

@@ -1,0 +1,159 @@
+"""Tables through qzdbf.open / qzdbf.create: cells by type, writes on disk,
+deletion flags and pack, locks and errors."""
+
+import datetime
+import os
+
+import pytest
+
+import qzdbf
+
+FIELDS = [("NAME", "C", 12, 0), ("QTY", "N", 20, 0), ("PRICE", "N", 10, 2), ("WHEN", "D", 8, 0),
+          ("OK", "L", 1, 0), ("RATE", "F", 19, 8), ("SMALL", "I", 4, 0), ("DBL", "B", 8, 0)]
+
+
+@pytest.fixture
+def path(tmp_path):
+    return str(tmp_path / "t.dbf")
+
+
+def test_cells_round_trip_by_type_and_reach_other_readers(path):
+    import dbfread
+
+    rows = [
+        ("Ivanov", 2**62, 12.5, datetime.date(2024, 2, 29), True, 0.125, -7),
+        ("Ärger €", -1, -0.01, datetime.date(1, 1, 1), False, -3.5, 2**31 - 1),
+        (None, None, None, None, None, None, None),
+    ]
+    with qzdbf.create(path, FIELDS[:-1]) as t:
+        assert t.fields[1] == qzdbf.Field("QTY", "N", 20, 0)
+        for r in rows:
+            t.append(r)
+        t.append({"name": "by name", "QTY": 5})
+    with qzdbf.open(path) as t:
+        assert len(t) == 4 and t.encoding == "utf-8"
+        got = list(t)
+        assert got[0] == rows[0]
+        assert got[1] == rows[1]
+        # Blank cells read as None, an empty C cell as "", an I cell as 0.
+        assert got[2] == ("", None, None, None, None, None, 0)
+        assert t[3]["NAME"] == "by name" and t[3, "qty"] == 5 and t[-1, 1] == 5
+        assert type(t[0, "QTY"]) is int and type(t[0, "PRICE"]) is float
+    ref = list(dbfread.DBF(path, encoding="utf-8"))
+    assert ref[0]["QTY"] == 2**62 and ref[1]["NAME"] == "Ärger €"
+    assert ref[0]["WHEN"] == datetime.date(2024, 2, 29) and ref[1]["OK"] is False
+    assert ref[1]["SMALL"] == 2**31 - 1 and ref[2]["PRICE"] is None
+
+    # B holds doubles exactly; an appended record without a value holds 0.
+    bpath = path + "b.dbf"
+    with qzdbf.create(bpath, [("DBL", "B", 8, 0), ("X", "C", 1, 0)]) as t:
+        for v in (1e300, -0.0, 5e-324, 1 / 3):
+            t.append((v,))
+        t.append({"X": "x"})
+        assert [r[0] for r in t] == [1e300, -0.0, 5e-324, 1 / 3, 0.0]
+
+
+def test_refused_values_leave_cell_and_table_unchanged(path):
+    with qzdbf.create(path, FIELDS) as t:
+        t.append(("keep", 1, 1.0))
+        bad = [("NAME", "x" * 13), ("NAME", "Ж" * 7), ("NAME", 5), ("NAME", "a\0b"),
+               ("QTY", "1"), ("QTY", 10**21), ("QTY", True), ("PRICE", 1e9), ("PRICE", float("inf")),
+               ("WHEN", "20200101"), ("OK", 1), ("SMALL", 2**31), ("SMALL", 1.5), ("DBL", "x")]
+        for name, value in bad:
+            with pytest.raises(qzdbf.InvalidValue) as e:
+                t[0, name] = value
+            assert name in str(e.value)
+        assert t[0] == {"NAME": "keep", "QTY": 1, "PRICE": 1.0, "WHEN": None, "OK": None,
+                        "RATE": None, "SMALL": 0, "DBL": 0.0}
+        # A refused value in append leaves the new record marked deleted.
+        with pytest.raises(qzdbf.InvalidValue):
+            t.append({"NAME": "ok", "QTY": "no"})
+        assert len(t) == 2 and t.deleted(1) and not t.deleted(0)
+        with pytest.raises(KeyError):
+            t[0, "NOPE"]
+        with pytest.raises(IndexError):
+            t[2]
+        with pytest.raises(qzdbf.InvalidArgument):
+            t.append(tuple(range(9)))
+        assert len(t) == 2
+
+
+def test_deleted_flags_and_pack_on_disk(path):
+    import dbfread
+
+    with qzdbf.create(path, [("N", "N", 5, 0)]) as t:
+        for i in range(10):
+            t.append((i,))
+        for i in (0, 3, 4, 9):
+            t.set_deleted(i)
+        t.set_deleted(4, False)
+        assert [t.deleted(i) for i in range(10)] == [i in (0, 3, 9) for i in range(10)]
+        assert t.pack() == 3
+        assert [r[0] for r in t] == [1, 2, 4, 5, 6, 7, 8]
+        assert t.pack() == 0
+        t.append((99,))
+    assert [r["N"] for r in dbfread.DBF(path)] == [1, 2, 4, 5, 6, 7, 8, 99]
+    assert qzdbf.read_dataframe(path)["N"].tolist() == [1, 2, 4, 5, 6, 7, 8, 99]
+
+
+def test_modes_locks_and_errors(path, tmp_path):
+    with qzdbf.create(path, [("A", "C", 3, 0)]) as t:
+        t.append(("x",))
+    with qzdbf.open(path, "r") as ro:
+        with pytest.raises(qzdbf.PermissionDenied):
+            ro[0, "A"] = "y"
+        with pytest.raises(qzdbf.PermissionDenied):
+            ro.append(("y",))
+        with qzdbf.open(path, "r+") as w:
+            with pytest.raises(qzdbf.Locked) as e:
+                qzdbf.open(path, "r+")
+            assert "locked" in str(e.value)
+            w[0, "A"] = "z"
+            w.flush()
+            assert ro[0, "A"] == "z"
+    t = qzdbf.open(path)
+    t.close()
+    t.close()
+    with pytest.raises(qzdbf.Error, match="closed"):
+        len(t)
+    with pytest.raises(qzdbf.NotFound) as e:
+        qzdbf.open(tmp_path / "missing.dbf")
+    assert isinstance(e.value, FileNotFoundError) and "missing.dbf" in str(e.value)
+    junk = tmp_path / "junk.dbf"
+    junk.write_bytes(b"hello, not a table at all" * 3)
+    with pytest.raises(qzdbf.NotATable):
+        qzdbf.open(junk)
+    with pytest.raises(qzdbf.InvalidArgument):
+        qzdbf.open(path, "x")
+    with pytest.raises(qzdbf.InvalidArgument):
+        qzdbf.open(path, encoding="koi8-r")
+    for fields in ([("lower", "C", 5, 0)], [("A", "Q", 5, 0)], [("A", "N", 5, 5)],
+                   [("A", "C", 1, 0), ("a", "C", 1, 0)], []):
+        with pytest.raises(qzdbf.InvalidArgument):
+            qzdbf.create(tmp_path / "bad.dbf", fields)
+    assert not (tmp_path / "bad.dbf").exists()
+
+
+def test_encoding_override_and_check(path, tmp_path):
+    with qzdbf.create(path, [("T", "C", 10, 0)], encoding="cp866") as t:
+        t.append(("Привет",))
+    raw = open(path, "rb").read()
+    assert "Привет".encode("cp866") in raw
+    with qzdbf.open(path) as t:
+        assert t.encoding == "cp866" and t[0, "T"] == "Привет"
+    with qzdbf.open(path, encoding="cp1251") as t:
+        assert t[0, "T"] == "Привет".encode("cp866").decode("cp1251")
+    assert qzdbf.check(path) == []
+    cut = tmp_path / "cut.dbf"
+    cut.write_bytes(raw[:40])
+    findings = qzdbf.check(cut)
+    assert findings and max(f.severity for f in findings) == 3
+    assert all(isinstance(f.what, str) and f.what for f in findings)
+    assert qzdbf.check(tmp_path / "none.dbf")[0].kind == 1
+    os.chmod(path, 0o444)
+    try:
+        if os.geteuid() != 0:
+            with pytest.raises(qzdbf.PermissionDenied):
+                qzdbf.open(path, "r+")
+    finally:
+        os.chmod(path, 0o644)
