@@ -40,7 +40,7 @@ build_and_test "$root/build/asan" -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=address
 
 # The threaded parts (event channels, folder watcher, notifier) once more
 # under ThreadSanitizer.
-export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$root/tests/tsan.supp"
 echo "=== build $root/build/tsan"
 cmake -S "$root" -B "$root/build/tsan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQZ_SANITIZE=thread >/dev/null
 cmake --build "$root/build/tsan" -j "$jobs"
