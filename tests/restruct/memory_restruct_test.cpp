@@ -153,12 +153,6 @@ TEST_F(MemoryRestruct, HandlesAndTablesWithoutHistory) {
     EXPECT_FALSE(qz_dbf_mem_exist_w(name.c_str()));
     EXPECT_FALSE(fs::exists(dir.file("scratch.dbf")));
     qz_dbf_restruct_destroy(d);
-
-    // The one-field table of a name created without fields.
-    m = qz_dbf_mem_create_w(name.c_str(), 0, nullptr);
-    EXPECT_EQ(qz_dbf_mem_get_nf(m), 1u);
-    EXPECT_STREQ(qz_dbf_mem_get_field_name(m, 0), "ID");
-    qz_dbf_mem_free(m);
 }
 
 TEST_F(MemoryRestruct, TableWithTheLayoutOfAnother) {
