@@ -62,47 +62,6 @@ TEST(WriterLock, SecondWriterInTheSameProcessIsKeptOut) {
     if (next) qz_dbf_close(next);
 }
 
-// A child process holds the table open for writing until told to let go.
-TEST(WriterLock, SecondWriterInAnotherProcessIsKeptOut) {
-    Temp_dir dir;
-    std::string path = make_table(dir, "b.dbf");
-    int to_child[2], to_parent[2];
-    ASSERT_EQ(pipe(to_child), 0);
-    ASSERT_EQ(pipe(to_parent), 0);
-    pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-        char ok = t ? 'y' : 'n';
-        (void)!write(to_parent[1], &ok, 1);
-        char go;
-        (void)!read(to_child[0], &go, 1);
-        if (t) qz_dbf_close(t);
-        _exit(t ? 0 : 1);
-    }
-    char ok = 0;
-    ASSERT_EQ(read(to_parent[0], &ok, 1), 1);
-    ASSERT_EQ(ok, 'y') << "the child could not open the table";
-
-    Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
-    EXPECT_NE(qz_dbf_get_storage(second), qz_dbf_storage_file);
-    if (second) qz_dbf_close(second);
-    Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
-    EXPECT_NE(reader, nullptr);
-    if (reader) qz_dbf_close(reader);
-
-    char go = 'g';
-    ASSERT_EQ(write(to_child[1], &go, 1), 1);
-    int status = 0;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_FALSE(qz_test::exists(path + ".lk"));
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-    EXPECT_NE(t, nullptr);
-    if (t) qz_dbf_close(t);
-    for (int fd : {to_child[0], to_child[1], to_parent[0], to_parent[1]}) close(fd);
-}
-
 // Several processes take turns as the writer. Each does a slow
 // read-modify-write of a counter while it holds the lock; were two writers
 // ever admitted at once (for instance one locking a lock file that its

@@ -15,6 +15,7 @@ namespace {
 
 using memory_test::dbf_file;
 using memory_test::Field;
+using memory_test::field;
 using qz_test::Temp_dir;
 
 std::string field_bytes(Tqz_dbf_memory_core& t, int field, int record, size_t n) {
@@ -22,15 +23,6 @@ std::string field_bytes(Tqz_dbf_memory_core& t, int field, int record, size_t n)
     uint32_t offset = 1;
     for (int f = 0; f < field; ++f) offset += t.get_field_flen(static_cast<unsigned int>(f));
     return std::string(reinterpret_cast<const char*>(rec) + offset, n);
-}
-
-Tqz_dbf_field field(const char* name, char type, unsigned char flen) {
-    Tqz_dbf_field f;
-    std::memset(&f, 0, sizeof f);
-    std::strncpy(f.name, name, 10);
-    f.type = type;
-    f.flen = flen;
-    return f;
 }
 
 TEST(MemoryCore, InitGivesTheOneFieldTableAndSaveWritesItAsHeld) {

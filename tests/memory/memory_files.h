@@ -3,8 +3,11 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
+
+#include "qzk_file_dbf.h"
 
 namespace memory_test {
 
@@ -55,6 +58,16 @@ inline std::vector<uint8_t> dbf_file(const std::vector<Field>& fields,
     }
     file.push_back(0x1A);
     return file;
+}
+
+// A descriptor with no decimals.
+inline Tqz_dbf_field field(const char* name, char type, unsigned char flen) {
+    Tqz_dbf_field f;
+    std::memset(&f, 0, sizeof f);
+    std::strncpy(f.name, name, 10);
+    f.type = type;
+    f.flen = flen;
+    return f;
 }
 
 // Sets the 32-bit record count of a file image.

@@ -9,19 +9,13 @@
 
 #include "memory/memory_table.h"
 #include "memory/records.h"
+#include "memory_files.h"
 #include "notify/dbf_notifier.h"
 #include "test_support.h"
 
 namespace {
 
-Tqz_dbf_field field(const char* name, char type, unsigned char flen) {
-    Tqz_dbf_field f;
-    std::memset(&f, 0, sizeof f);
-    std::strncpy(f.name, name, 10);
-    f.type = type;
-    f.flen = flen;
-    return f;
-}
+using memory_test::field;
 
 // Header image and every record's bytes.
 std::string snapshot(Tqz_dbf_memory& t) {
@@ -147,20 +141,6 @@ TEST_F(MemoryHistory, TextThroughTheHistoryIsSpacePadded) {
     qz_history_manager_undo(m);
     qz_history_manager_redo(m);
     EXPECT_EQ(t->get_nr(), 0u);
-}
-
-TEST_F(MemoryHistory, RecordsDeletedTogetherComeBackInPlace) {
-    const std::string before = snapshot(*t);
-    t->delete_records({1, 3});
-    EXPECT_EQ(t->get_nr(), 2u);
-    EXPECT_EQ(cell(*t, 0, 1), "row2 ");
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 1u);
-    qz_history_manager_undo(m);
-    EXPECT_EQ(snapshot(*t), before);
-    EXPECT_EQ(cell(*t, 0, 3), "row3 ");
-    t->delete_records({});
-    EXPECT_EQ(snapshot(*t), before);
-    EXPECT_TRUE(qz_history_manager_can_undo(m)) << "an empty step all the same";
 }
 
 TEST_F(MemoryHistory, AReplacedStructureSwapsBackAndForth) {

@@ -33,7 +33,7 @@ void retype(Tqz_dbf_rstrct* d, int idx, char type, unsigned char flen, signed ch
     f->dlen = dlen;
 }
 
-TEST_F(Apply, ConversionsOfTheRewriteAndNoBackupLeft) {
+TEST_F(Apply, RewrittenBytesAndNoBackupLeft) {
     ASSERT_TRUE(make_table(
         path, {{"S", 'C', 8, 0}, {"T", 'C', 8, 0}, {"N", 'N', 6, 0}, {"K", 'C', 6, 0}},
         {{" 12.5 ", " 7.9 ", "42", "  ab"}, {"abc", "-7.1", "-3", "x"}, {"", "", "", ""}}));
@@ -55,16 +55,8 @@ TEST_F(Apply, ConversionsOfTheRewriteAndNoBackupLeft) {
     qz_dbf_restruct_destroy(d);
 
     EXPECT_EQ(layout(path), "S:N:8:2,T:I:4:0,N:C:6:0,K:C:9:0,NB:B:8:0,NI:I:4:0,NC:C:5:0,NN:N:5:1");
-    auto got = cells(path);
-    ASSERT_EQ(got.size(), 3u);
-    // Compared without the blanks that pad C text and print numbers.
-    for (auto& row : got) {
-        for (auto& c : row) c.erase(c.find_last_not_of(' ') + 1);
-        row[4].erase(0, row[4].find_first_not_of(' '));  // B prints right-aligned
-    }
-    EXPECT_EQ(got[0], (std::vector<std::string>{"12.50", "7", "42", "  ab", "0", "0", "", ""}));
-    EXPECT_EQ(got[1], (std::vector<std::string>{"", "-8", "-3", "x", "0", "0", "", ""}));
-    EXPECT_EQ(got[2], (std::vector<std::string>{"", "0", "", "", "0", "0", "", ""}));
+    // The values each conversion gives are checked cell by cell, in every
+    // encoding, by the conversion test; here the bytes and the files left.
     // The C field's bytes: text, then spaces to its length.
     auto bytes = qz_test::read_bytes(file);
     const size_t header = 32 + 32 * 8 + 1, record = 1 + 8 + 4 + 6 + 9 + 8 + 4 + 5 + 5;
