@@ -1,6 +1,5 @@
-// qz_dbf_create_safe repairs the caller's names before the table is made;
-// the file holds the repaired names (other readers are checked on tables of
-// plain names by the interop round trip).
+// qz_dbf_create_safe repairs the caller's names before the table is made,
+// and the table it makes opens in two independent readers with those names.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -27,11 +26,12 @@ std::vector<Tqz_dbf_field> sample_fields() {
 
 const Names repaired = {"ID", "ID1", "X", "CENA", "A_B"};
 
-void make_sample(const qz_test::Temp_dir& dir) {
+std::string make_sample(const qz_test::Temp_dir& dir) {
+    std::string path = dir.file("safe.dbf");
     auto fields = sample_fields();
     Tqz_dbf_rw* t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, fields.data(), false);
     EXPECT_NE(t, nullptr);
-    if (!t) return;
+    if (!t) return path;
     // The caller's array is repaired in place; the table has the same names.
     EXPECT_EQ(names_of(fields), repaired);
     for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(qz_dbf_get_field_name(t, i), repaired[i]);
@@ -40,6 +40,7 @@ void make_sample(const qz_test::Temp_dir& dir) {
     EXPECT_TRUE(qz_dbf_set_dbl(t, 3, 0, 12.5));
     EXPECT_TRUE(qz_dbf_set_str(t, 4, 1, "ab"));
     qz_dbf_close(t);
+    return path;
 }
 
 TEST(NamesCreateSafe, RepairsTheCallersNamesFirst) {
@@ -66,6 +67,39 @@ TEST(NamesCreateSafe, RepairsTheCallersNamesFirst) {
     ASSERT_NE(t, nullptr);
     EXPECT_STREQ(qz_dbf_get_field_name(t, 0), "id");
     qz_dbf_close(t);
+}
+
+TEST(NamesCreateSafe, OtherReadersSeeTheRepairedNames) {
+    Code_page utf8(65001);
+    qz_test::Temp_dir dir;
+    const std::string path = make_sample(dir);
+
+    if (qz_test::run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") != 0) {
+        ADD_FAILURE() << "python3-dbfread is missing";
+    } else {
+        std::string out;
+        int rc = qz_test::run(
+            "/usr/bin/python3 -c \"import sys, dbfread\n"
+            "t = dbfread.DBF(sys.argv[1])\n"
+            "print(','.join(t.field_names))\n"
+            "for r in t: print(r['ID'], r['ID1'], r['CENA'], r['A_B'])\" '" +
+                path + "' 2>&1",
+            &out);
+        EXPECT_EQ(rc, 0) << out;
+        EXPECT_EQ(out, "ID,ID1,X,CENA,A_B\n7 seven 12.5 \nNone  None ab\n");
+    }
+
+    if (qz_test::run("command -v ogrinfo >/dev/null 2>&1") != 0) {
+        ADD_FAILURE() << "ogrinfo (gdal-bin) is missing";
+    } else {
+        std::string out;
+        int rc = qz_test::run("ogrinfo -ro -al '" + path + "' 2>&1", &out);
+        EXPECT_EQ(rc, 0) << out;
+        for (const std::string& name : repaired)
+            EXPECT_NE(out.find("\n" + name + ": "), std::string::npos) << name << "\n" << out;
+        EXPECT_NE(out.find("CENA (Real) = 12.5"), std::string::npos) << out;
+        EXPECT_NE(out.find("ID1 (String) = seven"), std::string::npos) << out;
+    }
 }
 
 }  // namespace
