@@ -117,7 +117,8 @@ typedef enum Tqz_dbf_check_kind {
     QZ_DBF_CHECK_FIELD = 7,         /* a type, length or decimal count other readers refuse */
     QZ_DBF_CHECK_RECORDS = 8,       /* fewer whole records than the header says */
     QZ_DBF_CHECK_MEMO = 9,          /* memo fields without a memo file */
-    QZ_DBF_CHECK_VALUE = 10         /* N, F, D or L values other readers cannot parse */
+    QZ_DBF_CHECK_VALUE = 10,        /* N, F, D or L values other readers cannot parse */
+    QZ_DBF_CHECK_NAME = 11          /* a field name that breaks the field-name rules */
 } Tqz_dbf_check_kind;
 
 /* Flags of qz_dbf_check_file. */

@@ -1,4 +1,5 @@
 #include "check/table_check.h"
+#include "names/field_utils.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -303,6 +304,7 @@ class checker {
             sum += d.flen();
             check_field(i, d);
         }
+        check_names(fields);
         if (record_length < sum)
             add(error, k_record_length,
                 "record length " + std::to_string(record_length) +
@@ -314,6 +316,39 @@ class checker {
                 "record length " + std::to_string(record_length) +
                     " is not the fields' lengths plus one (" + std::to_string(sum) + ")",
                 "header bytes 10-11");
+    }
+
+    // Names against the field-name rules (1 to 10 of A-Z, 0-9 and _, a
+    // letter first, no two alike in any letter case), with the repair each
+    // would get. Other readers read such tables, so these are warnings.
+    void check_names(const std::vector<Tdbf_descriptor>& fields) {
+        Tqz_dbf_field_utils::fields_t named;
+        for (size_t i = 0; i < fields.size(); ++i) {
+            char text[12] = {0};
+            std::memcpy(text, fields[i].bytes, 11);
+            const std::string name = text;
+            if (name.empty()) continue;  // reported as a field without a name
+            if (!Tqz_dbf_field_utils::name_is_ok(name))
+                add(warning, k_name,
+                    "the name '" + printable(fields[i].bytes, name.size()) +
+                        "' breaks the field-name rules (the repair is '" +
+                        Tqz_dbf_field_utils::name_fix(name) + "')",
+                    field_where(i, fields[i]));
+            Tqz_dbf_field f;
+            std::memset(&f, 0, sizeof f);
+            std::memcpy(f.name, text, 11);
+            for (const Tqz_dbf_field& earlier : named) {
+                Tqz_dbf_field_utils::fields_t pair{earlier, f};
+                if (!Tqz_dbf_field_utils::duplicates_ic_ok(pair)) {
+                    add(warning, k_name,
+                        "the name '" + printable(fields[i].bytes, name.size()) +
+                            "' is used by an earlier field too (letter case aside)",
+                        field_where(i, fields[i]));
+                    break;
+                }
+            }
+            named.push_back(f);
+        }
     }
 
     void check_field(size_t i, const Tdbf_descriptor& d) {

@@ -23,6 +23,7 @@ enum kind : int {
     k_records = 8,
     k_memo = 9,
     k_value = 10,
+    k_name = 11,
 };
 
 struct finding {
