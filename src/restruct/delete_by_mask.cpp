@@ -15,6 +15,7 @@
 #include "support/filesystem.h"
 #include "support/fileio.h"
 #include "support/safe_replace.h"
+#include "support/wait_lock.h"
 
 namespace qz::restruct {
 
@@ -219,6 +220,14 @@ delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mas
     }
     const wchar_t* folder = qz_options_get_temp_wpath();
     const std::wstring temp = std::wstring(folder ? folder : L"") + kTempName;
+    // The temporary file has one name for every process: a second process
+    // deleting by mask waits until the first has put its copy in place.
+    qz::filesystem::wait_lock temp_in_use;
+    if (!temp_in_use.take(temp + L".busy", 60000)) {
+        handle.close();
+        lock.close_and_remove(table_path + L".lk");
+        return delete_outcome::copy_failed;
+    }
     qz::filesystem::remove_file(temp);
 
     unsigned int kept = 0;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace {
@@ -89,6 +90,41 @@ TEST_F(ToolDelete, EditDelmaskIsOneUndoableStep) {
     EXPECT_NE(out.find("record 9 is out of range"), std::string::npos) << out;
     EXPECT_NE(rc, 0) << "a failed line makes the exit status 1";
     EXPECT_EQ(names(), "r1,r2,r3,r4");
+}
+
+// Packs of different tables at the same time share the one temporary file
+// name: each waits for the other, and every table keeps its own records.
+TEST(ToolDeleteTogether, PacksAtTheSameTimeKeepTheirOwnRecords) {
+    qz_test::Temp_dir dir;
+    const int tables = 4, records = 3000;
+    std::string script;
+    for (int t = 0; t < tables; ++t) {
+        const std::string path = dir.file("t" + std::to_string(t) + ".dbf");
+        Tqz_dbf_field f;
+        qz_dbf_field_init(&f, "NAME", dbf_ft_char, 12, 0);
+        Tqz_dbf_rw* h = qz_dbf_create(path.c_str(), 1, records, &f, false);
+        ASSERT_NE(h, nullptr);
+        for (int r = 0; r < records; ++r) {
+            qz_dbf_set_str(h, 0, r, (std::to_string(t) + "-" + std::to_string(r)).c_str());
+            if (r % 2) qz_dbf_set_deleted(h, r, true);
+        }
+        qz_dbf_close(h);
+        script += "'" QZDBF_EXE "' pack '" + path + "' >/dev/null 2>&1 & ";
+    }
+    ASSERT_EQ(qz_test::run(script + "wait"), 0);
+    for (int t = 0; t < tables; ++t) {
+        Tqz_dbf_rw* h =
+            qz_dbf_open(dir.file("t" + std::to_string(t) + ".dbf").c_str(), true, false);
+        ASSERT_NE(h, nullptr);
+        ASSERT_EQ(qz_dbf_get_nr(h), static_cast<unsigned>(records / 2)) << t;
+        bool ok = false;
+        for (int k = 0; k < records / 2; ++k) {
+            std::string got = qz_dbf_get_str(h, 0, k, ok);
+            got.erase(got.find_last_not_of(' ') + 1);
+            ASSERT_EQ(got, std::to_string(t) + "-" + std::to_string(2 * k)) << t << " " << k;
+        }
+        qz_dbf_close(h);
+    }
 }
 
 }  // namespace
