@@ -294,16 +294,22 @@ void typed_shapelib(const std::string& path, const Cells& cells, const Typed& v,
 }
 
 // The floor of any reader: read() over the whole file, touching every byte.
+volatile size_t touched_sum;
+
 size_t touch_bytes(const std::string& path) {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (!f) die("cannot open " + path);
     int fd = fileno(f);
     static char buf[1 << 16];
-    size_t sum = 0;
-    for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;)
+    size_t sum = 0, total = 0;
+    for (ssize_t n; (n = ::read(fd, buf, sizeof buf)) > 0;) {
+        total += static_cast<size_t>(n);
         for (ssize_t i = 0; i < n; ++i) sum += static_cast<unsigned char>(buf[i]);
+    }
     std::fclose(f);
-    return sum;
+    if (total != std::filesystem::file_size(path)) die("read() did not read all of " + path);
+    touched_sum = sum;
+    return total;
 }
 
 void copy(const std::string& from, const std::string& to) {
