@@ -43,16 +43,21 @@ unsigned int parse_codeset(const char* cs) {
 
 // Every conversion asks for the ANSI code page, so the answer for the
 // current codeset is remembered (per thread: threads may run in different
-// locales) and worked out again only when the codeset changes.
+// locales). The C library hands out the codeset of a loaded locale at one
+// place for as long as the process runs, so the same pointer means the same
+// codeset and the name is compared only when the pointer changes.
 unsigned int code_page_of_locale() {
     const char* cs = nl_langinfo(CODESET);
     if (!cs) return 65001;
+    thread_local const char* last_pointer = nullptr;
     thread_local std::string last_codeset;
     thread_local unsigned int last_code_page = 0;
+    if (cs == last_pointer && last_code_page != 0) return last_code_page;
     if (last_code_page == 0 || last_codeset != cs) {
         last_codeset = cs;
         last_code_page = parse_codeset(cs);
     }
+    last_pointer = cs;
     return last_code_page;
 }
 

@@ -135,7 +135,7 @@ int Tqz_dbf_rw::create(const char* path, unsigned int nf, unsigned int nr, Tqz_d
 void Tqz_dbf_rw::begin_write_bracket() {
     if (read_only) return;
     if (memory && memory->get_notifier()) memory->get_notifier()->begin_update();
-    if (disk->get_notifier()) disk->get_notifier()->begin_update();
+    disk->begin_handle_bracket();
 }
 
 void Tqz_dbf_rw::close() {
@@ -145,7 +145,7 @@ void Tqz_dbf_rw::close() {
         memory = nullptr;
         dbf_free_mem_by_ptr(held);
     }
-    if (!read_only && disk->get_notifier()) disk->get_notifier()->end_update();
+    if (!read_only) disk->end_handle_bracket();
     if (own_table && table) table->close();
     own_table = false;
     table = nullptr;

@@ -11,6 +11,7 @@
 #include "dbf/dbf_format.h"
 #include "dbf/fast_find.h"
 #include "dbf/ibasic.h"
+#include "dbf/number_text.h"
 #include "encoding/encodings.h"
 #include "encoding/fast_convert.h"
 
@@ -191,6 +192,14 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     char raw_buffer[257];
 
   private:
+    // The number layout of a numeric field, read from its descriptor (the
+    // same layout get_format describes, without building and parsing its
+    // text).
+    qz::dbf::number_format number_layout_of(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? qz::dbf::number_layout(static_cast<char>(d->type()), d->flen(), d->dlen())
+                 : qz::dbf::number_format();
+    }
     // The code page of the table's encoding (65001, 866 or 1251).
     unsigned int table_code_page() const;
     // Stores `text` through set_string, or an empty text when it is longer

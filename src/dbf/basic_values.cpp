@@ -55,15 +55,6 @@ void append_hex4(std::string& out, unsigned v) {
     for (int shift = 12; shift >= 0; shift -= 4) out += digits[(v >> shift) & 0xF];
 }
 
-// The text of `v` under a field's printf format.
-void format_by(std::string& out, const char* format, double v) {
-    number_format f;
-    if (format && parse_format(format, f))
-        format_double(out, v, f);
-    else
-        out = format ? printf_double(format, v) : std::string();
-}
-
 }  // namespace
 
 // ---- Parsing -----------------------------------------------------------------
@@ -376,7 +367,7 @@ bool Tqz_dbf_basic::set_as_integer(unsigned int field, unsigned int record, int 
         case dbf_ft_float:
             // Written in the field's format; what is too long is cut by the
             // storage, not refused.
-            format_by(number_text, get_format(field), static_cast<double>(value));
+            format_double(number_text, static_cast<double>(value), number_layout_of(field));
             set_string(f, r, number_text.c_str());
             return true;
         case dbf_ft_integer:
@@ -411,16 +402,7 @@ bool Tqz_dbf_basic::set_as_double(unsigned int field, unsigned int record, doubl
         case dbf_ft_float: {
             // In the field's format; when that is too long, in exponent form;
             // when that is too long as well, empty. Each counts as written.
-            unsigned flen = get_field_flen(field);
-            format_by(number_text, get_format(field), value);
-            if (number_text.size() > flen) {
-                number_format e;
-                e.width = static_cast<int>(flen);
-                e.left = true;
-                e.conversion = 'e';
-                format_double(number_text, value, e);
-                if (number_text.size() > flen) number_text.clear();
-            }
+            number_cell_text(number_text, value, number_layout_of(field), get_field_flen(field));
             set_string(f, r, number_text.c_str());
             return true;
         }

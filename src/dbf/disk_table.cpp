@@ -161,7 +161,20 @@ int Tqz_dbf_disk::create(const char* path, unsigned int n_fields, unsigned int n
 }
 
 qz::notify::Update_scope Tqz_dbf_disk::update_bracket() {
+    if (handle_bracket) return qz::notify::Update_scope(nullptr);
     return qz::notify::Update_scope(notifier);
+}
+
+void Tqz_dbf_disk::begin_handle_bracket() {
+    if (!notifier || handle_bracket) return;
+    notifier->begin_update();
+    handle_bracket = true;
+}
+
+void Tqz_dbf_disk::end_handle_bracket() {
+    if (!notifier || !handle_bracket) return;
+    handle_bracket = false;
+    notifier->end_update();
 }
 
 void Tqz_dbf_disk::attach_window(bool writable, bool follow) {
@@ -172,6 +185,9 @@ void Tqz_dbf_disk::attach_window(bool writable, bool follow) {
 }
 
 void Tqz_dbf_disk::close() {
+    // A handle's bracket ends while the window is still on the notifier, so
+    // that its bytes reach the file before the notifier's last event.
+    end_handle_bracket();
     // The window writes what it holds and lets go of the notifier's counter
     // before the notifier can go.
     if (notifier) notifier->remove_window(&window);

@@ -45,6 +45,12 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // scope, so that listeners see the change as one:
     //     auto bracket = update_bracket();
     qz::notify::Update_scope update_bracket();
+    // The bracket a writable handle keeps open on the notifier from open to
+    // close. While it is open a write needs no bracket of its own: a nested
+    // one sends listeners nothing, so leaving it out changes no event and
+    // saves two locks of the notifier per cell.
+    void begin_handle_bracket();
+    void end_handle_bracket();
 
     // Every write below (set_field_name, set_record, the raw setters,
     // restruct) is one bracket on the notifier; add_records is none.
@@ -133,4 +139,5 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     bool lock_was_refused = false;
     bool cpg_kept = false;
     Tqz_dbf_notifier* notifier = nullptr;
+    bool handle_bracket = false;  // begin_handle_bracket's bracket is open
 };

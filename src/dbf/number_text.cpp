@@ -79,10 +79,13 @@ bool scan_double(const char* text, double& v) {
     }
     if (p[0] == '0' && (p[1] == 'x' || p[1] == 'X')) return sscanf_double(text, v);
     size_t digits = 0;
-    while (is_digit(*p)) ++p, ++digits;
+    size_t fraction = 0;
+    uint64_t mantissa = 0;
+    while (is_digit(*p)) mantissa = mantissa * 10 + static_cast<unsigned>(*p++ - '0'), ++digits;
     if (*p == '.') {
         ++p;
-        while (is_digit(*p)) ++p, ++digits;
+        while (is_digit(*p))
+            mantissa = mantissa * 10 + static_cast<unsigned>(*p++ - '0'), ++digits, ++fraction;
     }
     if (digits == 0) return sscanf_double(text, v);
     if (*p == 'e' || *p == 'E') {
@@ -93,6 +96,16 @@ bool scan_double(const char* text, double& v) {
         if (!is_digit(*e)) return sscanf_double(text, v);
         while (is_digit(*e)) ++e;
         p = e;
+    } else if (digits <= 15) {
+        // At most 15 digits make a whole number below 2^53, held exactly, and
+        // at most 15 decimals a power of ten held exactly: one division of
+        // two exact values is rounded once, to the nearest double, which is
+        // the number the text stands for.
+        static const double pow10[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+        double value = static_cast<double>(mantissa) / pow10[fraction];
+        v = negative ? -value : value;
+        return true;
     }
     double value = 0;
     auto [end, ec] = std::from_chars(begin, p, value, std::chars_format::general);
@@ -183,6 +196,30 @@ void format_double(std::string& out, double v, const number_format& f) {
     if (!f.left) out.append(pad, ' ');
     out.append(buf, len);
     if (f.left) out.append(pad, ' ');
+}
+
+number_format number_layout(char type, unsigned flen, int dlen) {
+    number_format f;
+    f.width = static_cast<int>(flen);
+    if (type == 'F') {
+        f.precision = static_cast<int>(flen);
+        f.conversion = 'g';
+    } else {
+        f.precision = dlen < 0 ? -1 : dlen;
+        f.conversion = 'f';
+    }
+    return f;
+}
+
+void number_cell_text(std::string& out, double v, const number_format& layout, unsigned flen) {
+    format_double(out, v, layout);
+    if (out.size() <= flen) return;
+    number_format e;
+    e.width = static_cast<int>(flen);
+    e.left = true;
+    e.conversion = 'e';
+    format_double(out, v, e);
+    if (out.size() > flen) out.clear();
 }
 
 namespace {

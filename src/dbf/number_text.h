@@ -34,6 +34,14 @@ bool parse_format(const char* format, number_format& f);
 
 // Appends the text sprintf gives for `v` under `f` to `out` (cleared first).
 void format_double(std::string& out, double v, const number_format& f);
+// The layout a numeric cell of a field is written in: sprintf's "%W.Pg"
+// with W and P the length for type 'F', else "%W.Dlf" with D the decimal
+// count (a negative one taken as none given).
+number_format number_layout(char type, unsigned flen, int dlen);
+// The text a numeric cell (types 'N', 'F', 'M') of length `flen` holds for
+// `v`: the field's layout; when that is too long, left-aligned exponent
+// form; when that is too long as well, empty.
+void number_cell_text(std::string& out, double v, const number_format& layout, unsigned flen);
 // Writes the text of sprintf "%19.11g" into `out` (at least 64 bytes) with
 // its terminator; returns its length.
 size_t format_g19(char* out, double v);
