@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 
+#include "checked_open.h"
 #include "cli.h"
 #include "field_names.h"
 
@@ -155,8 +156,11 @@ int cmd_alter(const Args& args) {
     std::string error;
     if (!parse_alterations(args, 1, changes, error)) return fail(kBadUsage, error);
 
-    Tqz_dbf_rw* before = qz_dbf_open(path.c_str(), true, false);
-    if (!before) return fail(kFailed, "cannot open '" + path + "'");
+    // Checked as for writing: no table, a damaged one, one another writer
+    // holds or a read-only file is refused before anything is written.
+    int status = kOk;
+    Tqz_dbf_rw* before = open_table(path, Access::write, false, status);
+    if (!before) return status;
     Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
     if (!alter_descriptor(d, changes, error)) {
         qz_dbf_restruct_destroy(d);
@@ -170,8 +174,8 @@ int cmd_alter(const Args& args) {
     const bool done = qz_dbf_restruct_apply(d);
     qz_dbf_restruct_destroy(d);
     if (!done)
-        return fail(kFailed, "cannot rewrite '" + path +
-                                 "' (held by another writer, or not writable); nothing changed");
+        return fail(kIoError, "cannot rewrite '" + path +
+                                  "' (held by another writer, or not writable); nothing changed");
     Tqz_dbf_rw* after = qz_dbf_open(path.c_str(), true, false);
     if (!after) return fail(kFailed, "cannot open '" + path + "' after the rewrite");
     print_layout(after, "new layout");
