@@ -139,6 +139,12 @@ std::string normalize_encoding_name(const std::string& text) {
     if (s == "KOI8R") return "KOI8-R";
     if (s == "KOI8U") return "KOI8-U";
     if (s == "ASCII" || s == "USASCII") return "ASCII";
+    // East Asian names in their several spellings ("Big-5", "shiftjis").
+    if (s == "BIG5") return "BIG5";
+    if (s == "SHIFTJIS" || s == "SJIS") return "SHIFT_JIS";
+    if (s == "EUCKR") return "EUC-KR";
+    if (s == "EUCJP") return "EUC-JP";
+    if (s == "EUCCN" || s == "GB2312") return known("GB2312");
 
     std::string rest;
     if (starts_with(s, "LATIN", rest) && all_digits(rest)) {
