@@ -248,6 +248,37 @@ QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
 QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                      char* buffer, size_t size);
 
+/* A cell as a typed value, by field type: C text; N and F an integer (no
+ * decimals) or a double, with the digits as `text` too; L a bool; D a date
+ * (`i` = YYYYMMDD); I and + an integer; B (Visual FoxPro), O a double; Y a
+ * decimal (`text` "123.4500", `d` the same as a double); T a datetime (`i`
+ * = milliseconds since 1970-01-01 UTC); M text; G, P, B (dBASE) memo bytes;
+ * other types the field's bytes. Blank N, F, D, L and T cells are null. */
+typedef enum Tqz_dbf_value_kind {
+    QZ_DBF_VALUE_NULL = 0,
+    QZ_DBF_VALUE_BOOL = 1,
+    QZ_DBF_VALUE_INT = 2,
+    QZ_DBF_VALUE_DOUBLE = 3,
+    QZ_DBF_VALUE_DECIMAL = 4,
+    QZ_DBF_VALUE_DATE = 5,
+    QZ_DBF_VALUE_DATETIME = 6,
+    QZ_DBF_VALUE_TEXT = 7,
+    QZ_DBF_VALUE_BYTES = 8
+} Tqz_dbf_value_kind;
+
+typedef struct Tqz_dbf_value {
+    int kind;         /* Tqz_dbf_value_kind */
+    long long i;      /* bool (0 or 1), integer, date, datetime */
+    double d;         /* double, decimal */
+    const char* text; /* UTF-8 text, number digits or bytes (per-handle) */
+    size_t length;    /* bytes at `text` (a NUL follows them) */
+} Tqz_dbf_value;
+
+/* Reads cell (`field`, `record`) of a table handle into `value`; false,
+ * with the last error and `value` null, when there is no such cell. */
+QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                 Tqz_dbf_value* value);
+
 #ifdef __cplusplus
 }
 #endif

@@ -202,6 +202,8 @@ class Tqz_dbf_rw {
     // the first typed read, forgotten at close).
     std::string encoding_request;
     qz::strconv::table_encoding encoding_choice;
+    // The text of the last typed value read through the handle.
+    std::string value_text;
 
   private:
     template <class C>
