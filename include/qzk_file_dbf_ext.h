@@ -249,10 +249,11 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, uns
                                      char* buffer, size_t size);
 
 /* A cell as a typed value, by field type: C text; N and F an integer (no
- * decimals) or a double, with the digits as `text` too; L a bool; D a date
+ * decimals) or a double, with the digits as `text` too (a decimal comma
+ * read as a point; text that is no number stays text); L a bool; D a date
  * (`i` = YYYYMMDD); I and + an integer; B (Visual FoxPro), O a double; Y a
  * decimal (`text` "123.4500", `d` the same as a double); T a datetime (`i`
- * = milliseconds since 1970-01-01 UTC); M text; G, P, B (dBASE) memo bytes;
+ * = milliseconds since 1970-01-01 UTC); M text; V its whole text; G, P, B (dBASE) memo bytes;
  * other types the field's bytes. Blank N, F, D, L and T cells are null. */
 typedef enum Tqz_dbf_value_kind {
     QZ_DBF_VALUE_NULL = 0,

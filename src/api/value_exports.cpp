@@ -75,6 +75,10 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* h, unsigned int field, unsigned int
                                                            &ok);
         };
         switch (b->get_field_letter(field)) {
+            case 'V':  // Visual FoxPro varchar: the field's text as it stands
+                text = to_utf8(std::string(reinterpret_cast<const char*>(p), n));
+                v->kind = QZ_DBF_VALUE_TEXT;
+                break;
             case 'C': {
                 unsigned e = n;
                 while (e > 0 && (p[e - 1] == ' ' || p[e - 1] == 0)) --e;
@@ -86,6 +90,13 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* h, unsigned int field, unsigned int
             case 'F': {
                 text = trimmed(p, n);
                 if (text.empty() || text.find_first_not_of('*') == std::string::npos) break;
+                // Some writers put the locale's decimal comma.
+                if (text.find('.') == std::string::npos) {
+                    const size_t comma = text.find(',');
+                    if (comma != std::string::npos &&
+                        text.find(',', comma + 1) == std::string::npos)
+                        text[comma] = '.';
+                }
                 char* end = nullptr;
                 const double d = std::strtod(text.c_str(), &end);
                 if (end == text.c_str() || *end) {  // not a number: its text
