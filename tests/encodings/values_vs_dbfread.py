@@ -13,6 +13,7 @@ tables dbfread refuses are left out. Live records are paired in order.
 Prints, field type by field type, cells compared and cells equal, then up
 to six differences per type.
 """
+import ctypes, os, sys, datetime, decimal, collections
 import dbfread
 lib = ctypes.CDLL(sys.argv[1])
 class V(ctypes.Structure):
