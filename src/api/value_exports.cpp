@@ -11,6 +11,8 @@
 #include "api/table_rw.h"
 #include "dbf/basic_table.h"
 #include "encoding/encodings.h"
+#include "memo/dbt_rw.h"
+#include "memo/fpt_rw.h"
 #include "qzk_file_dbf_ext.h"
 
 using qz::api::guarded;
@@ -188,7 +190,19 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* h, unsigned int field, unsigned int
             case 'P': {
                 bool ok = false;
                 unsigned int len = 0, type = 0;
-                const unsigned char* bytes = t->get_memo_bytes(field, record, ok, len, type);
+                const unsigned char* bytes = nullptr;
+                if (n == 4 && (b->get_fpt() || b->get_dbt())) {
+                    // Visual FoxPro keeps the block number as a 4-byte integer.
+                    const auto block = static_cast<unsigned int>(le_int(p, 4));
+                    const char* memo = nullptr;
+                    if (block != 0)
+                        memo = b->get_fpt() ? b->get_fpt()->get_memo(block, len, type)
+                                            : b->get_dbt()->get_memo(block, len, type);
+                    ok = memo != nullptr;
+                    bytes = reinterpret_cast<const unsigned char*>(memo);
+                } else {
+                    bytes = t->get_memo_bytes(field, record, ok, len, type);
+                }
                 if (!ok || !bytes) break;  // no memo: null
                 const std::string raw(reinterpret_cast<const char*>(bytes), len);
                 if (b->get_field_letter(field) == 'M' && type != 0) {

@@ -167,3 +167,21 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
 }
 
 }  // namespace
+
+namespace {
+
+// A Visual FoxPro table of the corpus whose memo fields hold binary block
+// numbers (read in place, never written).
+TEST(EncodingValues, VisualFoxProMemosByBinaryBlockNumber) {
+    const std::string path = std::string(QZ_CORPUS_DIR) + "/ruby-dbf/dbase_30.dbf";
+    if (!qz_test::exists(path)) GTEST_SKIP() << "no corpus table " << path;
+    Tqz_dbf_rw* h = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(h, nullptr);
+    Tqz_dbf_value v;
+    ASSERT_TRUE(qz_dbf_get_value(h, 10, 0, &v));  // CLASSES, M4
+    EXPECT_EQ(v.kind, QZ_DBF_VALUE_TEXT);
+    EXPECT_EQ(std::string(v.text, v.length), "Domestic Life\r\nWeddings\r\n");
+    qz_dbf_close(h);
+}
+
+}  // namespace
