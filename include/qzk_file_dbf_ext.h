@@ -17,6 +17,8 @@
 #ifndef QZK_FILE_DBF_EXT_H
 #define QZK_FILE_DBF_EXT_H
 
+#include <stddef.h>
+
 #include "qzk_file_dbf.h"
 
 /* The version of the library this header belongs to. */
@@ -38,11 +40,11 @@ QZ_DBF_API const char* qz_dbf_version(void);
 
 /* The reasons of qz_dbf_del_records_by_msk_why_w. */
 enum {
-    QZ_DBF_DELMASK_DONE = 0,          /* the records are gone */
-    QZ_DBF_DELMASK_CANNOT_OPEN = 1,   /* no table could be opened at the path */
-    QZ_DBF_DELMASK_LOCKED = 2,        /* another writer holds the table */
-    QZ_DBF_DELMASK_NO_MASK = 3,       /* the mask is null */
-    QZ_DBF_DELMASK_COPY_FAILED = 4,   /* the temporary copy could not be made whole */
+    QZ_DBF_DELMASK_DONE = 0,           /* the records are gone */
+    QZ_DBF_DELMASK_CANNOT_OPEN = 1,    /* no table could be opened at the path */
+    QZ_DBF_DELMASK_LOCKED = 2,         /* another writer holds the table */
+    QZ_DBF_DELMASK_NO_MASK = 3,        /* the mask is null */
+    QZ_DBF_DELMASK_COPY_FAILED = 4,    /* the temporary copy could not be made whole */
     QZ_DBF_DELMASK_REPLACE_FAILED = 5, /* the copy could not take the table's place */
     QZ_DBF_DELMASK_UNKNOWN_LAYOUT = 6  /* the fields do not fill the records exactly, so a
                                           copy field by field would lose bytes */
@@ -198,6 +200,86 @@ QZ_DBF_API const char* qz_dbf_get_ogr_driver(Tqz_dbf_rw* handle);
  * .cpg file beside the table as it is (by default they write the table's
  * encoding into it). False for a handle that is not a loaded table. */
 QZ_DBF_API bool qz_dbf_mem_keep_cpg(Tqz_dbf_memory* handle, bool keep);
+
+/* ---- Text encodings of every code page ------------------------------------
+ *
+ * The typed reads below take a table's text in its own encoding, chosen in
+ * this order: an encoding the caller names; the one the table's .cpg file
+ * names, in any usual spelling ("UTF-8", "UTF8", "65001", "CP1252", "1252",
+ * "ANSI 1251", "OEM 866", "88591", "8859_1", "ISO-8859-2", "latin2",
+ * "KOI8-R", ...); the code page of the language-driver byte of the header
+ * (offset 29, the dBASE and FoxPro driver ids); else the encoding of the
+ * table's flags (UTF-8, CP866 or CP1251, as the classic calls use). Any
+ * encoding iconv knows can be chosen. Names are iconv names ("CP1252",
+ * "ISO-8859-2", "UTF-8"). */
+
+typedef enum Tqz_dbf_encoding_source {
+    QZ_DBF_ENC_NONE = 0,            /* no choice: an unknown name, no table */
+    QZ_DBF_ENC_CALLER = 1,          /* the caller named it */
+    QZ_DBF_ENC_CPG = 2,             /* the .cpg file names it */
+    QZ_DBF_ENC_LANGUAGE_DRIVER = 3, /* header byte 29 stands for it */
+    QZ_DBF_ENC_DEFAULT = 4          /* the table's flags */
+} Tqz_dbf_encoding_source;
+
+/* The encoding of the table file at `path` (UTF-8) and where it came from.
+ * `encoding` is the caller's choice (null or "" for none); with
+ * QZ_DBF_OPEN_DOS in `options` the default is CP866, otherwise CP1251 (or
+ * UTF-8 when the .cpg file says "UTF-8", as the classic open reads it).
+ * The name is written into `name` (at most `size` bytes with the closing
+ * NUL; cut when longer). QZ_DBF_ENC_NONE, with the last error, when the
+ * file holds no header or `encoding` names nothing iconv knows. */
+QZ_DBF_API int qz_dbf_detect_encoding(const char* path, const char* encoding, unsigned int options,
+                                      char* name, size_t size);
+
+/* Names the encoding of the handle's text for the typed reads (kept across
+ * opens of the handle); null or "" returns to detection. False, changing
+ * nothing, for a null handle or a name iconv does not know. */
+QZ_DBF_API bool qz_dbf_set_encoding(Tqz_dbf_rw* handle, const char* encoding);
+
+/* The encoding of the open table of a handle, as qz_dbf_detect_encoding
+ * tells it, the default being the encoding of the handle's flags. */
+QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
+
+/* A cell as UTF-8 text: character and memo text converted from the table's
+ * encoding with trailing blanks (and NULs) dropped, other fields as the
+ * classic text reads show them. Writes at most `size` bytes with the
+ * closing NUL into `buffer` (null with size 0 only measures) and returns
+ * the whole text's length in bytes, without the NUL; -1, with the last
+ * error, when there is no such cell. */
+QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                     char* buffer, size_t size);
+
+/* A cell as a typed value, by field type: C text; N and F an integer (no
+ * decimals) or a double, with the digits as `text` too (a decimal comma
+ * read as a point; text that is no number stays text); L a bool; D a date
+ * (`i` = YYYYMMDD); I and + an integer; B (Visual FoxPro), O a double; Y a
+ * decimal (`text` "123.4500", `d` the same as a double); T a datetime (`i`
+ * = milliseconds since 1970-01-01 UTC); M text; V its whole text; G, P, B (dBASE) memo bytes;
+ * other types the field's bytes. Blank N, F, D, L and T cells are null. */
+typedef enum Tqz_dbf_value_kind {
+    QZ_DBF_VALUE_NULL = 0,
+    QZ_DBF_VALUE_BOOL = 1,
+    QZ_DBF_VALUE_INT = 2,
+    QZ_DBF_VALUE_DOUBLE = 3,
+    QZ_DBF_VALUE_DECIMAL = 4,
+    QZ_DBF_VALUE_DATE = 5,
+    QZ_DBF_VALUE_DATETIME = 6,
+    QZ_DBF_VALUE_TEXT = 7,
+    QZ_DBF_VALUE_BYTES = 8
+} Tqz_dbf_value_kind;
+
+typedef struct Tqz_dbf_value {
+    int kind;         /* Tqz_dbf_value_kind */
+    long long i;      /* bool (0 or 1), integer, date, datetime */
+    double d;         /* double, decimal */
+    const char* text; /* UTF-8 text, number digits or bytes (per-handle) */
+    size_t length;    /* bytes at `text` (a NUL follows them) */
+} Tqz_dbf_value;
+
+/* Reads cell (`field`, `record`) of a table handle into `value`; false,
+ * with the last error and `value` null, when there is no such cell. */
+QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                 Tqz_dbf_value* value);
 
 #ifdef __cplusplus
 }

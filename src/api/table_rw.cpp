@@ -150,6 +150,7 @@ void Tqz_dbf_rw::close() {
     own_table = false;
     table = nullptr;
     read_only = false;
+    encoding_choice = {};
 }
 
 bool Tqz_dbf_rw::flush() {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "dbf/ibasic.h"
+#include "encoding/table_encoding.h"
 
 class Tqz_dbf_disk;
 class Tqz_dbf_ogr;
@@ -195,6 +196,14 @@ class Tqz_dbf_rw {
     const char* generate_unin_name_old(const char* name);
 
     int32_t last_valid_error = 0;
+
+    // The text encoding of the typed interface: the name the caller set
+    // (kept across opens) and the choice made for the open table (made at
+    // the first typed read, forgotten at close).
+    std::string encoding_request;
+    qz::strconv::table_encoding encoding_choice;
+    // The text of the last typed value read through the handle.
+    std::string value_text;
 
   private:
     template <class C>

@@ -60,6 +60,11 @@ int cmd_info(const Args& all_args) {
         std::printf("header    %u bytes\n", header_length);
         std::printf("record    %u bytes\n", record_length);
         std::printf("encoding  %s\n", encoding);
+        char text[64] = "";
+        static const char* const from[] = {"unknown", "named by the caller", "from the .cpg file",
+                                           "from the language driver", "default"};
+        const int source = qz_dbf_get_encoding(t, text, sizeof text);
+        std::printf("text      %s (%s)\n", text, from[source >= 0 && source <= 4 ? source : 0]);
     }
     if (nf > 0) {
         std::printf("\n  %4s  %-10s  %4s  %3s  %3s\n", "#", "name", "type", "len", "dec");

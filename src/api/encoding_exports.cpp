@@ -1,0 +1,182 @@
+// Exports of the table encodings of every code page, and cells read as
+// UTF-8 text in them.
+#include <cstring>
+#include <string>
+
+#include "api/cell_errors.h"
+#include "api/guard.h"
+#include "api/table_rw.h"
+#include "dbf/basic_table.h"
+#include "encoding/encodings.h"
+#include "encoding/table_encoding.h"
+#include "errors/last_error.h"
+#include "qzk_file_dbf_ext.h"
+#include "support/filesystem.h"
+
+using qz::api::guarded;
+using qz::strconv::encoding_source;
+using qz::strconv::table_encoding;
+
+namespace {
+
+// Copies `text` into a caller buffer of `size` bytes, cut and closed by a NUL.
+void put_text(const std::string& text, char* buffer, size_t size) {
+    if (!buffer || size == 0) return;
+    const size_t n = text.size() < size - 1 ? text.size() : size - 1;
+    std::memcpy(buffer, text.data(), n);
+    buffer[n] = '\0';
+}
+
+int answer(const table_encoding& e, char* name, size_t size) {
+    put_text(e.name, name, size);
+    return static_cast<int>(e.source);
+}
+
+// The classic default: the flags' encoding.
+std::string flags_encoding(bool utf8, bool dos) {
+    return utf8 ? "UTF-8" : dos ? "CP866" : "CP1251";
+}
+
+// The encoding of the handle's open table, chosen once per open.
+const table_encoding& handle_encoding(Tqz_dbf_rw* h) {
+    if (h->encoding_choice.source != encoding_source::none) return h->encoding_choice;
+    const std::string fallback = flags_encoding(h->get_utf8_flag(), h->get_dos_flag());
+    auto* basic = dynamic_cast<Tqz_dbf_basic*>(h->current());
+    if (basic && h->current_storage() != Tqz_dbf_rw::storage::ogr) {
+        std::string cpg;
+        const bool has_cpg = qz::strconv::read_cpg_text(h->get_path(), cpg);
+        h->encoding_choice =
+            qz::strconv::choose_encoding(h->encoding_request.c_str(), has_cpg ? &cpg : nullptr,
+                                         basic->get_header()[29], fallback);
+    } else {
+        // Other storages hand over text already decoded.
+        h->encoding_choice = {"UTF-8", encoding_source::fallback};
+    }
+    return h->encoding_choice;
+}
+
+std::string trim_right(const char* p, size_t n) {
+    while (n > 0 && (p[n - 1] == ' ' || p[n - 1] == '\0')) --n;
+    return std::string(p, n);
+}
+
+std::string to_utf8(const std::string& raw, const std::string& from) {
+    if (raw.empty() || from == "UTF-8") return raw;
+    bool ok = true;
+    return qz::strconv::convert<std::string>(raw.data(), raw.size(), from.c_str(), "UTF-8", &ok);
+}
+
+}  // namespace
+
+extern "C" {
+
+QZ_DBF_API int qz_dbf_detect_encoding(const char* path, const char* encoding, unsigned int options,
+                                      char* name, size_t size) {
+    return guarded(0, [&] {
+        put_text("", name, size);
+        if (!path) {
+            qz::errors::set(qz::errors::argument, "no path");
+            return 0;
+        }
+        const std::wstring wpath = qz::filesystem::from_native(path);
+        // The classic open reads "UTF-8" from the .cpg into its flag.
+        std::string cpg;
+        const bool utf8 =
+            qz::strconv::read_cpg_text(wpath, cpg) && cpg.find("UTF-8") != std::string::npos;
+        const bool dos = (options & QZ_DBF_OPEN_DOS) != 0;
+        const table_encoding e =
+            qz::strconv::detect_table_encoding(wpath, encoding, flags_encoding(utf8, dos));
+        if (e.source == encoding_source::none) {
+            if (encoding && *encoding && qz::filesystem::path_exist(wpath))
+                qz::errors::set(qz::errors::argument,
+                                std::string("unknown encoding \"") + encoding + "\"");
+            else
+                qz::errors::set(qz::errors::not_a_table, wpath, "no table header to read");
+        }
+        return answer(e, name, size);
+    });
+}
+
+QZ_DBF_API bool qz_dbf_set_encoding(Tqz_dbf_rw* h, const char* encoding) {
+    return guarded(false, [&] {
+        if (!h) {
+            qz::errors::set(qz::errors::argument, "no handle");
+            return false;
+        }
+        std::string request;
+        if (encoding && *encoding) {
+            request = qz::strconv::normalize_encoding_name(encoding);
+            if (request.empty()) {
+                qz::errors::set(qz::errors::argument,
+                                std::string("unknown encoding \"") + encoding + "\"");
+                return false;
+            }
+        }
+        h->encoding_request = request;
+        h->encoding_choice = {};
+        return true;
+    });
+}
+
+QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* h, char* name, size_t size) {
+    return guarded(0, [&] {
+        put_text("", name, size);
+        if (!h || !h->current()) {
+            qz::api::no_table(h);
+            return 0;
+        }
+        return answer(handle_encoding(h), name, size);
+    });
+}
+
+QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                     char* buffer, size_t size) {
+    return guarded(-1L, [&] {
+        put_text("", buffer, size);
+        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
+        if (!t) {
+            qz::api::no_table(h);
+            return -1L;
+        }
+        auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
+        std::string text;
+        if (!basic || h->current_storage() == Tqz_dbf_rw::storage::ogr) {
+            bool ok = false;
+            const char* s = t->get_as_string(field, record, ok);
+            if (!ok || !s) {
+                qz::api::cell_failed(h, t, field, record, "the cell cannot be read");
+                return -1L;
+            }
+            text = s;
+        } else {
+            if (field >= basic->get_nf() || !basic->has_record(record)) {
+                qz::api::cell_failed(h, t, field, record, nullptr);
+                return -1L;
+            }
+            const std::string& from = handle_encoding(h).name;
+            const char letter = basic->get_field_letter(field);
+            if (letter == 'C') {
+                const char* raw =
+                    basic->get_string(static_cast<int>(field), static_cast<int>(record));
+                const size_t n = raw ? std::strlen(raw) : 0;
+                text = to_utf8(trim_right(raw ? raw : "", n), from);
+            } else if (letter == 'M') {
+                bool ok = false;
+                unsigned int len = 0, type = 0;
+                const unsigned char* bytes = t->get_memo_bytes(field, record, ok, len, type);
+                if (ok && bytes)
+                    text = to_utf8(trim_right(reinterpret_cast<const char*>(bytes), len), from);
+            } else {
+                bool ok = false;
+                const char* raw = basic->get_as_string_raw(field, record, ok);
+                const std::string classic =
+                    flags_encoding(basic->get_utf8_flag(), basic->get_dos_flag());
+                if (raw) text = to_utf8(trim_right(raw, std::strlen(raw)), classic);
+            }
+        }
+        put_text(text, buffer, size);
+        return static_cast<long>(text.size());
+    });
+}
+
+}  // extern "C"
