@@ -96,6 +96,42 @@ std::string printable(const uint8_t* bytes, size_t n) {
     return out;
 }
 
+// Findings are UTF-8: names and values come in the table's own bytes, so
+// what is not valid UTF-8 is written as \xNN.
+std::string utf8_text(const std::string& text) {
+    std::string out;
+    const auto* p = reinterpret_cast<const uint8_t*>(text.data());
+    const size_t n = text.size();
+    for (size_t i = 0; i < n;) {
+        const uint8_t c = p[i];
+        size_t len = c < 0x80             ? 1
+                     : (c & 0xE0) == 0xC0 ? 2
+                     : (c & 0xF0) == 0xE0 ? 3
+                     : (c & 0xF8) == 0xF0 ? 4
+                                          : 0;
+        bool ok = len > 0 && i + len <= n && !(len == 2 && c < 0xC2) && !(len == 4 && c > 0xF4);
+        for (size_t k = 1; ok && k < len; ++k) ok = (p[i + k] & 0xC0) == 0x80;
+        if (ok && len == 3) {
+            const uint32_t cp = (c & 0x0Fu) << 12 | (p[i + 1] & 0x3Fu) << 6 | (p[i + 2] & 0x3Fu);
+            ok = cp >= 0x800 && (cp < 0xD800 || cp > 0xDFFF);
+        }
+        if (ok && len == 4) {
+            const uint32_t cp = (c & 0x07u) << 18 | (p[i + 1] & 0x3Fu) << 12;
+            ok = cp >= 0x10000 && cp <= 0x10FFFF;
+        }
+        if (ok) {
+            out.append(text, i, len);
+            i += len;
+        } else {
+            char hex[8];
+            std::snprintf(hex, sizeof hex, "\\x%02X", c);
+            out += hex;
+            ++i;
+        }
+    }
+    return out;
+}
+
 bool blank(const uint8_t* p, size_t n) {
     for (size_t i = 0; i < n; ++i)
         if (p[i] != ' ') return false;
@@ -193,7 +229,7 @@ class checker {
         return out;
     }
     void add(int sev, int k, const std::string& what, const std::string& where) {
-        out.findings.push_back(finding{sev, k, what, where});
+        out.findings.push_back(finding{sev, k, utf8_text(what), utf8_text(where)});
     }
 
     void check_header() {

@@ -94,6 +94,8 @@ TEST(Check, FieldLayouts) {
          QZ_DBF_SEV_WARNING,
          QZ_DBF_CHECK_NAME,
          "'name' is used by an earlier field too"},
+        // a CP1251 byte in a name: findings stay UTF-8, the byte escaped
+        {"byte_name", 96, {0xC4}, QZ_DBF_SEV_WARNING, QZ_DBF_CHECK_NAME, "field 2 (\\xC4AY)"},
         {"value",
          130 + 11,
          {'x'},
