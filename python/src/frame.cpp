@@ -275,8 +275,8 @@ void write_columns(table& t, const py::list& columns) {
     }
     for (unsigned fi = 0; fi < fields.size(); ++fi) {
         const field_info& f = fields[fi];
-        py::tuple spec = columns[fi].cast<py::tuple>();
-        const std::string kind = spec[0].cast<std::string>();
+        py::tuple column_info = columns[fi].cast<py::tuple>();
+        const std::string kind = column_info[0].cast<std::string>();
         char buf[400];
         auto put = [&](unsigned r, const char* text) {
             if (!qz_dbf_set_str(h, fi, r, text)) {
@@ -284,8 +284,8 @@ void write_columns(table& t, const py::list& columns) {
             }
         };
         if (kind == "int" || kind == "date") {
-            auto values = spec[1].cast<py::array_t<int64_t, py::array::c_style>>();
-            auto mask = spec[2].cast<py::array_t<bool, py::array::c_style>>();
+            auto values = column_info[1].cast<py::array_t<int64_t, py::array::c_style>>();
+            auto mask = column_info[2].cast<py::array_t<bool, py::array::c_style>>();
             const int64_t* v = values.data();
             const bool* m = mask.data();
             for (py::ssize_t i = 0; i < n; ++i) {
@@ -307,7 +307,7 @@ void write_columns(table& t, const py::list& columns) {
                 put(r, buf);
             }
         } else if (kind == "float") {
-            auto values = spec[1].cast<py::array_t<double, py::array::c_style>>();
+            auto values = column_info[1].cast<py::array_t<double, py::array::c_style>>();
             const double* v = values.data();
             for (py::ssize_t i = 0; i < n; ++i) {
                 const unsigned r = base + static_cast<unsigned>(i);
@@ -322,14 +322,14 @@ void write_columns(table& t, const py::list& columns) {
                 put(r, buf);
             }
         } else if (kind == "bool") {
-            auto values = spec[1].cast<py::array_t<int8_t, py::array::c_style>>();
+            auto values = column_info[1].cast<py::array_t<int8_t, py::array::c_style>>();
             const int8_t* v = values.data();
             for (py::ssize_t i = 0; i < n; ++i) {
                 if (v[i] < 0) continue;
                 put(base + static_cast<unsigned>(i), v[i] ? "T" : "F");
             }
         } else if (kind == "str") {
-            py::sequence values = spec[1].cast<py::sequence>();
+            py::sequence values = column_info[1].cast<py::sequence>();
             for (py::ssize_t i = 0; i < n; ++i) {
                 py::object v = values[static_cast<size_t>(i)];
                 if (v.is_none()) continue;

@@ -108,13 +108,13 @@ bool alter_descriptor(Tqz_dbf_rstrct* d, const Alterations& changes, std::string
             std::memset(f->name, 0, sizeof f->name);
             std::memcpy(f->name, to.data(), to.size());
         } else if (option == "--retype") {
-            Tqz_dbf_field spec;
-            if (!parse_field(value, spec, error) || !entry_or_error(d, spec.name, idx, error))
+            Tqz_dbf_field wanted;
+            if (!parse_field(value, wanted, error) || !entry_or_error(d, wanted.name, idx, error))
                 return false;
             Tqz_dbf_field* f = qz_dbf_restruct_get_field(d, idx);
-            f->type = spec.type;
-            f->flen = spec.flen;
-            f->dlen = spec.dlen;
+            f->type = wanted.type;
+            f->flen = wanted.flen;
+            f->dlen = wanted.dlen;
         } else if (option == "--move") {
             std::string name, at;
             unsigned long long to = 0;
