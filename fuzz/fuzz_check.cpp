@@ -10,26 +10,11 @@
 #include <string>
 
 #include "qzk_file_dbf_ext.h"
-
-namespace {
-
-std::string scratch_path() {
-    static std::string path = [] {
-        const char* tmp = std::getenv("TMPDIR");
-        return std::string(tmp && *tmp ? tmp : "/tmp") + "/qzdbf-fuzz-check-" +
-               std::to_string(::getpid()) + ".dbf";
-    }();
-    return path;
-}
-
-}  // namespace
+#include "scratch_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string path = scratch_path();
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return 0;
-    if (size > 0) std::fwrite(data, 1, size, f);
-    std::fclose(f);
+    const std::string path = qz_fuzz::scratch_path("check", ".dbf");
+    if (!qz_fuzz::write_scratch(path, data, size)) return 0;
     if (Tqz_dbf_check_result* r = qz_dbf_check_file(path.c_str(), QZ_DBF_CHECK_VALUES)) {
         for (unsigned i = 0; i <= qz_dbf_check_count(r); ++i) {
             qz_dbf_check_severity(r, i);
@@ -50,7 +35,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         }
         qz_dbf_last_error_message();
     }
-    std::remove(path.c_str());
-    std::remove((path.substr(0, path.size() - 4) + ".cpg").c_str());
+    qz_fuzz::remove_scratch(path);
     return 0;
 }

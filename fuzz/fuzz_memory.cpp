@@ -10,14 +10,9 @@
 #include <string>
 
 #include "qzk_file_dbf.h"
+#include "scratch_file.h"
 
 namespace {
-
-std::string scratch_path(const char* tail) {
-    const char* tmp = std::getenv("TMPDIR");
-    return std::string(tmp && *tmp ? tmp : "/tmp") + "/qzdbf-fuzz-mem-" +
-           std::to_string(::getpid()) + tail;
-}
 
 void read_cells(Tqz_dbf_memory* t) {
     const unsigned nf = qz_dbf_mem_get_nf(t), nr = qz_dbf_mem_get_nr(t);
@@ -41,12 +36,9 @@ void read_cells(Tqz_dbf_memory* t) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string path = scratch_path(".dbf");
-    const std::string copy = scratch_path("-copy.dbf");
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return 0;
-    if (size > 0) std::fwrite(data, 1, size, f);
-    std::fclose(f);
+    const std::string path = qz_fuzz::scratch_path("mem", ".dbf");
+    const std::string copy = qz_fuzz::scratch_path("mem", "-copy.dbf");
+    if (!qz_fuzz::write_scratch(path, data, size)) return 0;
 
     Iqz_history_manager* m = qz_history_manager_get_instance();
     if (Tqz_dbf_memory* t = qz_dbf_mem_load(path.c_str())) {
@@ -75,9 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         qz_dbf_mem_reload(t);
         qz_dbf_mem_free(t);
     }
-    std::remove(path.c_str());
-    std::remove(copy.c_str());
-    std::remove((path.substr(0, path.size() - 4) + ".cpg").c_str());
-    std::remove((copy.substr(0, copy.size() - 4) + ".cpg").c_str());
+    qz_fuzz::remove_scratch(path);
+    qz_fuzz::remove_scratch(copy);
     return 0;
 }

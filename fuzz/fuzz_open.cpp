@@ -9,17 +9,9 @@
 #include <string>
 
 #include "qzk_file_dbf.h"
+#include "scratch_file.h"
 
 namespace {
-
-std::string scratch_path() {
-    static std::string path = [] {
-        const char* tmp = std::getenv("TMPDIR");
-        return std::string(tmp && *tmp ? tmp : "/tmp") + "/qzdbf-fuzz-" +
-               std::to_string(::getpid()) + ".dbf";
-    }();
-    return path;
-}
 
 void exercise(Tqz_dbf_rw* t) {
     unsigned nf = qz_dbf_get_nf(t);
@@ -39,18 +31,14 @@ void exercise(Tqz_dbf_rw* t) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string path = scratch_path();
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return 0;
-    if (size > 0) std::fwrite(data, 1, size, f);
-    std::fclose(f);
+    const std::string path = qz_fuzz::scratch_path("open", ".dbf");
+    if (!qz_fuzz::write_scratch(path, data, size)) return 0;
     for (bool read_only : {true, false}) {
         if (Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), read_only, false)) {
             exercise(t);
             qz_dbf_close(t);
         }
     }
-    std::remove(path.c_str());
-    std::remove((path.substr(0, path.size() - 4) + ".cpg").c_str());
+    qz_fuzz::remove_scratch(path);
     return 0;
 }

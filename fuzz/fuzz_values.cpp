@@ -12,18 +12,10 @@
 #include <string>
 
 #include "qzk_file_dbf.h"
+#include "scratch_file.h"
 #include "qzk_file_dbf_ext.h"
 
 namespace {
-
-std::string scratch_path() {
-    static std::string path = [] {
-        const char* tmp = std::getenv("TMPDIR");
-        return std::string(tmp && *tmp ? tmp : "/tmp") + "/qzdbf-fuzz-values-" +
-               std::to_string(::getpid()) + ".dbf";
-    }();
-    return path;
-}
 
 // The first records and fields: enough to reach every field type.
 constexpr unsigned kRecords = 16, kFields = 64;
@@ -78,11 +70,8 @@ void write_some(Tqz_dbf_rw* t) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string path = scratch_path();
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return 0;
-    if (size > 0) std::fwrite(data, 1, size, f);
-    std::fclose(f);
+    const std::string path = qz_fuzz::scratch_path("values", ".dbf");
+    if (!qz_fuzz::write_scratch(path, data, size)) return 0;
     if (Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false)) {
         read_all(t);
         qz_dbf_close(t);
@@ -91,8 +80,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         write_some(t);
         qz_dbf_close(t);
     }
-    std::remove(path.c_str());
-    std::remove((path + ".lk").c_str());
-    std::remove((path.substr(0, path.size() - 4) + ".cpg").c_str());
+    qz_fuzz::remove_scratch(path);
     return 0;
 }
