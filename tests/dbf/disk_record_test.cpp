@@ -199,36 +199,4 @@ TEST_F(Disk_records, ManyScatteredWritesAllLand) {
     }
 }
 
-TEST(Record, BufferOfOneRecord) {
-    Tqz_dbf_record empty;
-    EXPECT_EQ(empty.get_size(), 0u);
-    EXPECT_EQ(empty.get_ptr(), nullptr);
-
-    Tqz_dbf_record a(6);
-    ASSERT_EQ(a.get_size(), 6u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(a.get_ptr()), 6), "      ");
-    std::memcpy(a.get_ptr(), "abcdef", 6);
-    Tqz_dbf_record b(6);
-    unsigned char* kept = b.get_ptr();
-    b.assign(&a);
-    EXPECT_EQ(b.get_ptr(), kept);  // the buffer stays
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(b.get_ptr()), 6), "abcdef");
-    // A smaller buffer takes what fits: it is never written past its end.
-    Tqz_dbf_record small(3);
-    small.assign(&a);
-    EXPECT_EQ(small.get_size(), 3u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(small.get_ptr()), 3), "abc");
-
-    ASSERT_TRUE(a.set_size(10));
-    EXPECT_EQ(a.get_size(), 10u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(a.get_ptr()), 6), "abcdef");
-    a.fill_spaces();
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(a.get_ptr()), 10), std::string(10, ' '));
-    a.realloc_bytes(0);
-    EXPECT_EQ(a.get_size(), 0u);
-    EXPECT_EQ(a.get_ptr(), nullptr);
-    b.free_bytes();
-    EXPECT_EQ(b.get_ptr(), nullptr);
-}
-
 }  // namespace
