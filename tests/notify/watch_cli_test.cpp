@@ -57,12 +57,4 @@ TEST(WatchCommand, PrintsTheEventsOfAChangeUntilInterrupted) {
     EXPECT_TRUE(std::regex_match(lines[2], std::regex(stamp + "end"))) << lines[2];
 }
 
-TEST(WatchCommand, RefusesWhatItCannotWatch) {
-    Temp_dir dir;
-    const std::string exe = QZDBF_EXE;
-    EXPECT_EQ(qz_test::run(exe + " watch 2>/dev/null"), 2);
-    EXPECT_EQ(qz_test::run(exe + " watch a.dbf b.dbf 2>/dev/null"), 2);
-    EXPECT_EQ(qz_test::run(exe + " watch '" + dir.file("no/t.dbf") + "' 2>/dev/null"), 1);
-}
-
 }  // namespace
