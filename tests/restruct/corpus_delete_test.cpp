@@ -101,8 +101,9 @@ TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
         for (size_t r = 0; r < kept.size(); ++r) {
             ASSERT_EQ(after[r].size(), kept[r].size());
             for (size_t f = 0; f < kept[r].size(); ++f) {
-                if (kinds[f] == 't' || (kinds[f] == 'n' && !same_number(after[r][f], kept[r][f])))
+                if (kinds[f] == 't' || (kinds[f] == 'n' && !same_number(after[r][f], kept[r][f]))) {
                     EXPECT_EQ(after[r][f], kept[r][f]) << "record " << r << " field " << f;
+                }
             }
         }
     }

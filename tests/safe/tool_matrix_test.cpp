@@ -198,26 +198,4 @@ TEST(ToolMatrix, WrongValuesAreRefusedAndTheTableStaysAsItWas) {
 
 namespace {
 
-// Ctrl-C and SIGTERM close an edited table: its lock file goes, the file
-// keeps its bytes.
-TEST(ToolMatrix, EditClosesTheTableOnSignals) {
-    Temp_dir dir;
-    const std::string path = qz_safe::make_good_table(dir, "sig.dbf");
-    const std::vector<uint8_t> before = read_bytes(path);
-    for (const char* sig : {"INT", "TERM"}) {
-        std::string out;
-        const std::string script =
-            "(printf 'add\\n'; sleep 5) | LC_ALL=C.UTF-8 '" QZDBF_EXE "' edit " + quoted(path) +
-            " >/dev/null 2>&1 & pid=$!; sleep 1; test -e " + quoted(path + ".lk") +
-            " && echo held; kill -" + sig + " $pid; wait $pid; echo status=$?; test -e " +
-            quoted(path + ".lk") + " || echo released";
-        write_bytes(dir.file("sig.sh"), std::vector<uint8_t>(script.begin(), script.end()));
-        qz_test::run("bash '" + dir.file("sig.sh") + "'", &out);
-        EXPECT_EQ(out,
-                  std::string("held\nstatus=") + (sig[0] == 'I' ? "130" : "143") + "\nreleased\n")
-            << sig;
-        EXPECT_EQ(read_bytes(path), before) << sig;
-    }
-}
-
 }  // namespace
