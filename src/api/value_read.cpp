@@ -7,6 +7,8 @@
 
 #include "api/cell_errors.h"
 #include "dbf/basic_table.h"
+#include "dbf/disk_table.h"
+#include "memory/memory_core.h"
 #include "dbf/typed_cell.h"
 #include "encoding/encodings.h"
 #include "memo/dbt_rw.h"
@@ -82,6 +84,38 @@ cell_reader::cell_reader(Tqz_dbf_rw* h) : handle(h) {
     const uint8_t version = b->get_header()[0];
     visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
     nulls.read_layout(*b);
+    bool any_wide = false;
+    unsigned int offset = 0;
+    for (unsigned int f = 0; f < b->get_nf(); ++f) {
+        unsigned int width = b->get_field_flen(f);
+        const auto high = static_cast<unsigned char>(b->get_field_dlen(f));
+        if (b->get_field_letter(f) == 'C' && high != 0 && !visual_foxpro) {
+            width += 256u * high;
+            any_wide = true;
+        }
+        wide_offset.push_back(offset);
+        wide_width.push_back(width);
+        offset += width;
+    }
+    if (!any_wide || offset + 1 != b->get_record_length() ||
+        (!dynamic_cast<Tqz_dbf_disk*>(b) && !dynamic_cast<Tqz_dbf_memory_core*>(b))) {
+        wide_offset.clear();
+        wide_width.clear();
+    }
+}
+
+bool cell_reader::read_wide_cell(unsigned int field, unsigned int record, std::string& cell) {
+    if (record != image_record) {
+        record_image.assign(table->get_record_length() + 1u, 0);
+        if (auto* disk = dynamic_cast<Tqz_dbf_disk*>(table))
+            disk->get_record(record, record_image.data());
+        else if (auto* core = dynamic_cast<Tqz_dbf_memory_core*>(table))
+            core->get_record(record, record_image.data());
+        image_record = record;
+    }
+    cell.assign(reinterpret_cast<const char*>(record_image.data()) + wide_offset[field],
+                wide_width[field]);
+    return true;
 }
 
 std::string cell_reader::to_utf8(const char* raw, size_t n) {
@@ -111,12 +145,18 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
         cell_failed(handle, b, field, record, nullptr);
         return false;
     }
-    const unsigned n = b->get_field_flen(field);
     // The field's bytes, kept here: the flags and memo reads reuse the
     // table's buffer.
+    unsigned n = b->get_field_flen(field);
     unsigned char cell[256];
-    std::memcpy(cell, b->get_string(static_cast<int>(field), static_cast<int>(record)), n);
+    std::string wide;
     const unsigned char* p = cell;
+    if (!wide_width.empty() && read_wide_cell(field, record, wide)) {
+        n = static_cast<unsigned>(wide.size());
+        p = reinterpret_cast<const unsigned char*>(wide.data());
+    } else {
+        std::memcpy(cell, b->get_string(static_cast<int>(field), static_cast<int>(record)), n);
+    }
     const char type = b->get_field_letter(field);
     if (nulls.present() && nulls.get(*b, record, nulls.null_bit(field))) return true;
     switch (type) {

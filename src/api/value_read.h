@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "api/table_rw.h"
 #include "dbf/null_flags.h"
@@ -39,6 +40,14 @@ class cell_reader {
     bool ascii_same = false;  // ASCII text reads the same in the encoding
     bool visual_foxpro = false;
     qz::dbf::null_flags nulls;
+    // Character fields longer than 255 bytes (FoxPro, Clipper: the length's
+    // high byte in the decimals byte), taken when the header's record
+    // length agrees: every cell is then read from the record image at
+    // these offsets and widths.
+    std::vector<unsigned int> wide_offset, wide_width;
+    std::vector<unsigned char> record_image;
+    unsigned int image_record = ~0u;
+    bool read_wide_cell(unsigned int field, unsigned int record, std::string& cell);
 };
 
 }  // namespace qz::api

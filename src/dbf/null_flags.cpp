@@ -33,6 +33,12 @@ bool null_flags::get(Tqz_dbf_basic& table, unsigned int record, int bit) const {
     if (flags_field < 0 || bit < 0) return false;
     const auto* p = reinterpret_cast<const unsigned char*>(
         table.get_string(flags_field, static_cast<int>(record)));
+    // Flags all blanks come from writers that blank every field of a new
+    // record: no flag is set there.
+    const unsigned n = table.get_field_flen(field());
+    unsigned blanks = 0;
+    while (blanks < n && p[blanks] == ' ') ++blanks;
+    if (blanks == n) return false;
     return (p[bit / 8] >> (bit % 8)) & 1;
 }
 

@@ -21,7 +21,9 @@ class null_flags {
     // The bit of a field, -1 when it has none.
     int null_bit(unsigned int f) const { return f < null_bits.size() ? null_bits[f] : -1; }
     int length_bit(unsigned int f) const { return f < length_bits.size() ? length_bits[f] : -1; }
-    // Bit `bit` of a record's flags; false when the flags field lacks it.
+    // Bit `bit` of a record's flags; false when the flags field lacks it,
+    // and for flags that are all blanks (a record blanked by a writer that
+    // knows no flags).
     bool get(Tqz_dbf_basic& table, unsigned int record, int bit) const;
     // Sets or clears bit `bit` of a record's flags; false when it cannot.
     bool set(Tqz_dbf_basic& table, unsigned int record, int bit, bool on) const;

@@ -351,3 +351,51 @@ TEST(TypedWrite, MemoryServedHandleWritesThroughTheHistory) {
     EXPECT_EQ(read_shown(t, 2, 1), "d:2.25");
     qz_dbf_close(t);
 }
+
+TEST(TypedRead, CharacterFieldsLongerThan255TakeTheDecimalsByte) {
+    qz_test::Temp_dir dir;
+    // C of 300 bytes: 44 in the length byte, 1 (x 256) in the decimals byte.
+    const std::string path = make_table(
+        dir, "wide", 0xF5, {{"LONG", 'C', 44, 1, 0}, {"N", 'N', 5, 0, 0}}, 0, memo_kind::none);
+    std::vector<uint8_t> b = qz_test::read_bytes(path);
+    b.pop_back();  // the end-of-file byte
+    b[4] = 1;
+    b[10] = 306 & 0xFF;
+    b[11] = 306 >> 8;
+    const std::string text = std::string(260, 'a') + "tail";
+    b.push_back(' ');
+    b.insert(b.end(), text.begin(), text.end());
+    b.insert(b.end(), 300 - text.size(), ' ');
+    for (char c : std::string("   42")) b.push_back(static_cast<uint8_t>(c));
+    b.push_back(0x1A);
+    qz_test::write_bytes(path, b);
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+    EXPECT_EQ(read_shown(t, 0, 0), "7:" + text);
+    EXPECT_EQ(read_shown(t, 1, 0), "2:42");
+    qz_dbf_close(t);
+}
+
+TEST(TypedRead, BlankNullFlagsSetNoFlag) {
+    // Some writers blank the flags field with the rest of a new record: a
+    // byte 0x20 would otherwise make the sixth nullable field null.
+    qz_test::Temp_dir dir;
+    std::vector<tfield> fields;
+    for (const char* n : {"A", "B", "C", "D", "E", "F"}) fields.push_back({n, 'C', 2, 0, 0x02});
+    fields.push_back({"_NullFlags", '0', 1, 0, 0x05});
+    const std::string path = make_table(dir, "blank", 0x30, fields, 2, memo_kind::none);
+    std::vector<uint8_t> b = qz_test::read_bytes(path);
+    const size_t first = 32 + 32 * fields.size() + 1 + 263;
+    b[first + 11] = 'x';               // F of record 0
+    b[first + 13] = ' ';               // its flags: blanks
+    b[first + 14 + 11] = 'y';          // F of record 1
+    b[first + 14 + 13] = 0x20 | 0x01;  // F and A flagged null
+    qz_test::write_bytes(path, b);
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(read_shown(t, 5, 0), "7:x");
+    EXPECT_EQ(read_shown(t, 5, 1), "null");
+    EXPECT_EQ(read_shown(t, 0, 1), "null");
+    EXPECT_EQ(read_shown(t, 1, 1), "7:");
+    qz_dbf_close(t);
+}
