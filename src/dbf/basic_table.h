@@ -58,6 +58,12 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
         const qz::dbf::Tdbf_descriptor* d = descriptor(field);
         return d ? static_cast<char>(d->type()) : 0;
     }
+    // The field flags byte of the descriptor (18: 0x02 nullable, 0x04
+    // binary in Visual FoxPro tables); 0 when there is no such field.
+    uint8_t get_field_flags(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? d->bytes[18] : 0;
+    }
     unsigned char get_field_flen(unsigned int field) override;
     char get_field_dlen(unsigned int field) override;
     unsigned int find_field_index(const wchar_t* name) override;
@@ -134,6 +140,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // Marks a record deleted or live; false when the storage does not hold
     // it or cannot write.
     virtual bool set_deleted(unsigned int, bool) { return false; }
+    // Writes `n` bytes as they are at the start of a cell (at most the
+    // field's length of them); false when the storage does not hold the cell
+    // or cannot write.
+    virtual bool set_cell_bytes(unsigned int, unsigned int, const void*, size_t) { return false; }
 
     // Whether the storage holds `record`: below the record count, and for a
     // file, within the file.
