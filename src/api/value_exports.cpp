@@ -52,7 +52,7 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* h, unsigned int field, unsigned int
     return guarded(false, [&] {
         if (v) *v = Tqz_dbf_value{QZ_DBF_VALUE_NULL, 0, 0.0, "", 0};
         Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
-        auto* b = dynamic_cast<Tqz_dbf_basic*>(t);
+        Tqz_dbf_basic* b = t ? t->as_basic() : nullptr;
         if (!t || !v) {
             qz::api::no_table(h);
             return false;
