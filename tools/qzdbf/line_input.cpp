@@ -4,8 +4,10 @@
 #include "line_input.h"
 
 #include <histedit.h>
+#include <signal.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -49,6 +51,14 @@ void list_candidates(const std::vector<std::string>& words) {
     std::fflush(stdout);
 }
 
+// Set when the terminal changes its size; the editor learns the new size
+// before the next line.
+std::atomic<bool> resized{false};
+
+extern "C" void on_resize(int) {
+    resized = true;
+}
+
 class Terminal_input : public Line_input {
   public:
     Terminal_input(const std::string& history_file, Completer completer)
@@ -69,6 +79,11 @@ class Terminal_input : public Line_input {
                 &Terminal_input::complete);
         el_set(el, EL_BIND, "^I", "qz-complete", nullptr);
         el_source(el, nullptr);  // the user's ~/.editrc, when there is one
+        struct sigaction sa {};
+        sa.sa_handler = on_resize;
+        sigemptyset(&sa.sa_mask);
+        sa.sa_flags = SA_RESTART;  // a read goes on; the line is redrawn later
+        sigaction(SIGWINCH, &sa, &previous_winch);
     }
 
     ~Terminal_input() override {
@@ -76,12 +91,14 @@ class Terminal_input : public Line_input {
         // A history that cannot be written is lost quietly: it is a comfort,
         // and the table matters more than the reason it could not be saved.
         if (!file.empty()) history(hist, &ev, H_SAVE, file.c_str());
+        sigaction(SIGWINCH, &previous_winch, nullptr);
         el_end(el);  // gives the terminal back its settings
         history_end(hist);
     }
 
     bool read(const std::string& prompt, std::string& line, bool remember) override {
         shown_prompt = prompt;
+        if (resized.exchange(false)) el_resize(el);
         int count = 0;
         const char* got = el_gets(el, &count);
         if (!got || count <= 0) return false;
@@ -131,6 +148,7 @@ class Terminal_input : public Line_input {
     std::string shown_prompt;
     History* hist = nullptr;
     EditLine* el = nullptr;
+    struct sigaction previous_winch {};
 };
 
 }  // namespace
