@@ -303,8 +303,8 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
 
     // A history file that cannot be written costs nothing.
     {
-        Tmux tmux("cd '" + dir.path() + "' && QZDBF_HISTORY=/nonexistent/dir/h " + kTool +
-                  "edit people.dbf");
+        Tmux tmux("cd '" + dir.path() + "' && HOME='" + dir.path() +
+                  "' QZDBF_HISTORY=/nonexistent/dir/h " + kTool + "edit people.dbf");
         ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
         tmux.type("quit");

@@ -88,6 +88,10 @@ void print_records(Tqz_dbf_rw* t, const std::vector<unsigned int>& records,
             first = false;
             for (unsigned int f : fields) {
                 std::string text = value(f, r);
+                // A memo's CR LF breaks as plain breaks.
+                for (size_t at = text.find("\r\n"); at != std::string::npos;
+                     at = text.find("\r\n", at))
+                    text.erase(at, 1);
                 // Lines of a memo after its first stand under its first.
                 const std::string indent(display_width(name(f)) + 2, ' ');
                 for (size_t at = text.find('\n'); at != std::string::npos;
