@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace {
@@ -100,6 +101,36 @@ TEST(EditScript, FindAndShowWithFieldsAndVertical) {
               "qzdbf: line 12: the table has no field named 'NOPE'\n"
               "qzdbf: line 13: find needs FIELD VALUE\n"
               "qzdbf: changes not saved are lost\n");
+}
+
+// Records marked deleted keep their mark in both views of show and find.
+TEST(EditScript, DeletedRecordsAreMarked) {
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("t.dbf");
+    make_table(table);
+    Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    ASSERT_TRUE(qz_dbf_set_deleted(t, 2, true));
+    qz_dbf_close(t);
+    const std::string script = dir.file("script.txt");
+    write_text(script, "show 1 --fields NAME\nfind --vertical NAME Ann\n");
+    std::string out;
+    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 0);
+    EXPECT_EQ(out,
+              "  #  NAME\n"
+              "  -  ----\n"
+              "  1  Bob\n"
+              "* 2  Ann\n"
+              "2 records hold 'Ann' in NAME: 0 2\n"
+              "record 0\n"
+              "NAME: Ann\n"
+              "NOTE: n0\n"
+              "QTY: 1\n"
+              "\n"
+              "record 2 (deleted)\n"
+              "NAME: Ann\n"
+              "NOTE: n2\n"
+              "QTY: 3\n");
 }
 
 // A tmux server of our own, one session of a fixed size running one command.
