@@ -77,8 +77,10 @@ class Terminal_input : public Line_input {
         // them and never frees the copies.
         el_wset(el, EL_ADDFN, L"qz-complete", L"complete a command or field name",
                 &Terminal_input::complete);
+        // The user's ~/.editrc may choose vi keys or bind others; Tab is
+        // bound after it so that it completes in either.
+        el_source(el, nullptr);
         el_set(el, EL_BIND, "^I", "qz-complete", nullptr);
-        el_source(el, nullptr);  // the user's ~/.editrc, when there is one
         struct sigaction sa {};
         sa.sa_handler = on_resize;
         sigemptyset(&sa.sa_mask);
