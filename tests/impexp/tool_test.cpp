@@ -290,6 +290,17 @@ TEST_F(Impexp, ExportReadsBackEqualThroughOgr) {
           &rc);
     ASSERT_EQ(rc, 0);
     EXPECT_EQ(read_back(file("all.txt")).size(), 4u);
+    // FlatGeobuf: every record or, where GDAL's driver keeps no feature
+    // without geometry, a refusal and no file.
+    const std::string fgb =
+        qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(file("t.fgb")), &rc);
+    if (rc == 0) {
+        EXPECT_EQ(read_back(file("t.fgb")).size(), 3u);
+    } else {
+        EXPECT_EQ(rc, 3);
+        EXPECT_NE(fgb.find("wrote 0 of 3 records"), std::string::npos) << fgb;
+        EXPECT_FALSE(qz_test::exists(file("t.fgb")));
+    }
     qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(file("x.nosuch")), &rc);
     EXPECT_EQ(rc, 2);
     EXPECT_FALSE(qz_test::exists(file("x.nosuch")));
