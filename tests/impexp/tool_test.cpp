@@ -205,6 +205,36 @@ TEST_F(Impexp, BadInputStopsWithTheLineAndLeavesNothing) {
     EXPECT_EQ(qz_test::read_bytes(file("out.dbf")), before);
 }
 
+TEST_F(Impexp, InterruptedImportLeavesNothing) {
+    std::string csv = "id,name,amount\n";
+    for (int i = 0; i < 200000; ++i)
+        csv += std::to_string(i) + ",name " + std::to_string(i % 977) + "," +
+               std::to_string(i % 1000) + ".25\n";
+    write_text(file("in.csv"), csv);
+    for (const char* sig : {"INT", "TERM"}) {
+        SCOPED_TRACE(sig);
+        std::string out;
+        // The signal comes while the table is being written (or after the
+        // import ended).
+        ASSERT_EQ(qz_test::run("cd '" + dir.path() +
+                                   "' && (LC_ALL=C.UTF-8 exec '" QZDBF_EXE
+                                   "' import --quiet in.csv out.dbf) & pid=$!; "
+                                   "for i in $(seq 400); do ls -a | grep -q '^[.]out[.]import' && "
+                                   "break; sleep 0.05; done; kill -" +
+                                   std::string(sig) + " $pid; wait $pid; echo $?",
+                               &out),
+                  0);
+        const auto names = folder_names(dir.path());
+        if (out == "0\n") {
+            EXPECT_EQ(names, (std::vector<std::string>{"in.csv", "out.cpg", "out.dbf"}));
+            std::remove(file("out.dbf").c_str());
+            std::remove(file("out.cpg").c_str());
+        } else {
+            EXPECT_EQ(names, std::vector<std::string>{"in.csv"}) << out;
+        }
+    }
+}
+
 // Reads every feature of the first layer of `path` as strings.
 std::vector<std::vector<std::string>> read_back(const std::string& path,
                                                 std::vector<std::string>* names = nullptr) {

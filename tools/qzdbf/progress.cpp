@@ -28,6 +28,7 @@ Progress::Progress(std::string what, uint64_t total, const char* unit)
       unit_(unit),
       enabled_(::isatty(STDERR_FILENO) == 1),
       start_(Clock::now()),
+      phase_(start_),
       last_(start_) {}
 
 Progress::~Progress() {
@@ -39,6 +40,7 @@ void Progress::restart(std::string what, uint64_t total, const char* unit) {
     total_ = total;
     unit_ = unit;
     done_ = 0;
+    phase_ = Clock::now();
 }
 
 std::string Progress::render(const std::string& what, uint64_t done, uint64_t total,
@@ -71,7 +73,7 @@ void Progress::tick() {
     if (shown_ && now - last_ < std::chrono::milliseconds(200)) return;
     last_ = now;
     shown_ = true;
-    const double seconds = std::chrono::duration<double>(now - start_).count();
+    const double seconds = std::chrono::duration<double>(now - phase_).count();
     std::string line = render(what_, done_, total_, unit_, seconds, 79);
     std::fprintf(stderr, "\r%s\033[K", line.c_str());
     std::fflush(stderr);

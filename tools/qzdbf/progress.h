@@ -43,7 +43,9 @@ class Progress {
     uint64_t total_, done_ = 0;
     const char* unit_;
     bool enabled_, shown_ = false;
-    std::chrono::steady_clock::time_point start_, last_;
+    // start_: when the work began (the bar waits a second from it);
+    // phase_: when the counting began (the rate counts from it).
+    std::chrono::steady_clock::time_point start_, phase_, last_;
 };
 
 }  // namespace qzdbf
