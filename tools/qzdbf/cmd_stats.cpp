@@ -64,6 +64,29 @@ std::string json_string(const std::string& s) {
     return out + "\"";
 }
 
+// Whether `s` is a number as JSON writes one.
+bool json_number(const std::string& s) {
+    size_t i = s[0] == '-' ? 1 : 0;
+    auto digits = [&] {
+        const size_t from = i;
+        while (i < s.size() && s[i] >= '0' && s[i] <= '9') ++i;
+        return i - from;
+    };
+    const size_t lead = i;
+    const size_t n = digits();
+    if (n == 0 || (n > 1 && s[lead] == '0')) return false;
+    if (i < s.size() && s[i] == '.') {
+        ++i;
+        if (digits() == 0) return false;
+    }
+    if (i < s.size() && (s[i] == 'e' || s[i] == 'E')) {
+        ++i;
+        if (i < s.size() && (s[i] == '+' || s[i] == '-')) ++i;
+        if (digits() == 0) return false;
+    }
+    return i == s.size();
+}
+
 // Text for a column: line breaks as blanks, at most 24 characters.
 std::string cell(std::string s) {
     for (char& c : s)
@@ -162,12 +185,16 @@ int run_stats(const Stats_options& o) {
         for (unsigned int f = 0; f < nf; ++f) {
             const Field_stats& s = stats[f];
             const char* name = qz_dbf_get_field_name(t, f);
-            auto bound = [&](const std::string& text) {
+            auto bound = [&](const std::string& text, double n) {
                 if (!s.has_range) return std::string("null");
                 const Value_class c = value_class(t, f);
                 const bool number =
                     s.numeric && (c == Value_class::integer || c == Value_class::real);
-                return number ? text : json_string(text);
+                if (!number) return json_string(text);
+                if (!text.empty() && json_number(text)) return text;
+                char buf[32];
+                std::snprintf(buf, sizeof buf, "%.15g", n);
+                return std::string(buf);
             };
             std::printf(
                 "%s\n  {\"name\": %s, \"type\": \"%c\", \"length\": %u, \"decimals\": %d, "
@@ -175,7 +202,7 @@ int run_stats(const Stats_options& o) {
                 "\"distinct_capped\": %s}",
                 f ? "," : "", json_string(name ? name : "").c_str(), field_letter(t, f),
                 qz_dbf_get_field_flen(t, f), qz_dbf_get_field_dlen(t, f), s.values, s.blank,
-                bound(s.min_text).c_str(), bound(s.max_text).c_str(),
+                bound(s.min_text, s.min_num).c_str(), bound(s.max_text, s.max_num).c_str(),
                 s.capped ? "null" : std::to_string(s.distinct.size()).c_str(),
                 s.capped ? "true" : "false");
         }
