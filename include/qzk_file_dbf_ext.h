@@ -249,6 +249,17 @@ QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
 QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                      char* buffer, size_t size);
 
+/* Writes UTF-8 text (`length` bytes) into a cell. A C field of a table file
+ * gets the text in the table's encoding (as qz_dbf_get_cell_utf8 reads it:
+ * the caller's choice of qz_dbf_set_encoding, the .cpg file, the language
+ * driver, the flags), left-aligned and padded with blanks; other fields and
+ * other storages take it as qz_dbf_set_str takes system text. False, with
+ * the last error and the cell unchanged, when there is no such cell, the
+ * text is not UTF-8, holds a NUL or a character the encoding lacks, or is
+ * longer than the field in that encoding (it is never cut). */
+QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                     const char* text, size_t length);
+
 /* A cell as a typed value, by field type: C text; N and F an integer (no
  * decimals) or a double, with the digits as `text` too (a decimal comma
  * read as a point; text that is no number stays text); L a bool; D a date
