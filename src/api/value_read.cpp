@@ -11,6 +11,7 @@
 #include "memory/memory_core.h"
 #include "dbf/typed_cell.h"
 #include "encoding/encodings.h"
+#include "encoding/fast_convert.h"
 #include "memo/dbt_rw.h"
 #include "memo/fpt_rw.h"
 #include "memo/memo_blocks.h"
@@ -57,6 +58,35 @@ uint32_t memo_block(const unsigned char* p, unsigned n) {
     return errno || b > 0xFFFFFFFFull ? 0 : static_cast<uint32_t>(b);
 }
 
+// The code page number of an iconv name the table-driven converter takes
+// ("CP1251" 1251, "UTF-8" 65001); 0 for other names.
+unsigned int code_page_of(const std::string& name) {
+    if (name == "UTF-8") return 65001;
+    if (name.size() < 3 || name.size() > 7 || name.compare(0, 2, "CP") != 0 ||
+        name.find_first_not_of("0123456789", 2) != std::string::npos)
+        return 0;
+    return static_cast<unsigned int>(std::strtoul(name.c_str() + 2, nullptr, 10));
+}
+
+// Whether an encoding leaves ASCII text as it is, asked of iconv once per
+// encoding and thread.
+bool ascii_transparent(const std::string& name) {
+    thread_local std::map<std::string, bool> known;
+    auto it = known.find(name);
+    if (it != known.end()) return it->second;
+    static const char probe[] = " 09AZaz~!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}";
+    bool same = false;
+    const std::string back =
+        qz::strconv::convert<std::string>(probe, sizeof probe - 1, name.c_str(), "UTF-8", &same);
+    return known[name] = same && back == probe;
+}
+
+// Table-driven conversion for single-byte code pages, one per thread.
+qz::strconv::text_converter& thread_converter() {
+    thread_local qz::strconv::text_converter converter;
+    return converter;
+}
+
 }  // namespace
 
 cell_reader::cell_reader(Tqz_dbf_rw* h) : handle(h) {
@@ -75,12 +105,8 @@ cell_reader::cell_reader(Tqz_dbf_rw* h) : handle(h) {
     qz_dbf_get_encoding(h, name, sizeof name);
     encoding_name = name;
     utf8 = encoding_name == "UTF-8";
-    // ASCII-compatible encodings leave ASCII text as it is.
-    static const char probe[] = " 09AZaz~!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}";
-    bool same = false;
-    const std::string back =
-        qz::strconv::convert<std::string>(probe, sizeof probe - 1, name, "UTF-8", &same);
-    ascii_same = same && back == probe;
+    ascii_same = ascii_transparent(encoding_name);
+    code_page = code_page_of(encoding_name);
     const uint8_t version = b->get_header()[0];
     visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
     nulls.read_layout(*b);
@@ -120,6 +146,11 @@ bool cell_reader::read_wide_cell(unsigned int field, unsigned int record, std::s
 
 std::string cell_reader::to_utf8(const char* raw, size_t n) {
     if (n == 0 || utf8 || (ascii_same && all_ascii(raw, n))) return std::string(raw, n);
+    if (code_page) {
+        thread_local qz::strconv::text_buffer out;
+        thread_converter().narrow(code_page, 65001, raw, n, false, out);
+        return std::string(out.c_str(), out.size());
+    }
     bool ok = true;
     return qz::strconv::convert<std::string>(raw, n, encoding_name.c_str(), "UTF-8", &ok);
 }
@@ -268,7 +299,9 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
             }
             break;
         case 'B':
-            if (visual_foxpro && n >= 8) {
+            // A double in Visual FoxPro and wherever the field is 8 wide (as
+            // this library creates it); a memo block number otherwise.
+            if ((visual_foxpro && n >= 8) || n == 8) {
                 v.kind = QZ_DBF_VALUE_DOUBLE;
                 v.d = le_double(p);
                 break;

@@ -37,7 +37,8 @@ class cell_reader {
     Tqz_dbf_basic* table = nullptr;
     std::string encoding_name;
     bool utf8 = false;
-    bool ascii_same = false;  // ASCII text reads the same in the encoding
+    bool ascii_same = false;     // ASCII text reads the same in the encoding
+    unsigned int code_page = 0;  // for the table-driven converter; 0: through iconv
     bool visual_foxpro = false;
     qz::dbf::null_flags nulls;
     // Character fields longer than 255 bytes (FoxPro, Clipper: the length's
