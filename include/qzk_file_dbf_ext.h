@@ -249,6 +249,17 @@ QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
 QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                      char* buffer, size_t size);
 
+/* Writes UTF-8 text (`length` bytes) into a cell. A C field of a table file
+ * gets the text in the table's encoding (as qz_dbf_get_cell_utf8 reads it:
+ * the caller's choice of qz_dbf_set_encoding, the .cpg file, the language
+ * driver, the flags), left-aligned and padded with blanks; other fields and
+ * other storages take it as qz_dbf_set_str takes system text. False, with
+ * the last error and the cell unchanged, when there is no such cell, the
+ * text is not UTF-8, holds a NUL or a character the encoding lacks, or is
+ * longer than the field in that encoding (it is never cut). */
+QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                     const char* text, size_t length);
+
 /* A cell as a typed value, by field type: C text; N and F an integer (no
  * decimals) or a double, with the digits as `text` too (a decimal comma
  * read as a point; text that is no number stays text); L a bool; D a date
@@ -318,6 +329,26 @@ QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
  * read-only handle). Memo values are written to table files only. */
 QZ_DBF_API bool qz_dbf_set_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                  const Tqz_dbf_value* value);
+/* ---- Record images ----------------------------------------------------------
+ *
+ * For readers that parse whole columns themselves: a record image is a
+ * record's bytes as the table file holds them, the deletion flag first
+ * ('*' deleted, ' ' live), then each field's bytes at its offset. Only a
+ * table read from its file has images; for a memory or OGR table (or a
+ * null handle) the calls answer 0 and the cell getters remain. */
+
+/* Bytes of one record image (the header's record length); 0 without images. */
+QZ_DBF_API unsigned int qz_dbf_get_record_size(Tqz_dbf_rw* handle);
+/* Where the bytes of `field` start in a record image; 0 without images or
+ * without such a field. A damaged header may place a field's bytes past
+ * the image's end: check the offset and length against the record size. */
+QZ_DBF_API unsigned int qz_dbf_get_field_offset(Tqz_dbf_rw* handle, unsigned int field);
+/* Copies the images of the records `first`, `first` + 1, ... one after
+ * another into `buffer` of `size` bytes: at most `count` records, as many
+ * whole images as `size` holds, none past the last record the file holds
+ * whole. Returns how many were copied (0 at the end, or without images). */
+QZ_DBF_API unsigned int qz_dbf_get_record_images(Tqz_dbf_rw* handle, unsigned int first,
+                                                 unsigned int count, void* buffer, size_t size);
 
 #ifdef __cplusplus
 }

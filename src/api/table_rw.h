@@ -81,6 +81,9 @@ class Tqz_dbf_rw {
     // Which storage serves the handle.
     enum class storage { none, disk, memory, ogr };
     storage current_storage() const;
+    // The table file the handle reads directly, or null (memory and OGR
+    // tables, nothing open).
+    Tqz_dbf_disk* file_table() const { return current_storage() == storage::disk ? disk : nullptr; }
     // OGR's driver name when OGR serves the handle, otherwise "".
     const char* ogr_driver_name() const;
 

@@ -24,6 +24,7 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     ~Tqz_dbf_basic() override;
     Tqz_dbf_basic(const Tqz_dbf_basic&) = delete;
     Tqz_dbf_basic& operator=(const Tqz_dbf_basic&) = delete;
+    Tqz_dbf_basic* as_basic() override { return this; }
 
     // Encoding flags: at most one is set; the table's text is UTF-8, CP866
     // or (neither) CP1251.
@@ -218,6 +219,9 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // than the field; the result says which.
     bool set_fitting(unsigned int field, unsigned int record, const std::string& text);
 
+    // get_as_string_raw; `formatted` tells that the text is a number written
+    // out here (plain ASCII).
+    const char* value_text(unsigned int field, unsigned int record, bool& ok, bool& formatted);
     // Raw table text as system text; `raw` is readable up to a zero byte,
     // and in the table's own buffers up to their end.
     const char* raw_to_system(const char* raw);

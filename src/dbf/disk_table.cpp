@@ -331,6 +331,24 @@ void Tqz_dbf_disk::get_record(unsigned int record, unsigned char* buffer) {
     window.read(record_position(record) + first, buffer, get_record_length());
 }
 
+unsigned int Tqz_dbf_disk::get_record_images(unsigned int first, unsigned int count,
+                                             unsigned char* buffer) {
+    const size_t rl = get_record_length();
+    if (!buffer || !can_read || rl == 0 || first >= whole_records) return 0;
+    count = std::min(count, whole_records - first);
+    // In pieces the window reads at once, so that a long run does not grow
+    // the window's buffer past its usual size.
+    const unsigned int piece = static_cast<unsigned int>(std::max<size_t>(1, (256u << 10) / rl));
+    for (unsigned int done = 0; done < count;) {
+        const unsigned int n = std::min(piece, count - done);
+        const uint64_t at = record_position(first + done);
+        window.enter(at, at + rl * n);
+        window.read(at, buffer + rl * done, rl * n);
+        done += n;
+    }
+    return count;
+}
+
 bool Tqz_dbf_disk::set_record(unsigned int record, const unsigned char* buffer) {
     auto bracket = update_bracket();
     if (!buffer || !has_record(record)) return false;
