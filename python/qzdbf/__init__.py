@@ -47,10 +47,13 @@ class Table(_qzdbf.Table):
     ``i`` as a dict; ``t[i, "NAME"]`` (or ``t[i, field_index]``) one cell, which
     can be assigned when the table is open for writing.
 
-    Values by field type: N with decimals, F and B float; N without decimals
-    int (float when the cell holds a fraction); I int; D datetime.date; L
-    bool; C str without trailing blanks; M the memo's text. A blank cell
-    reads as None (an empty C cell as ""); assigning None blanks a cell.
+    Values by field type: N with decimals and F float (decimal.Decimal when
+    opened with ``decimal=True``); N without decimals int (float when the
+    cell holds a fraction); I and + int; B (double) and O float; Y (currency)
+    float or Decimal; D datetime.date; T datetime.datetime; L bool; C str
+    without trailing blanks; M the memo's text; G, P and binary memos bytes.
+    A blank cell reads as None (an empty C cell as ""); assigning None
+    blanks a cell.
     """
 
     def __enter__(self):
@@ -101,16 +104,18 @@ class Table(_qzdbf.Table):
         return f"<qzdbf.Table {self.path!r} {state}>"
 
 
-def open(path, mode="r", encoding=None):
+def open(path, mode="r", encoding=None, decimal=False):
     """Open the table at ``path``.
 
     ``mode`` "r" reads only (no lock is taken); "r+" (or "w", "a") opens for
     writing and takes the table's writer lock, so a second writer gets
     :class:`Locked`. ``encoding`` ("utf-8", "cp1251", "cp866") overrides the
     one the table's .cpg file names. A file that is not a dBASE table raises
-    :class:`NotATable`, a missing one :class:`NotFound`.
+    :class:`NotATable`, a missing one :class:`NotFound`. With ``decimal``,
+    cells of N and F fields with decimals (and currency fields) read as
+    :class:`decimal.Decimal` with the stored digits instead of float.
     """
-    return Table(str(path), mode, encoding)
+    return Table(str(path), mode, encoding, bool(decimal))
 
 
 def create(path, fields, encoding="utf-8"):

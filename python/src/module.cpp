@@ -94,8 +94,9 @@ PYBIND11_MODULE(_qzdbf, m) {
 
     using qzpy::table;
     py::class_<table>(m, "Table")
-        .def(py::init<const std::string&, const std::string&, const py::object&>(), py::arg("path"),
-             py::arg("mode") = "r", py::arg("encoding") = py::none())
+        .def(py::init<const std::string&, const std::string&, const py::object&, bool>(),
+             py::arg("path"), py::arg("mode") = "r", py::arg("encoding") = py::none(),
+             py::arg("decimal") = false)
         .def("close", &table::close)
         .def_property_readonly("closed", &table::closed)
         .def_property_readonly("fields", &table::fields)
@@ -115,7 +116,8 @@ PYBIND11_MODULE(_qzdbf, m) {
         .def("read_columns", &qzpy::read_columns, py::arg("columns") = py::none(),
              py::arg("skip_deleted") = true, py::arg("by_cells") = false)
         .def("write_columns", &qzpy::write_columns)
-        .def("_read_cells_c", &qzpy::read_cells_c);
+        .def("_read_cells_c", &qzpy::read_cells_c)
+        .def("_read_cells_images", &qzpy::read_cells_images);
     m.def("create", &create_table, py::arg("path"), py::arg("fields"),
           py::arg("encoding") = "utf-8");
     m.def("check", &check_file, py::arg("path"), py::arg("values") = false);

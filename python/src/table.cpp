@@ -20,8 +20,9 @@ using bits_ptr = std::unique_ptr<void, bits_deleter>;
 
 }  // namespace
 
-table::table(const std::string& path, const std::string& mode, const py::object& encoding)
-    : path_(path) {
+table::table(const std::string& path, const std::string& mode, const py::object& encoding,
+             bool decimals)
+    : path_(path), decimals_(decimals) {
     if (mode == "r") {
         options_ = QZ_DBF_OPEN_READ_ONLY;
     } else if (mode == "w" || mode == "r+" || mode == "a") {
@@ -51,6 +52,7 @@ table::table(const std::string& path, const std::string& mode, const py::object&
 table::table(Tqz_dbf_rw* created, const std::string& path)
     : handle_(created), path_(path), writable_(true) {
     encoding_ = table_encoding(handle_);
+    qz_dbf_set_encoding(handle_, encoding_.c_str());
     fields_ = read_fields(handle_);
 }
 
@@ -72,6 +74,8 @@ void table::open_handle(unsigned options) {
         qz_dbf_set_dos_flag(handle_, true);
     }
     encoding_ = table_encoding(handle_);
+    // The typed reads decode text as the column reads do.
+    qz_dbf_set_encoding(handle_, encoding_.c_str());
     fields_ = read_fields(handle_);
 }
 
@@ -139,7 +143,7 @@ py::tuple table::row(long long record) {
     const unsigned r = record_index(record);
     py::tuple out(fields_.size());
     for (size_t i = 0; i < fields_.size(); ++i) {
-        out[i] = get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, encoding_);
+        out[i] = get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, decimals_);
     }
     return out;
 }
@@ -149,7 +153,7 @@ py::dict table::row_dict(long long record) {
     py::dict out;
     for (size_t i = 0; i < fields_.size(); ++i) {
         out[py::str(fields_[i].name)] =
-            get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, encoding_);
+            get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, decimals_);
     }
     return out;
 }
@@ -157,7 +161,7 @@ py::dict table::row_dict(long long record) {
 py::object table::cell(long long record, const py::object& field) {
     const unsigned r = record_index(record);
     const unsigned f = field_index(field);
-    return get_cell(handle_, fields_[f], f, r, encoding_);
+    return get_cell(handle_, fields_[f], f, r, decimals_);
 }
 
 void table::set_cell(long long record, const py::object& field, const py::object& value) {

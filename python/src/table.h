@@ -13,7 +13,9 @@ namespace qzpy {
 
 class table {
   public:
-    table(const std::string& path, const std::string& mode, const pybind11::object& encoding);
+    // `decimals`: N and F cells with decimals (and Y) read as decimal.Decimal.
+    table(const std::string& path, const std::string& mode, const pybind11::object& encoding,
+          bool decimals = false);
     // Takes over a handle just created (writable).
     table(Tqz_dbf_rw* created, const std::string& path);
     ~table();
@@ -55,6 +57,7 @@ class table {
     std::string path_;
     bool writable_ = false;
     int in_use_ = 0;
+    bool decimals_ = false;
     unsigned options_ = 0;
     std::string forced_encoding_;
     std::string encoding_;
