@@ -147,8 +147,8 @@ static py::object decimal_of(const char* digits, size_t length) {
         py::object t = py::module_::import("decimal").attr("Decimal");
         decimal_type = t.release().ptr();  // kept for the life of the process
     }
-    return steal(
-        PyObject_CallFunction(decimal_type, "s#", digits, static_cast<Py_ssize_t>(length)));
+    py::object text = steal(PyUnicode_FromStringAndSize(digits, static_cast<Py_ssize_t>(length)));
+    return steal(PyObject_CallOneArg(decimal_type, text.ptr()));
 }
 
 py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
