@@ -207,6 +207,8 @@ class Tqz_dbf_rw {
     qz::strconv::table_encoding encoding_choice;
     // The text of the last typed value read through the handle.
     std::string value_text;
+    // The texts of the last record or column of typed values read.
+    std::string values_text;
 
   private:
     template <class C>

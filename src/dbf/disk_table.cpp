@@ -412,3 +412,13 @@ bool Tqz_dbf_disk::set_deleted(unsigned int record, bool deleted) {
     const uint8_t flag = deleted ? deleted_mark : live_mark;
     return window.write(record_position(record), &flag, 1);
 }
+
+bool Tqz_dbf_disk::set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                                  size_t n) {
+    if (read_only || !bytes) return false;
+    auto bracket = update_bracket();
+    uint64_t pos;
+    unsigned flen;
+    if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen)) return false;
+    return window.write(pos, bytes, std::min<size_t>(n, flen));
+}
