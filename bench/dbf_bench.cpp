@@ -2,8 +2,10 @@
 // exported interface, and does the same reads and writes with shapelib on
 // the same files, then prints the times and their ratios.
 //
-//   dbf_bench [FOLDER] [RECORDS]
+//   dbf_bench [FOLDER] [RECORDS] [GROUP]
 //
+// GROUP, when given, runs only the measures of that group: "write" (text
+// and typed setters), "read" (text and numbers) or "find".
 // The tables (about 90 MB each) are written to FOLDER (default: the
 // temporary folder) and removed at the end. Every figure is the CPU time of
 // the best of five runs over a file already in the page cache, the two
@@ -333,6 +335,8 @@ int main(int argc, char** argv) {
     std::string dir = argc > 1 ? argv[1] : std::filesystem::temp_directory_path().string();
     unsigned records =
         argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)) : 1000000;
+    const std::string group = argc > 3 ? argv[3] : "";
+    auto want = [&](const char* g) { return group.empty() || group == g; };
     dir += "/qz_bench_" + std::to_string(::getpid());
     std::filesystem::create_directories(dir);
     const std::string blank = dir + "/blank.dbf", cp = dir + "/cp1251.dbf",
@@ -362,92 +366,105 @@ int main(int argc, char** argv) {
 
     // Writing every cell as text: the library converts UTF-8 to the table's
     // CP1251 and formats numbers; shapelib is given the CP1251 bytes.
-    auto [w_ours, w_peer] = best_of([&] { write_ours(cp, utf8, records); },
-                                    [&] { write_shapelib(peer, cp1251, records); },
-                                    [&] { copy(blank, cp); }, [&] { copy(blank, peer); });
-    rows.push_back({"write every cell as text (CP1251 table)", w_ours, w_peer, "<= 0.3",
-                    w_ours / w_peer <= 0.3});
-
-    // Reading every cell of the same file as text.
-    read_ours(cp);
-    read_shapelib(cp);
-    size_t sum_ours = 0, sum_peer = 0;
-    auto [r_ours, r_peer] =
-        best_of([&] { sum_ours = read_ours(cp); }, [&] { sum_peer = read_shapelib(cp); });
-    rows.push_back({"read every cell as text (CP1251 table)", r_ours, r_peer, "<= 0.8",
-                    r_ours / r_peer <= 0.8});
-
-    // The same with a UTF-8 table and UTF-8 system text.
-    copy(blank8, u8);
-    write_ours(u8, utf8, records);
-    read_ours(u8);
-    read_shapelib(u8);
-    size_t sum8 = 0, sum8_peer = 0;
-    auto [r8_ours, r8_peer] =
-        best_of([&] { sum8 = read_ours(u8); }, [&] { sum8_peer = read_shapelib(u8); });
-    rows.push_back({"read every cell as text (UTF-8 table)", r8_ours, r8_peer, "<= 0.8",
-                    r8_ours / r8_peer <= 0.8});
-
-    // Plain ASCII text: no conversion is needed on either side.
-    copy(blank, asc);
-    write_ours(asc, ascii, records);
-    read_ours(asc);
-    read_shapelib(asc);
-    auto [ra_ours, ra_peer] = best_of([&] { read_ours(asc); }, [&] { read_shapelib(asc); });
-    rows.push_back({"read every cell as text (ASCII table)", ra_ours, ra_peer, "<= 0.7",
-                    ra_ours / ra_peer <= 0.7});
-    auto [floor_ours, floor] = best_of([&] { read_ours(asc); }, [&] { touch_bytes(asc); });
-    rows.push_back({"read as text (ASCII) vs read() touching bytes", floor_ours, floor, "-", true});
-
-    // Numbers as double.
-    auto [n_ours, n_peer] = best_of([&] { numbers_ours(cp); }, [&] { numbers_shapelib(cp); });
-    rows.push_back(
-        {"numeric cells (N, F) as double", n_ours, n_peer, "<= 0.25", n_ours / n_peer <= 0.25});
-
-    // Every cell with the setter of its type.
-    auto [t_ours, t_peer] =
-        best_of([&] { typed_ours(typed_path, utf8, typed, records); },
-                [&] { typed_shapelib(typed_peer, cp1251, typed, records); },
-                [&] { copy(blank, typed_path); }, [&] { copy(blank, typed_peer); });
-    rows.push_back(
-        {"write with typed setters", t_ours, t_peer, "<= 0.25", t_ours / t_peer <= 0.25});
-
-    // Fast find on the unique CODE field against a std::map of the same
-    // strings (as the library gives them: trimmed system text).
-    Tqz_dbf_rw* t = qz_dbf_open(cp.c_str(), true, false);
-    if (!t) die("cannot open " + cp);
-    std::vector<std::string> keys(records);
-    for (unsigned r = 0; r < records; ++r) {
-        bool ok = false;
-        std::string s = qz_dbf_get_str(t, 1, r, ok);
-        s.erase(s.find_last_not_of(' ') + 1);
-        keys[r] = s;
+    if (want("write")) {
+        auto [w_ours, w_peer] = best_of([&] { write_ours(cp, utf8, records); },
+                                        [&] { write_shapelib(peer, cp1251, records); },
+                                        [&] { copy(blank, cp); }, [&] { copy(blank, peer); });
+        rows.push_back({"write every cell as text (CP1251 table)", w_ours, w_peer, "<= 0.3",
+                        w_ours / w_peer <= 0.3});
+    } else {
+        copy(blank, cp);
+        write_ours(cp, utf8, records);
     }
-    auto [build, map_fill] = best_of([&] { qz_dbf_begin_fast_find(t, 1); },
-                                     [&] {
-                                         std::map<std::string, unsigned> m;
-                                         for (unsigned r = 0; r < records; ++r) m[keys[r]] = r;
-                                     });
-    rows.push_back(
-        {"begin_fast_find vs filling a std::map", build, map_fill, "<= 1.0", build <= map_fill});
-    std::vector<unsigned> order(records);
-    for (unsigned r = 0; r < records; ++r) order[r] = r;
-    std::shuffle(order.begin(), order.end(), std::mt19937(42));
-    unsigned found = 0;
-    double lookups = 1e30;
-    for (int i = 0; i < kRuns; ++i)
-        lookups = std::min(lookups, timed([&] {
-                               found = 0;
-                               for (unsigned r : order) {
-                                   unsigned rec = 0;
-                                   if (qz_dbf_find_value_fast(t, keys[r].c_str(), rec) && rec == r)
-                                       ++found;
-                               }
-                           }));
-    qz_dbf_end_fast_find(t);
-    qz_dbf_close(t);
-    if (found != records) die("find_value_fast missed records");
-    double rate = records / lookups;
+
+    size_t sum_ours = 0, sum_peer = 0, sum8 = 0, sum8_peer = 0;
+    if (want("read")) {
+        // Reading every cell of the same file as text.
+        read_ours(cp);
+        read_shapelib(cp);
+        auto [r_ours, r_peer] =
+            best_of([&] { sum_ours = read_ours(cp); }, [&] { sum_peer = read_shapelib(cp); });
+        rows.push_back({"read every cell as text (CP1251 table)", r_ours, r_peer, "<= 0.8",
+                        r_ours / r_peer <= 0.8});
+
+        // The same with a UTF-8 table and UTF-8 system text.
+        copy(blank8, u8);
+        write_ours(u8, utf8, records);
+        read_ours(u8);
+        read_shapelib(u8);
+        auto [r8_ours, r8_peer] =
+            best_of([&] { sum8 = read_ours(u8); }, [&] { sum8_peer = read_shapelib(u8); });
+        rows.push_back({"read every cell as text (UTF-8 table)", r8_ours, r8_peer, "<= 0.8",
+                        r8_ours / r8_peer <= 0.8});
+
+        // Plain ASCII text: no conversion is needed on either side.
+        copy(blank, asc);
+        write_ours(asc, ascii, records);
+        read_ours(asc);
+        read_shapelib(asc);
+        auto [ra_ours, ra_peer] = best_of([&] { read_ours(asc); }, [&] { read_shapelib(asc); });
+        rows.push_back({"read every cell as text (ASCII table)", ra_ours, ra_peer, "<= 0.7",
+                        ra_ours / ra_peer <= 0.7});
+        auto [floor_ours, floor] = best_of([&] { read_ours(asc); }, [&] { touch_bytes(asc); });
+        rows.push_back(
+            {"read as text (ASCII) vs read() touching bytes", floor_ours, floor, "-", true});
+
+        // Numbers as double.
+        auto [n_ours, n_peer] = best_of([&] { numbers_ours(cp); }, [&] { numbers_shapelib(cp); });
+        rows.push_back(
+            {"numeric cells (N, F) as double", n_ours, n_peer, "<= 0.25", n_ours / n_peer <= 0.25});
+    }
+
+    if (want("write")) {
+        // Every cell with the setter of its type.
+        auto [t_ours, t_peer] =
+            best_of([&] { typed_ours(typed_path, utf8, typed, records); },
+                    [&] { typed_shapelib(typed_peer, cp1251, typed, records); },
+                    [&] { copy(blank, typed_path); }, [&] { copy(blank, typed_peer); });
+        rows.push_back(
+            {"write with typed setters", t_ours, t_peer, "<= 0.25", t_ours / t_peer <= 0.25});
+    }
+
+    double rate = 0;
+    if (want("find")) {
+        // Fast find on the unique CODE field against a std::map of the same
+        // strings (as the library gives them: trimmed system text).
+        Tqz_dbf_rw* t = qz_dbf_open(cp.c_str(), true, false);
+        if (!t) die("cannot open " + cp);
+        std::vector<std::string> keys(records);
+        for (unsigned r = 0; r < records; ++r) {
+            bool ok = false;
+            std::string s = qz_dbf_get_str(t, 1, r, ok);
+            s.erase(s.find_last_not_of(' ') + 1);
+            keys[r] = s;
+        }
+        auto [build, map_fill] = best_of([&] { qz_dbf_begin_fast_find(t, 1); },
+                                         [&] {
+                                             std::map<std::string, unsigned> m;
+                                             for (unsigned r = 0; r < records; ++r) m[keys[r]] = r;
+                                         });
+        rows.push_back({"begin_fast_find vs filling a std::map", build, map_fill, "<= 1.0",
+                        build <= map_fill});
+        std::vector<unsigned> order(records);
+        for (unsigned r = 0; r < records; ++r) order[r] = r;
+        std::shuffle(order.begin(), order.end(), std::mt19937(42));
+        unsigned found = 0;
+        double lookups = 1e30;
+        for (int i = 0; i < kRuns; ++i)
+            lookups =
+                std::min(lookups, timed([&] {
+                             found = 0;
+                             for (unsigned r : order) {
+                                 unsigned rec = 0;
+                                 if (qz_dbf_find_value_fast(t, keys[r].c_str(), rec) && rec == r)
+                                     ++found;
+                             }
+                         }));
+        qz_dbf_end_fast_find(t);
+        qz_dbf_close(t);
+        if (found != records) die("find_value_fast missed records");
+        rate = records / lookups;
+    }
 
     std::printf("\nCPU seconds of this thread, best of %d runs, the two sides taking turns\n",
                 kRuns);
@@ -459,9 +476,11 @@ int main(int argc, char** argv) {
                     row.ours / row.peer, row.limit.c_str(), row.pass ? "ok" : "SLOW");
         all = all && row.pass;
     }
-    std::printf("%-42s %10.0f/s %12s %8s %8s %5s\n", "find_value_fast lookups", rate, "-", "-",
-                ">= 1e6/s", rate >= 1e6 ? "ok" : "SLOW");
-    all = all && rate >= 1e6;
+    if (want("find")) {
+        std::printf("%-42s %10.0f/s %12s %8s %8s %5s\n", "find_value_fast lookups", rate, "-", "-",
+                    ">= 1e6/s", rate >= 1e6 ? "ok" : "SLOW");
+        all = all && rate >= 1e6;
+    }
     std::printf(
         "\nratio = library / shapelib; in the read() row the second column is a loop\n"
         "reading the ASCII table's file and adding up its bytes (the floor of any reader);\n"
