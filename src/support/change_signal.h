@@ -43,6 +43,8 @@ class change_signal {
     }
     // Tells the file's watchers now; false when the file refuses.
     bool send();
+    // A change waits to be told.
+    bool pending() const { return pending_.load(std::memory_order_relaxed); }
 
   private:
     friend struct signal_hub;

@@ -102,6 +102,7 @@ bool file_window::flush_locked() {
     dirty_hi_.store(0, std::memory_order_relaxed);
     // A mapping holds nothing back: the write that follows tells watchers.
     if (map_.mapped()) {
+        untold_.store(false, std::memory_order_relaxed);
         announce();
         return true;
     }
@@ -122,11 +123,11 @@ void file_window::announce() {
 bool file_window::flush() {
     std::lock_guard<std::mutex> g(lock_);
     if (!map_.mapped()) return flush_locked();
-    // The bytes are in the file; the owner clears its span when it leaves.
-    if (dirty_lo_.load(std::memory_order_relaxed) >= dirty_hi_.load(std::memory_order_relaxed))
-        return true;
-    announce();
-    return signal_.send();
+    // The bytes are in the file already: the file's watchers are told now.
+    const bool untold = untold_.exchange(false, std::memory_order_acq_rel);
+    if (untold) announce();
+    if (untold || signal_.pending()) signal_.send();
+    return true;
 }
 
 void file_window::flush_before_event() {
@@ -135,8 +136,8 @@ void file_window::flush_before_event() {
         flush_locked();
         return;
     }
-    if (dirty_lo_.load(std::memory_order_relaxed) >= dirty_hi_.load(std::memory_order_relaxed))
-        return;
+    // Told once: the event this signal causes finds nothing untold.
+    if (!untold_.exchange(false, std::memory_order_acq_rel)) return;
     announce();
     signal_.raise();
 }
@@ -153,6 +154,7 @@ void file_window::flush_pending() {
 void file_window::publish_mapped() {
     dirty_lo_.store(0, std::memory_order_relaxed);
     dirty_hi_.store(0, std::memory_order_relaxed);
+    if (!untold_.exchange(false, std::memory_order_acq_rel)) return;
     announce();
     signal_.raise();
 }

@@ -98,6 +98,7 @@ class file_window {
         if (map_.covers(pos, n)) {
             std::memcpy(map_.at(pos), data, n);
             mark_dirty(pos, pos + n);
+            untold_.store(true, std::memory_order_release);
             return true;
         }
         if (writable_ && current() && inside(pos, n)) {
@@ -144,7 +145,7 @@ class file_window {
     // Under lock_, nothing pending: moves the window to start at `pos`,
     // holding at least `need` bytes when the file has them.
     void load_locked(uint64_t pos, size_t need);
-    // Under lock_: moves the change counter after a write of this window.
+    // Moves the change counter after a write of this window (atomics only).
     void announce();
     // Under lock_: pwrite of all `n` bytes at `pos`.
     bool put(uint64_t pos, const void* data, size_t n);
@@ -181,6 +182,10 @@ class file_window {
     std::mutex lock_;
     // A writer that is the file's only writer maps the file.
     bool map_wanted_ = false;
+    // Bytes written through the mapping that neither the change counter nor
+    // the file's watchers have been told of. Set by the owner's writes,
+    // taken by whoever tells.
+    std::atomic<bool> untold_{false};
     // Changed by the owner under lock_ only.
     file_map map_;
     change_signal signal_;
