@@ -5,6 +5,7 @@
 #include <string>
 
 #include "cli.h"
+#include "import_export.h"
 #include "qzk_file_dbf.h"
 
 namespace qzdbf {
@@ -77,6 +78,7 @@ const char kUsage[] =
     "  check PATH...\n"
     "      print what is wrong with each file (header, fields, records, memo\n"
     "      file, values); exit status 1 when anything is found\n"
+    "%s"
     "\n"
     "Every command checks the file first: what is not a dBASE table is\n"
     "refused (exit status 2) and left untouched; --force reads it anyway.\n"
@@ -91,13 +93,13 @@ int main(int argc, char** argv) {
     // System text follows the terminal's locale.
     std::setlocale(LC_ALL, "");
     if (argc < 2) {
-        std::fputs(kUsage, stderr);
+        std::fprintf(stderr, kUsage, qzdbf::kImportExportUsage);
         return qzdbf::kBadUsage;
     }
     std::string command = argv[1];
     qzdbf::Args args(argv + 2, argv + argc);
     if (command == "-h" || command == "--help" || command == "help") {
-        std::fputs(kUsage, stdout);
+        std::printf(kUsage, qzdbf::kImportExportUsage);
         return qzdbf::kOk;
     }
     if (command == "create") return qzdbf::cmd_create(args);
@@ -113,6 +115,9 @@ int main(int argc, char** argv) {
     if (command == "delete") return qzdbf::cmd_delete(args);
     if (command == "names") return qzdbf::cmd_names(args);
     if (command == "check") return qzdbf::cmd_check(args);
-    std::fputs(kUsage, stderr);
+    if (command == "import") return qzdbf::cmd_import(args);
+    if (command == "export") return qzdbf::cmd_export(args);
+    if (command == "stats") return qzdbf::cmd_stats(args);
+    std::fprintf(stderr, kUsage, qzdbf::kImportExportUsage);
     return qzdbf::fail(qzdbf::kBadUsage, "unknown command '" + command + "'");
 }
