@@ -215,14 +215,14 @@ TEST(ToolMatrix, DumpMarksDeletedRecordsAndReportsDamageOnce) {
     ASSERT_TRUE(qz_dbf_set_deleted(t, 1, true));
     qz_dbf_close(t);
     EXPECT_EQ(qzdbf("dump " + quoted(path)).out,
-              "  #  NAME   AMOUNT  DAY\n"
-              "  -  -----  ------  --------\n"
-              "  0  alpha    1.50  20240131\n"
-              "* 1  beta     3.00  20240131\n"
-              "  2  gamma    4.50  20240131\n");
-    EXPECT_EQ(
-        qzdbf("dump --csv --skip-deleted " + quoted(path)).out,
-        "NAME,AMOUNT,DAY,deleted\r\nalpha,1.50,20240131,false\r\ngamma,4.50,20240131,false\r\n");
+              "  #  NAME          AMOUNT  DAY\n"
+              "  -  ----------  --------  ----------\n"
+              "  0  alpha           1.50  2024-01-31\n"
+              "* 1  beta            3.00  2024-01-31\n"
+              "  2  gamma           4.50  2024-01-31\n");
+    EXPECT_EQ(qzdbf("dump --csv --skip-deleted " + quoted(path)).out,
+              "NAME,AMOUNT,DAY,deleted\r\nalpha,1.50,2024-01-31,false\r\ngamma,4.50,2024-01-31,"
+              "false\r\n");
     // A table cut inside its last record: the rest is shown, the damage said once.
     std::vector<uint8_t> bytes = read_bytes(path);
     bytes.resize(bytes.size() - 6);

@@ -17,6 +17,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "qzk_file_dbf_ext.h"
 #include "value_check.h"
 
@@ -239,11 +240,9 @@ bool Editor::alter(const std::vector<std::string>& w, std::string& error) {
 
 }  // namespace
 
-int cmd_edit(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    if (args.size() != 1) return fail(kBadUsage, "edit takes one PATH");
-    const std::string& path = args[0];
+namespace {
+
+int run_edit(const std::string& path, bool force) {
     // The file is checked (and its lock tried) before it is loaded.
     int checked = kOk;
     Tqz_dbf_rw* probe = open_table(path, Access::write, force, checked);
@@ -291,6 +290,21 @@ int cmd_edit(const Args& all_args) {
     qz_dbf_mem_free(mem);
     if (stop_signal != 0) return 128 + stop_signal;
     return status;
+}
+
+}  // namespace
+
+Runner setup_edit(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    auto force = std::make_shared<bool>(false);
+    cmd.add_option("PATH", *path, "the table, loaded into memory until save")->required();
+    cmd.add_flag("--force", *force, "open a file that fails the check anyway");
+    cmd.footer(
+        "Commands read from standard input: set FIELD RECORD VALUE, add, ins RECORD,\n"
+        "del RECORD, delmask RECORD..., undo, redo, save, show [FROM [COUNT]],\n"
+        "alter OPTIONS (as for alter), help, quit.\n\n" +
+        cmd.get_footer());
+    return [path, force] { return run_edit(*path, *force); };
 }
 
 }  // namespace qzdbf
