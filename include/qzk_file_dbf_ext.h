@@ -249,6 +249,17 @@ QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
 QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                      char* buffer, size_t size);
 
+/* Writes UTF-8 text (`length` bytes) into a cell. A C field of a table file
+ * gets the text in the table's encoding (as qz_dbf_get_cell_utf8 reads it:
+ * the caller's choice of qz_dbf_set_encoding, the .cpg file, the language
+ * driver, the flags), left-aligned and padded with blanks; other fields and
+ * other storages take it as qz_dbf_set_str takes system text. False, with
+ * the last error and the cell unchanged, when there is no such cell, the
+ * text is not UTF-8, holds a NUL or a character the encoding lacks, or is
+ * longer than the field in that encoding (it is never cut). */
+QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                     const char* text, size_t length);
+
 /* A cell as a typed value, by field type: C text; N and F an integer (no
  * decimals) or a double, with the digits as `text` too (a decimal comma
  * read as a point; text that is no number stays text); L a bool; D a date
@@ -280,6 +291,64 @@ typedef struct Tqz_dbf_value {
  * with the last error and `value` null, when there is no such cell. */
 QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                  Tqz_dbf_value* value);
+
+/* Visual FoxPro tables with a _NullFlags field: a cell whose null bit is
+ * set reads as null, whatever its bytes; a varchar (V) whose length bit is
+ * set reads as the text of the length in its last byte. Memo fields read
+ * dBASE III and dBASE IV/V/7 .dbt memos alike, and FoxPro picture and
+ * object blocks (and memos of fields flagged binary) as bytes. */
+
+/* The first `count` cells of `record` (at most the field count) into
+ * `values[0..]`, as qz_dbf_get_value reads them; their texts stay valid
+ * until the next record or column read on the handle. The number of
+ * values read, or -1 with the last error (and the values null). */
+QZ_DBF_API long qz_dbf_get_record_values(Tqz_dbf_rw* handle, unsigned int record,
+                                         Tqz_dbf_value* values, unsigned int count);
+/* `count` cells of `field` from `first_record` on (cut at the last record)
+ * into `values`, as qz_dbf_get_record_values. */
+QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
+                                         unsigned int first_record, unsigned int count,
+                                         Tqz_dbf_value* values);
+
+/* Writes a typed value into cell (`field`, `record`): C and V take text
+ * (UTF-8, stored in the table's encoding) or bytes, at most the field's
+ * length, padded with blanks; N and F an integer, double or decimal (or
+ * number text), rounded half away from zero to the field's decimals,
+ * right-aligned, refused when wider than the field; L a bool; D a date;
+ * I an integer of 32 bits; B (Visual FoxPro) and O a number, stored as a
+ * double; Y a number or decimal, stored in units of 1/10000; T a date or
+ * datetime; M text (or bytes, kept as a picture block of an .fpt), G, P,
+ * W and B (dBASE) bytes, appended to the memo file (the old memo's blocks
+ * are not reused); other types bytes of at most the field's length.
+ * Null: the field's null flag when the table has one for it, else a blank
+ * cell for C, V, N, F, D, L, T and memo fields; other fields refuse it.
+ * Autoincrement (+), timestamp (@) and _NullFlags fields are not written.
+ * False, with the cell unchanged and the last error saying why
+ * (QZ_DBF_ERR_VALUE for a value the field cannot hold, QZ_DBF_ERR_MEMO
+ * when there is no memo file to take a memo, QZ_DBF_ERR_PERMISSION on a
+ * read-only handle). Memo values are written to table files only. */
+QZ_DBF_API bool qz_dbf_set_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
+                                 const Tqz_dbf_value* value);
+/* ---- Record images ----------------------------------------------------------
+ *
+ * For readers that parse whole columns themselves: a record image is a
+ * record's bytes as the table file holds them, the deletion flag first
+ * ('*' deleted, ' ' live), then each field's bytes at its offset. Only a
+ * table read from its file has images; for a memory or OGR table (or a
+ * null handle) the calls answer 0 and the cell getters remain. */
+
+/* Bytes of one record image (the header's record length); 0 without images. */
+QZ_DBF_API unsigned int qz_dbf_get_record_size(Tqz_dbf_rw* handle);
+/* Where the bytes of `field` start in a record image; 0 without images or
+ * without such a field. A damaged header may place a field's bytes past
+ * the image's end: check the offset and length against the record size. */
+QZ_DBF_API unsigned int qz_dbf_get_field_offset(Tqz_dbf_rw* handle, unsigned int field);
+/* Copies the images of the records `first`, `first` + 1, ... one after
+ * another into `buffer` of `size` bytes: at most `count` records, as many
+ * whole images as `size` holds, none past the last record the file holds
+ * whole. Returns how many were copied (0 at the end, or without images). */
+QZ_DBF_API unsigned int qz_dbf_get_record_images(Tqz_dbf_rw* handle, unsigned int first,
+                                                 unsigned int count, void* buffer, size_t size);
 
 #ifdef __cplusplus
 }

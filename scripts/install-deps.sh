@@ -5,6 +5,7 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config git
+  libedit-dev tmux
   libicu-dev libgdal-dev gdal-bin
   libgtest-dev libbenchmark-dev
   libcli11-dev help2man

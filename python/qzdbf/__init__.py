@@ -31,10 +31,6 @@ __all__ = [
     "InternalError",
 ]
 
-# The days (since 1970-01-01) a datetime64[ns] column can hold.
-_NS_MIN_DAY = -106751
-_NS_MAX_DAY = 106750
-
 Field = _collections.namedtuple("Field", "name type length decimals")
 Field.__doc__ = "A field of a table: name, type letter (C N F L D M I B), length, decimals."
 
@@ -144,27 +140,30 @@ def read_dataframe(path, columns=None, encoding=None, skip_deleted=True):
 
     with open(path, "r", encoding) as t:
         parts = t.read_columns(None if columns is None else list(columns), bool(skip_deleted))
-    data = {}
+    arrays = []
     for name, kind, values, mask in parts:
         if kind == "int":
-            data[name] = pd.arrays.IntegerArray(values, mask)
+            arrays.append(pd.arrays.IntegerArray(values, mask))
         elif kind == "bool":
-            data[name] = pd.arrays.BooleanArray(values, mask)
+            arrays.append(pd.arrays.BooleanArray(values, mask))
+        elif kind == "datetime64[ns]":
+            arrays.append(values.view("datetime64[ns]"))
         elif kind == "date":
-            days = values.copy()
-            live = days[~mask]
-            # datetime64[ns] holds 1677-09-22 .. 2262-04-11; a column with a
-            # date outside stays datetime.date objects rather than wrap.
-            if live.size and (live.min() < _NS_MIN_DAY or live.max() > _NS_MAX_DAY):
-                dates = days.view("datetime64[D]").astype(object)
-                dates[mask] = None
-                data[name] = dates
-            else:
-                days[mask] = _np.iinfo(_np.int64).min
-                data[name] = days.view("datetime64[D]").astype("datetime64[ns]")
+            # A column with a date outside the years datetime64[ns] holds
+            # stays datetime.date objects rather than wrap.
+            dates = values.view("datetime64[D]").astype(object)
+            dates[mask] = None
+            arrays.append(dates)
         else:
-            data[name] = values
-    return pd.DataFrame(data, columns=[p[0] for p in parts])
+            arrays.append(values)
+    names = [p[0] for p in parts]
+    # The arrays become the frame's columns as they are, without copies.
+    if len(set(names)) == len(names):
+        return pd.DataFrame(dict(zip(names, arrays)), copy=False)
+    # A damaged header may name two fields alike: the frame keeps both.
+    df = pd.DataFrame(dict(enumerate(arrays)), copy=False)
+    df.columns = names
+    return df
 
 
 def _column_for(name, series, encoding, float_decimals):

@@ -1,6 +1,8 @@
 #include "frame.h"
 
 #include "errors.h"
+#include "field_bytes.h"
+#include "text_cells.h"
 
 #include <pybind11/numpy.h>
 
@@ -9,9 +11,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <algorithm>
 #include <limits>
+#include <memory>
 #include <string_view>
-#include <unordered_map>
 
 namespace py = pybind11;
 using namespace pybind11::literals;
@@ -27,6 +30,10 @@ enum class column_kind { real, integer, date, boolean, text, memo };
 struct column {
     unsigned field = 0;
     column_kind kind = column_kind::text;
+    // Where the field's bytes lie in a record image, when its cells are read
+    // from images (types C, N, F, D, L, I); otherwise the cell getters read it.
+    bool from_image = false;
+    unsigned offset = 0;
     bool any_real = false;  // an N field without decimals holding a fraction
     py::array_t<double> reals;
     py::array_t<int64_t> ints;
@@ -39,28 +46,8 @@ struct column {
     bool* mask_data = nullptr;
     bool* bool_data = nullptr;
     PyObject** object_data = nullptr;
-    // Texts already made into str objects: a column of few distinct values
-    // shares one object per value instead of decoding each cell again.
-    std::unordered_map<std::string, py::object> seen;
-    std::string key;
+    std::unique_ptr<text_maker> texts;
 };
-
-// At most this many distinct texts are kept per column.
-constexpr size_t kSeenLimit = 4096;
-
-py::object shared_text(column& col, const char* text) {
-    if (text == nullptr) text = "";
-    size_t len = std::strlen(text);
-    while (len > 0 && text[len - 1] == ' ') --len;
-    // The key is built in a buffer kept per column, so a lookup allocates
-    // nothing once the buffer has grown.
-    col.key.assign(text, len);
-    auto it = col.seen.find(col.key);
-    if (it != col.seen.end()) return it->second;
-    py::object v = text_value(text);
-    if (col.seen.size() < kSeenLimit) col.seen.emplace(col.key, v);
-    return v;
-}
 
 column_kind kind_of(const field_info& f) {
     switch (f.type) {
@@ -79,6 +66,21 @@ column_kind kind_of(const field_info& f) {
             return column_kind::memo;
         default:
             return column_kind::text;
+    }
+}
+
+bool readable_from_image(const field_info& f) {
+    switch (f.type) {
+        case 'C':
+        case 'N':
+        case 'F':
+        case 'D':
+        case 'L':
+            return true;
+        case 'I':
+            return f.length == 4;
+        default:
+            return false;
     }
 }
 
@@ -104,147 +106,298 @@ std::vector<unsigned> chosen_fields(table& t, const py::object& columns) {
     return out;
 }
 
+// A cell of a typed column through the library's cell getters (no Python
+// object, so no GIL needed).
+void cell_by_getter(Tqz_dbf_rw* h, const field_info& f, column& col, py::ssize_t i, unsigned r) {
+    const unsigned fi = col.field;
+    bool ok = false;
+    switch (col.kind) {
+        case column_kind::real: {
+            if (f.type == 'N') {
+                const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
+                col.real_data[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
+                break;
+            }
+            const double d = qz_dbf_get_dbl(h, fi, r, ok);
+            col.real_data[i] = ok ? d : std::nan("");
+            break;
+        }
+        case column_kind::integer: {
+            if (f.type == 'I') {
+                const int v = qz_dbf_get_int(h, fi, r, ok);
+                col.int_data[i] = v;
+                col.real_data[i] = v;
+                col.mask_data[i] = !ok;
+                break;
+            }
+            const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
+            col.int_data[i] = num.integer;
+            col.real_data[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
+            col.mask_data[i] = num.kind == number_kind::blank;
+            if (num.kind == number_kind::real) col.any_real = true;
+            break;
+        }
+        case column_kind::date: {
+            int64_t days = 0;
+            const bool good = parse_date(qz_dbf_get_str(h, fi, r, ok), days);
+            col.int_data[i] = good ? days : 0;
+            col.mask_data[i] = !good;
+            break;
+        }
+        case column_kind::boolean: {
+            const bool b = qz_dbf_get_bool(h, fi, r, ok);
+            col.bool_data[i] = ok && b;
+            col.mask_data[i] = !ok;
+            break;
+        }
+        case column_kind::text:
+        case column_kind::memo:
+            break;
+    }
+}
+
+// A cell of a typed column from the field's bytes in a record image; false
+// when the bytes have a shape the getters must read.
+bool cell_from_image(const field_info& f, column& col, const unsigned char* image, py::ssize_t i) {
+    const unsigned char* p = image + col.offset;
+    switch (col.kind) {
+        case column_kind::real: {
+            number_bytes num;
+            const parsed how = parse_number_bytes(p, f.length, f.type == 'N', num);
+            // F cells that are blank or a signed zero go to the getter, whose
+            // double keeps the zero's sign.
+            if (how == parsed::other ||
+                (f.type != 'N' && (how == parsed::blank || num.real == 0.0))) {
+                return false;
+            }
+            col.real_data[i] = how == parsed::blank ? std::nan("") : num.real;
+            return true;
+        }
+        case column_kind::integer: {
+            if (f.type == 'I') {
+                int32_t v;
+                std::memcpy(&v, p, 4);
+                col.int_data[i] = v;
+                col.real_data[i] = v;
+                col.mask_data[i] = false;
+                return true;
+            }
+            number_bytes num;
+            const parsed how = parse_number_bytes(p, f.length, true, num);
+            if (how == parsed::other) return false;
+            col.int_data[i] = num.integer;
+            col.real_data[i] = how == parsed::blank ? std::nan("") : num.real;
+            col.mask_data[i] = how == parsed::blank;
+            if (how == parsed::real) col.any_real = true;
+            return true;
+        }
+        case column_kind::date: {
+            int64_t days = 0;
+            const parsed how = parse_date_bytes(p, f.length, days);
+            if (how == parsed::other) return false;
+            col.int_data[i] = how == parsed::blank ? 0 : days;
+            col.mask_data[i] = how == parsed::blank;
+            return true;
+        }
+        case column_kind::boolean: {
+            bool b = false;
+            if (parse_logical_byte(p, f.length, b) == parsed::other) return false;
+            col.bool_data[i] = b;
+            col.mask_data[i] = false;
+            return true;
+        }
+        case column_kind::text:
+        case column_kind::memo:
+            return false;
+    }
+    return false;
+}
+
+// Marks a table in use while its handle is worked on without the GIL, so a
+// close from another thread is refused rather than pulling the handle away.
+struct use_scope {
+    explicit use_scope(table& t) : t_(t) { t_.enter_use(); }
+    ~use_scope() { t_.leave_use(); }
+    table& t_;
+};
+
+// A date column for pandas: nanoseconds since 1970 with NaT for blanks
+// ("datetime64[ns]", converted in place) when every date lies within the
+// years that type holds (1677-09-22 to 2262-04-11); otherwise days with
+// their mask ("date"), which become datetime.date objects.
+py::tuple date_column(const py::str& name, py::array days_array, py::array mask_array) {
+    constexpr int64_t first_day = -106751, last_day = 106750;
+    constexpr int64_t ns_per_day = 86400LL * 1000000000LL;
+    auto days = days_array.cast<py::array_t<int64_t>>();
+    auto mask = mask_array.cast<py::array_t<bool>>();
+    int64_t* d = days.mutable_data();
+    const bool* m = mask.data();
+    const py::ssize_t n = days.size();
+    for (py::ssize_t i = 0; i < n; ++i) {
+        if (!m[i] && (d[i] < first_day || d[i] > last_day)) {
+            return py::make_tuple(name, "date", days, mask);
+        }
+    }
+    for (py::ssize_t i = 0; i < n; ++i) {
+        d[i] = m[i] ? std::numeric_limits<int64_t>::min() : d[i] * ns_per_day;
+    }
+    return py::make_tuple(name, "datetime64[ns]", days, py::none());
+}
+
 }  // namespace
 
-py::list read_columns(table& t, const py::object& columns, bool skip_deleted) {
+py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bool by_cells) {
     Tqz_dbf_rw* h = t.handle();
     const auto& fields = t.field_list();
     const std::vector<unsigned> chosen = chosen_fields(t, columns);
     const unsigned total = qz_dbf_get_nr(h);
-    std::vector<unsigned> records;
-    records.reserve(total);
-    for (unsigned r = 0; r < total; ++r) {
-        if (skip_deleted && qz_dbf_get_deleted(h, r) == 1) continue;
-        records.push_back(r);
-    }
-    const py::ssize_t n = static_cast<py::ssize_t>(records.size());
+    const py::ssize_t capacity = static_cast<py::ssize_t>(total);
+    // Record images when the table file gives them (not for memory or OGR
+    // tables, nor when the caller asks for the getters).
+    const unsigned record_size = by_cells ? 0 : qz_dbf_get_record_size(h);
     py::object empty_objects = py::module_::import("numpy").attr("empty");
+    const std::string& enc = t.encoding();
 
     std::vector<column> cols(chosen.size());
+    std::vector<column*> typed, texts;
     for (size_t c = 0; c < chosen.size(); ++c) {
         column& col = cols[c];
         col.field = chosen[c];
-        col.kind = kind_of(fields[col.field]);
+        const field_info& f = fields[col.field];
+        col.kind = kind_of(f);
+        if (record_size > 0 && readable_from_image(f)) {
+            col.offset = qz_dbf_get_field_offset(h, col.field);
+            // A damaged header may place a field past the record's end.
+            col.from_image = col.offset >= 1 && col.offset + f.length <= record_size;
+        }
         switch (col.kind) {
             case column_kind::real:
-                col.reals = py::array_t<double>(n);
+                col.reals = py::array_t<double>(capacity);
                 break;
             case column_kind::integer:
-                col.ints = py::array_t<int64_t>(n);
-                col.reals = py::array_t<double>(n);
-                col.mask = py::array_t<bool>(n);
+                col.ints = py::array_t<int64_t>(capacity);
+                col.reals = py::array_t<double>(capacity);
+                col.mask = py::array_t<bool>(capacity);
                 break;
             case column_kind::date:
-                col.ints = py::array_t<int64_t>(n);
-                col.mask = py::array_t<bool>(n);
+                col.ints = py::array_t<int64_t>(capacity);
+                col.mask = py::array_t<bool>(capacity);
                 break;
             case column_kind::boolean:
-                col.bools = py::array_t<bool>(n);
-                col.mask = py::array_t<bool>(n);
+                col.bools = py::array_t<bool>(capacity);
+                col.mask = py::array_t<bool>(capacity);
                 break;
             case column_kind::text:
             case column_kind::memo:
                 // numpy.empty fills an object array with None.
-                col.objects = empty_objects(n, "dtype"_a = "object");
+                col.objects = empty_objects(capacity, "dtype"_a = "object");
+                if (col.from_image) col.texts = std::make_unique<text_maker>(enc);
                 break;
         }
-    }
-
-    for (auto& col : cols) {
         if (col.reals) col.real_data = col.reals.mutable_data();
         if (col.ints) col.int_data = col.ints.mutable_data();
         if (col.mask) col.mask_data = col.mask.mutable_data();
         if (col.bools) col.bool_data = col.bools.mutable_data();
         if (col.objects) col.object_data = static_cast<PyObject**>(col.objects.mutable_data());
+        const bool text = col.kind == column_kind::text || col.kind == column_kind::memo;
+        (text ? texts : typed).push_back(&col);
     }
 
-    const std::string& enc = t.encoding();
-    // Record by record, so each record is fetched once; each cell goes into
-    // its column's array.
-    for (py::ssize_t i = 0; i < n; ++i) {
-        const unsigned r = records[static_cast<size_t>(i)];
-        for (auto& col : cols) {
-            const field_info& f = fields[col.field];
-            const unsigned fi = col.field;
-            bool ok = false;
-            switch (col.kind) {
-                case column_kind::real: {
-                    if (f.type == 'N') {
-                        const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
-                        col.real_data[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
-                        break;
+    use_scope in_use(t);
+    // The records go in chunks of about a megabyte of images: the typed
+    // columns of a chunk are parsed without the GIL, then its text cells
+    // become str objects.
+    const unsigned chunk = record_size > 0 ? std::max(1u, (1u << 20) / record_size) : 4096u;
+    std::vector<unsigned char> buffer(static_cast<size_t>(chunk) * record_size);
+    std::vector<unsigned> records;
+    std::vector<const unsigned char*> images;
+    py::ssize_t row = 0;
+    for (unsigned first = 0; first < total;) {
+        const unsigned want = std::min(chunk, total - first);
+        records.clear();
+        images.clear();
+        {
+            py::gil_scoped_release no_gil;
+            const unsigned got = record_size > 0 ? qz_dbf_get_record_images(
+                                                       h, first, want, buffer.data(), buffer.size())
+                                                 : 0;
+            for (unsigned k = 0; k < want; ++k) {
+                // Records the file does not hold whole go to the getters.
+                const unsigned char* image =
+                    k < got ? buffer.data() + static_cast<size_t>(k) * record_size : nullptr;
+                const bool deleted =
+                    image ? image[0] == '*' : qz_dbf_get_deleted(h, first + k) == 1;
+                if (skip_deleted && deleted) continue;
+                records.push_back(first + k);
+                images.push_back(image);
+            }
+            for (column* col : typed) {
+                const field_info& f = fields[col->field];
+                for (size_t j = 0; j < records.size(); ++j) {
+                    const py::ssize_t i = row + static_cast<py::ssize_t>(j);
+                    if (col->from_image && images[j] != nullptr &&
+                        cell_from_image(f, *col, images[j], i)) {
+                        continue;
                     }
-                    const double d = qz_dbf_get_dbl(h, fi, r, ok);
-                    col.real_data[i] = ok ? d : std::nan("");
-                    break;
-                }
-                case column_kind::integer: {
-                    if (f.type == 'I') {
-                        const int v = qz_dbf_get_int(h, fi, r, ok);
-                        col.int_data[i] = v;
-                        col.real_data[i] = v;
-                        col.mask_data[i] = !ok;
-                        break;
-                    }
-                    const number num = parse_number(qz_dbf_get_str(h, fi, r, ok));
-                    col.int_data[i] = num.integer;
-                    col.real_data[i] = num.kind == number_kind::blank ? std::nan("") : num.real;
-                    col.mask_data[i] = num.kind == number_kind::blank;
-                    if (num.kind == number_kind::real) col.any_real = true;
-                    break;
-                }
-                case column_kind::date: {
-                    int64_t days = 0;
-                    const bool good = parse_date(qz_dbf_get_str(h, fi, r, ok), days);
-                    col.int_data[i] = good ? days : 0;
-                    col.mask_data[i] = !good;
-                    break;
-                }
-                case column_kind::boolean: {
-                    const bool b = qz_dbf_get_bool(h, fi, r, ok);
-                    col.bool_data[i] = ok && b;
-                    col.mask_data[i] = !ok;
-                    break;
-                }
-                case column_kind::text:
-                case column_kind::memo: {
-                    py::object v = col.kind == column_kind::memo
-                                       ? memo_value(h, fi, r, enc)
-                                       : shared_text(col, qz_dbf_get_str(h, fi, r, ok));
-                    PyObject* old = col.object_data[i];
-                    col.object_data[i] = v.release().ptr();
-                    Py_XDECREF(old);
-                    break;
+                    cell_by_getter(h, f, *col, i, records[j]);
                 }
             }
         }
+        for (column* col : texts) {
+            const field_info& f = fields[col->field];
+            for (size_t j = 0; j < records.size(); ++j) {
+                PyObject* v;
+                if (col->from_image && images[j] != nullptr) {
+                    const unsigned char* p = images[j] + col->offset;
+                    v = col->texts->make(p, text_length(p, f.length));
+                    if (v == nullptr) throw py::error_already_set();
+                } else {
+                    bool ok = false;
+                    py::object o = col->kind == column_kind::memo
+                                       ? memo_value(h, col->field, records[j], enc)
+                                       : text_value(qz_dbf_get_str(h, col->field, records[j], ok));
+                    v = o.release().ptr();
+                }
+                PyObject*& slot = col->object_data[row + static_cast<py::ssize_t>(j)];
+                PyObject* old = slot;
+                slot = v;
+                Py_XDECREF(old);
+            }
+        }
+        row += static_cast<py::ssize_t>(records.size());
+        first += want;
     }
 
+    // Deleted records left out: the arrays keep only the rows read.
+    auto cut = [&](py::array a) -> py::array {
+        if (row == capacity) return a;
+        return a[py::slice(0, row, 1)].attr("copy")();
+    };
     py::list out;
     for (auto& col : cols) {
         const py::str name(fields[col.field].name);
         switch (col.kind) {
             case column_kind::real:
-                out.append(py::make_tuple(name, "float", col.reals, py::none()));
+                out.append(py::make_tuple(name, "float", cut(col.reals), py::none()));
                 break;
             case column_kind::integer:
                 // An N field without decimals that holds a fraction is read
                 // as floats, blanks as NaN.
                 if (col.any_real) {
-                    out.append(py::make_tuple(name, "float", col.reals, py::none()));
+                    out.append(py::make_tuple(name, "float", cut(col.reals), py::none()));
                 } else {
-                    out.append(py::make_tuple(name, "int", col.ints, col.mask));
+                    out.append(py::make_tuple(name, "int", cut(col.ints), cut(col.mask)));
                 }
                 break;
             case column_kind::date:
-                out.append(py::make_tuple(name, "date", col.ints, col.mask));
+                out.append(date_column(name, cut(col.ints), cut(col.mask)));
                 break;
             case column_kind::boolean:
-                out.append(py::make_tuple(name, "bool", col.bools, col.mask));
+                out.append(py::make_tuple(name, "bool", cut(col.bools), cut(col.mask)));
                 break;
             case column_kind::text:
             case column_kind::memo:
-                out.append(py::make_tuple(name, "str", col.objects, py::none()));
+                out.append(py::make_tuple(name, "str", cut(col.objects), py::none()));
                 break;
         }
     }

@@ -12,8 +12,12 @@ namespace qzpy {
 // into a list of (name, kind, values, mask) tuples: kind "float" (float64,
 // NaN for blank), "int" (int64 with a bool mask of blanks), "date" (int64
 // days since 1970, mask), "bool" (bool, mask), "str" (object array, mask
-// None). The pandas frame is assembled from them in Python.
-pybind11::list read_columns(table& t, const pybind11::object& columns, bool skip_deleted);
+// None). The pandas frame is assembled from them in Python. A table read
+// from its file is parsed from record images, whole chunks of records at a
+// time without the GIL; `by_cells` reads every cell through the cell
+// getters instead (memory and OGR tables always are).
+pybind11::list read_columns(table& t, const pybind11::object& columns, bool skip_deleted,
+                            bool by_cells);
 
 // Fills a table created with the right fields from one array per field (in
 // field order, as prepared by write_dataframe): "int" int64 + mask, "float"

@@ -113,7 +113,7 @@ PYBIND11_MODULE(_qzdbf, m) {
         .def("pack", &table::pack)
         .def("flush", &table::flush)
         .def("read_columns", &qzpy::read_columns, py::arg("columns") = py::none(),
-             py::arg("skip_deleted") = true)
+             py::arg("skip_deleted") = true, py::arg("by_cells") = false)
         .def("write_columns", &qzpy::write_columns)
         .def("_read_cells_c", &qzpy::read_cells_c);
     m.def("create", &create_table, py::arg("path"), py::arg("fields"),

@@ -76,6 +76,9 @@ void table::open_handle(unsigned options) {
 }
 
 void table::close() {
+    if (in_use_ > 0) {
+        throw_error(QZ_DBF_ERR_ARGUMENT, path_ + ": the table is being read by another thread");
+    }
     if (handle_ != nullptr) {
         qz_dbf_close(handle_);
         handle_ = nullptr;

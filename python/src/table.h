@@ -39,6 +39,10 @@ class table {
     void flush();
 
     Tqz_dbf_rw* handle();
+    // Work on the handle without the GIL is bracketed by these: close (and
+    // pack, which reopens) is refused meanwhile.
+    void enter_use() { ++in_use_; }
+    void leave_use() { --in_use_; }
     const std::vector<field_info>& field_list() const { return fields_; }
 
   private:
@@ -50,6 +54,7 @@ class table {
     Tqz_dbf_rw* handle_ = nullptr;
     std::string path_;
     bool writable_ = false;
+    int in_use_ = 0;
     unsigned options_ = 0;
     std::string forced_encoding_;
     std::string encoding_;

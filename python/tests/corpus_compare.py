@@ -70,9 +70,15 @@ def compare(path):
     if len(ours) != len(reference):
         diffs.append(("*", "", -1, len(reference), len(ours)))
         return "compared", diffs
+    names = [n for n, _ in ref_fields]
     for col, (name, ftype) in enumerate(ref_fields):
         if col >= ours.shape[1]:
             diffs.append((name, ftype, -1, "field", "missing"))
+            continue
+        # Two fields of one name: dbfread's record (a dict) keeps the last
+        # one's value, while the frame has both columns; each is compared
+        # with the value dbfread kept only when it is that last field.
+        if names.count(name) > 1 and col != len(names) - 1 - names[::-1].index(name):
             continue
         values = ours.iloc[:, col]
         for r, rec in enumerate(reference):

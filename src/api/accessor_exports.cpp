@@ -12,6 +12,7 @@
 #include "qzk_file_dbf.h"
 
 using qz::api::cell_failed;
+using qz::api::cell_missing;
 using qz::api::guarded;
 using qz::api::no_table;
 
@@ -164,7 +165,10 @@ QZ_DBF_API const char* qz_dbf_get_str(Tqz_dbf_rw* h, unsigned int field, unsigne
     return on_cell(
         h, field, record, static_cast<const char*>(nullptr), nullptr,
         [&](Tqz_dbf_ibasic* t) { return t->get_as_string(field, record, ok); },
-        [](const char*) { return true; });
+        // Text that is not empty comes from a cell that is there.
+        [&](const char* text) {
+            return (!text || !*text) && cell_missing(h->current(), field, record);
+        });
 }
 
 QZ_DBF_API bool qz_dbf_get_str_w(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
@@ -317,7 +321,7 @@ QZ_DBF_API void qz_dbf_add_records(Tqz_dbf_rw* h, unsigned int count) {
 
 QZ_DBF_API bool qz_dbf_get_header(Tqz_dbf_rw* h, unsigned char header[32]) {
     return on_table(h, false, [&](Tqz_dbf_ibasic* t) {
-        auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
+        Tqz_dbf_basic* basic = t->as_basic();
         if (!basic || !header) return false;
         std::memcpy(header, basic->get_header(), 32);
         return true;

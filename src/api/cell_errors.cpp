@@ -11,6 +11,12 @@ void no_table(Tqz_dbf_rw* h) {
     qz::errors::set(qz::errors::argument, h ? "no table is open on this handle" : "null handle");
 }
 
+bool cell_missing(Tqz_dbf_ibasic* t, unsigned int field, unsigned int record) {
+    if (field >= t->get_nf()) return true;
+    Tqz_dbf_basic* basic = t->as_basic();
+    return basic && !basic->has_record(record);
+}
+
 void cell_failed(Tqz_dbf_rw* h, Tqz_dbf_ibasic* t, unsigned int field, unsigned int record,
                  const char* what) {
     const std::wstring& path = h->get_path();
@@ -20,7 +26,7 @@ void cell_failed(Tqz_dbf_rw* h, Tqz_dbf_ibasic* t, unsigned int field, unsigned 
                             std::to_string(t->get_nf()) + " fields)");
         return;
     }
-    auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
+    Tqz_dbf_basic* basic = t->as_basic();
     if (basic && !basic->has_record(record)) {
         std::string reason = "record " + std::to_string(record) + " does not exist";
         if (record < t->get_nr()) reason += " in the file (the table is cut short)";

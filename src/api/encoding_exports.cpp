@@ -179,4 +179,60 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
     });
 }
 
+QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
+                                     const char* text, size_t length) {
+    return guarded(false, [&] {
+        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
+        if (!t) {
+            qz::api::no_table(h);
+            return false;
+        }
+        if (!text && length > 0) {
+            qz::errors::set(qz::errors::argument, "no text");
+            return false;
+        }
+        const std::string utf8(text ? text : "", text ? length : 0);
+        auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
+        const bool file = basic && h->current_storage() == Tqz_dbf_rw::storage::disk;
+        if (file && (field >= basic->get_nf() || !basic->has_record(record))) {
+            qz::api::cell_failed(h, t, field, record, nullptr);
+            return false;
+        }
+        // The text must come back from its conversion as it went in: not
+        // UTF-8, a NUL or a character the encoding lacks is refused.
+        auto encode = [&](const std::string& to, std::string& out) {
+            out = to == "UTF-8" ? utf8
+                                : qz::strconv::convert<std::string>(utf8.data(), utf8.size(),
+                                                                    "UTF-8", to.c_str(), nullptr);
+            const std::string back = qz::strconv::convert<std::string>(
+                out.data(), out.size(), to.c_str(), "UTF-8", nullptr);
+            if (back == utf8 && utf8.find('\0') == std::string::npos) return true;
+            qz::api::cell_failed(h, t, field, record,
+                                 "the text is not UTF-8 or holds a character the table's "
+                                 "encoding cannot");
+            return false;
+        };
+        std::string raw;
+        if (file && basic->get_field_letter(field) == 'C') {
+            if (!encode(handle_encoding(h).name, raw)) return false;
+            if (raw.size() > basic->get_field_flen(field)) {
+                qz::errors::set(qz::errors::value,
+                                "the text takes " + std::to_string(raw.size()) +
+                                    " bytes, the field holds " +
+                                    std::to_string(basic->get_field_flen(field)));
+                return false;
+            }
+            basic->set_string(static_cast<int>(field), static_cast<int>(record), raw.c_str());
+            return true;
+        }
+        // Other fields (numbers, dates, logicals) and other storages take the
+        // classic text.
+        if (!encode(qz::strconv::encoding_to_iconv(qz::strconv::encodings::system), raw))
+            return false;
+        if (t->set_as_string(field, record, raw.c_str())) return true;
+        qz::api::cell_failed(h, t, field, record, "the value was refused");
+        return false;
+    });
+}
+
 }  // extern "C"

@@ -80,6 +80,9 @@ class Tqz_dbf_rw {
     // Which storage serves the handle.
     enum class storage { none, disk, memory, ogr };
     storage current_storage() const;
+    // The table file the handle reads directly, or null (memory and OGR
+    // tables, nothing open).
+    Tqz_dbf_disk* file_table() const { return current_storage() == storage::disk ? disk : nullptr; }
     // OGR's driver name when OGR serves the handle, otherwise "".
     const char* ogr_driver_name() const;
 
@@ -204,6 +207,8 @@ class Tqz_dbf_rw {
     qz::strconv::table_encoding encoding_choice;
     // The text of the last typed value read through the handle.
     std::string value_text;
+    // The texts of the last record or column of typed values read.
+    std::string values_text;
 
   private:
     template <class C>

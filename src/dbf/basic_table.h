@@ -24,6 +24,7 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     ~Tqz_dbf_basic() override;
     Tqz_dbf_basic(const Tqz_dbf_basic&) = delete;
     Tqz_dbf_basic& operator=(const Tqz_dbf_basic&) = delete;
+    Tqz_dbf_basic* as_basic() override { return this; }
 
     // Encoding flags: at most one is set; the table's text is UTF-8, CP866
     // or (neither) CP1251.
@@ -57,6 +58,12 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     char get_field_letter(unsigned int field) {
         const qz::dbf::Tdbf_descriptor* d = descriptor(field);
         return d ? static_cast<char>(d->type()) : 0;
+    }
+    // The field flags byte of the descriptor (18: 0x02 nullable, 0x04
+    // binary in Visual FoxPro tables); 0 when there is no such field.
+    uint8_t get_field_flags(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? d->bytes[18] : 0;
     }
     unsigned char get_field_flen(unsigned int field) override;
     char get_field_dlen(unsigned int field) override;
@@ -134,6 +141,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // Marks a record deleted or live; false when the storage does not hold
     // it or cannot write.
     virtual bool set_deleted(unsigned int, bool) { return false; }
+    // Writes `n` bytes as they are at the start of a cell (at most the
+    // field's length of them); false when the storage does not hold the cell
+    // or cannot write.
+    virtual bool set_cell_bytes(unsigned int, unsigned int, const void*, size_t) { return false; }
 
     // Whether the storage holds `record`: below the record count, and for a
     // file, within the file.
@@ -206,6 +217,9 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // than the field; the result says which.
     bool set_fitting(unsigned int field, unsigned int record, const std::string& text);
 
+    // get_as_string_raw; `formatted` tells that the text is a number written
+    // out here (plain ASCII).
+    const char* value_text(unsigned int field, unsigned int record, bool& ok, bool& formatted);
     // Raw table text as system text; `raw` is readable up to a zero byte,
     // and in the table's own buffers up to their end.
     const char* raw_to_system(const char* raw);

@@ -99,6 +99,12 @@ bool Tqz_dbf_basic::try_bool(const char* text, bool& ok) {
 // ---- Reading -----------------------------------------------------------------
 
 const char* Tqz_dbf_basic::get_as_string_raw(unsigned int field, unsigned int record, bool& ok) {
+    bool formatted = false;
+    return value_text(field, record, ok, formatted);
+}
+
+const char* Tqz_dbf_basic::value_text(unsigned int field, unsigned int record, bool& ok,
+                                      bool& formatted) {
     if (!cell_ok(field, record)) {
         value_buffer[0] = 0;
         return value_buffer;
@@ -121,20 +127,23 @@ const char* Tqz_dbf_basic::get_as_string_raw(unsigned int field, unsigned int re
                     *comma = '.';
                 char shown[64];
                 double v;
-                if (size_t len = decimal_g19(value_buffer, shown))
+                if (size_t len = decimal_g19(value_buffer, shown)) {
                     std::memcpy(value_buffer, shown, len + 1);
-                else if (scan_double(value_buffer, v))
+                    formatted = true;
+                } else if (scan_double(value_buffer, v)) {
                     format_g19(value_buffer, v);
+                    formatted = true;
+                }
             }
             return value_buffer;
         }
         case dbf_ft_integer:
             format_int(value_buffer, get_integer(f, r));
-            ok = true;
+            ok = formatted = true;
             return value_buffer;
         case dbf_ft_double:
             format_g19(value_buffer, get_double(f, r));
-            ok = true;
+            ok = formatted = true;
             return value_buffer;
         default:
             ok = true;
@@ -143,7 +152,12 @@ const char* Tqz_dbf_basic::get_as_string_raw(unsigned int field, unsigned int re
 }
 
 const char* Tqz_dbf_basic::get_as_string(unsigned int field, unsigned int record, bool& ok) {
-    return raw_to_system(get_as_string_raw(field, record, ok));
+    // A number this layer wrote out itself is plain ASCII, which needs no
+    // conversion between pages that keep ASCII as it is.
+    bool formatted = false;
+    const char* text = value_text(field, record, ok, formatted);
+    if (formatted && converter.keeps_ascii(table_code_page(), 0)) return text;
+    return raw_to_system(text);
 }
 
 const wchar_t* Tqz_dbf_basic::get_as_wstring(unsigned int field, unsigned int record, unsigned int&,

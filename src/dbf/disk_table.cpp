@@ -331,6 +331,24 @@ void Tqz_dbf_disk::get_record(unsigned int record, unsigned char* buffer) {
     window.read(record_position(record) + first, buffer, get_record_length());
 }
 
+unsigned int Tqz_dbf_disk::get_record_images(unsigned int first, unsigned int count,
+                                             unsigned char* buffer) {
+    const size_t rl = get_record_length();
+    if (!buffer || !can_read || rl == 0 || first >= whole_records) return 0;
+    count = std::min(count, whole_records - first);
+    // In pieces the window reads at once, so that a long run does not grow
+    // the window's buffer past its usual size.
+    const unsigned int piece = static_cast<unsigned int>(std::max<size_t>(1, (256u << 10) / rl));
+    for (unsigned int done = 0; done < count;) {
+        const unsigned int n = std::min(piece, count - done);
+        const uint64_t at = record_position(first + done);
+        window.enter(at, at + rl * n);
+        window.read(at, buffer + rl * done, rl * n);
+        done += n;
+    }
+    return count;
+}
+
 bool Tqz_dbf_disk::set_record(unsigned int record, const unsigned char* buffer) {
     auto bracket = update_bracket();
     if (!buffer || !has_record(record)) return false;
@@ -393,4 +411,14 @@ bool Tqz_dbf_disk::set_deleted(unsigned int record, bool deleted) {
     auto bracket = update_bracket();
     const uint8_t flag = deleted ? deleted_mark : live_mark;
     return window.write(record_position(record), &flag, 1);
+}
+
+bool Tqz_dbf_disk::set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                                  size_t n) {
+    if (read_only || !bytes) return false;
+    auto bracket = update_bracket();
+    uint64_t pos;
+    unsigned flen;
+    if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen)) return false;
+    return window.write(pos, bytes, std::min<size_t>(n, flen));
 }

@@ -80,6 +80,16 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // after the record). `buffer` holds at least get_record_size() bytes.
     void get_record(unsigned int record, unsigned char* buffer);
     bool set_record(unsigned int record, const unsigned char* buffer);
+    // Whole records as the file holds them (the deletion flag byte first,
+    // get_record_size() bytes each): the records [first, first + count)
+    // that the file holds whole go one after another into `buffer`, which
+    // holds at least count x get_record_size() bytes. Returns how many.
+    unsigned int get_record_images(unsigned int first, unsigned int count, unsigned char* buffer);
+    // The offset of a field's bytes from the start of a record image.
+    unsigned int get_field_offset(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? d->offset() : 0;
+    }
 
     // Raw cell access: the field's bytes as they stand, or 4 or 8 bytes read
     // as a little-endian integer or IEEE float at the field's position.
@@ -95,6 +105,8 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
 
     int get_deleted(unsigned int record) override;
     bool set_deleted(unsigned int record, bool deleted) override;
+    bool set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                        size_t n) override;
 
     // Records below the header's count that the file holds completely.
     bool has_record(unsigned int record) override;

@@ -5,9 +5,14 @@
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
 
+class Tqz_dbf_basic;
+
 class Tqz_dbf_ibasic {
   public:
     virtual ~Tqz_dbf_ibasic() = default;
+    // The table's DBF layer (disk and memory tables), or null for a storage
+    // without one; a cheap answer for calls made on every cell.
+    virtual Tqz_dbf_basic* as_basic() { return nullptr; }
     virtual void close() = 0;
     virtual bool get_dos_flag() = 0;
     virtual void set_dos_flag(bool on) = 0;

@@ -96,6 +96,14 @@ class text_converter {
         return kept ? kept : out.c_str();
     }
 
+    // Whether plain ASCII text converts to itself between the two code pages
+    // (both are converted by table), so that text known to be ASCII needs no
+    // conversion at all.
+    bool keeps_ascii(unsigned from_cp, unsigned to_cp) {
+        resolve_pair(from_cp, to_cp);
+        return pair_tables_;
+    }
+
     // The result of qz::basic::cp_to_wide(cp, src, len).
     void to_wide(unsigned cp, const char* src, size_t len, std::wstring& out);
     // The result of qz::basic::wide_to_cp(cp, src, len).

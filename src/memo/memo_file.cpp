@@ -53,6 +53,13 @@ size_t Tqz_memo_file::read(void* dst, size_t n) {
     return got;
 }
 
+bool Tqz_memo_file::write_raw(int64_t offset, const void* src, size_t n) {
+    if (!seek(offset)) return false;
+    const bool ok = std::fwrite(src, 1, n, file) == n && std::fflush(file) == 0;
+    if (!ok) std::clearerr(file);
+    return ok;
+}
+
 int64_t Tqz_memo_file::file_size() {
     if (!file || std::fseek(file, 0, SEEK_END) != 0) return 0;
     long end = std::ftell(file);

@@ -19,6 +19,14 @@ class Tqz_memo_file {
     void close();
     bool is_open() const { return file != nullptr; }
 
+    // Raw access for the memo layouts built on the file: up to `n` bytes
+    // from `offset` (the count read), `n` bytes written at `offset` and
+    // flushed (false when the file is closed, read-only or the write
+    // fails), and the file's size in bytes.
+    size_t read_raw(int64_t offset, void* dst, size_t n) { return read_at(offset, dst, n); }
+    bool write_raw(int64_t offset, const void* src, size_t n);
+    int64_t raw_size() { return file_size(); }
+
   protected:
     Tqz_memo_file();
     ~Tqz_memo_file();

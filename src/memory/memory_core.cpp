@@ -440,3 +440,14 @@ bool Tqz_dbf_memory_core::set_deleted(unsigned int record, bool deleted) {
     bytes[0] = deleted ? '*' : ' ';
     return true;
 }
+
+bool Tqz_dbf_memory_core::set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                                         size_t n) {
+    if (!bytes || !has_record(record)) return false;
+    size_t avail = 0;
+    unsigned char* p = cell(static_cast<int>(field), static_cast<int>(record),
+                            std::min<size_t>(n, field_length(static_cast<int>(field))), avail);
+    if (!p) return false;
+    std::memcpy(p, bytes, avail);
+    return true;
+}

@@ -96,6 +96,8 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     // Writes the flag at once (the memory table makes it a step of its
     // history).
     bool set_deleted(unsigned int record, bool deleted) override;
+    bool set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                        size_t n) override;
 
     // Exchanges header, fields and records with `other`; names, locks,
     // notifiers, counts and memo files stay where they are.

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 
 #include "dbf/record.h"
 #include "memory/records.h"
@@ -414,5 +415,37 @@ bool Tqz_dbf_memory::set_deleted(unsigned int record, bool deleted) {
     const int before = get_deleted(record);
     if (before < 0) return false;
     submit(new op(this, record, deleted, before == 1));
+    return true;
+}
+
+bool Tqz_dbf_memory::set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                                    size_t n) {
+    class op : public op_base {
+      public:
+        op(Tqz_dbf_memory* t, unsigned int f, unsigned int r, std::string now, std::string before)
+            : op_base(t),
+              field(f),
+              record(r),
+              new_bytes(std::move(now)),
+              old_bytes(std::move(before)) {}
+        void redo() override {
+            in_update([this] { write(new_bytes); });
+        }
+        void undo() override {
+            in_update([this] { write(old_bytes); });
+        }
+        void write(const std::string& b) {
+            table->Tqz_dbf_memory_core::set_cell_bytes(field, record, b.data(), b.size());
+        }
+        uint32_t field, record;
+        std::string new_bytes, old_bytes;
+    };
+    if (!bytes || field >= get_nf() || !has_record(record)) return false;
+    const size_t len = std::min<size_t>(n, field_length(static_cast<int>(field)));
+    std::string before(get_string(static_cast<int>(field), static_cast<int>(record)),
+                       field_length(static_cast<int>(field)));
+    before.resize(len);
+    submit(new op(this, field, record, std::string(static_cast<const char*>(bytes), len),
+                  std::move(before)));
     return true;
 }

@@ -68,6 +68,9 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
 
     // Marks a record deleted or live as one operation of the history.
     bool set_deleted(unsigned int record, bool deleted) override;
+    // Writes a cell's bytes as one operation of the history.
+    bool set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
+                        size_t n) override;
     // Removes the records at `indexes` (in any order; repeats and indexes
     // past the last record are ignored) as one operation. Undo puts them
     // back at their old places; time grows with the table, not with the

@@ -148,13 +148,4 @@ TEST(Translit, CyrillicBecomesLatin) {
     qz_string_adp_destroy(adp);
 }
 
-TEST(Options, TempFolderAlwaysEndsWithSlash) {
-    qz_options_set_temp_wpath(L"/var/tmp");
-    EXPECT_EQ(std::wstring(qz_options_get_temp_wpath()), L"/var/tmp/");
-    qz_options_set_temp_wpath(nullptr);
-    std::wstring def = qz_options_get_temp_wpath();
-    ASSERT_FALSE(def.empty());
-    EXPECT_EQ(def.back(), L'/');
-}
-
 }  // namespace

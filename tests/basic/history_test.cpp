@@ -165,16 +165,6 @@ TEST_F(History, NestedBracketsMakeOneStepBracketedOncePerHistory) {
            {"( A5 B6 DA B7 ) # x", "+5 +6 +7 #2/2 x1,3,4,5"}});
 }
 
-// The limit drops the oldest steps with all their items, at once when
-// lowered, undone steps too; 0 keeps nothing but an open bracket's step.
-TEST_F(History, LimitDropsTheOldestStepsWithAllTheirItems) {
-    check({{"L3 ( A1 A2 ) A3 A4 A5 # x", "+1 +2 +3 +4 +5 #3/3 x1,2"},
-           {"u L1 x # ?", "[A -5 ]A x3,4 #1/0 ?01"},
-           {"r", "[A +5 ]A"},
-           {"L0 A6 x ?", "+6 x5,6 ?00"},
-           {"( A7 L0 A8 # ) # x", "+7 +8 #1/1 #0/0 x7,8"}});
-}
-
 // A history that goes takes its items along; steps left empty go too. A
 // clear erases everything, and the histories stay usable.
 TEST_F(History, DestroyingAHistoryErasesItsItemsAndEmptiesSteps) {

@@ -4,6 +4,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -70,6 +72,42 @@ int run(const std::string& command, std::string* out) {
     int status = ::pclose(p);
     if (out) *out = text;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string lower(std::string s) {
+    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+std::vector<std::string> corpus_tables() {
+    namespace fs = std::filesystem;
+    std::vector<std::string> out;
+    std::error_code ec;
+    for (auto it = fs::recursive_directory_iterator(QZ_CORPUS_DIR, ec);
+         !ec && it != fs::recursive_directory_iterator(); it.increment(ec))
+        if (it->is_regular_file() && lower(it->path().extension().string()) == ".dbf")
+            out.push_back(it->path().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::string copy_with_companions(const std::string& table, const std::string& to) {
+    namespace fs = std::filesystem;
+    const fs::path t(table);
+    fs::create_directories(to);
+    for (const auto& e : fs::directory_iterator(t.parent_path())) {
+        if (!e.is_regular_file() || lower(e.path().stem().string()) != lower(t.stem().string()))
+            continue;
+        const fs::path copy = fs::path(to) / e.path().filename();
+        fs::copy_file(e.path(), copy, fs::copy_options::overwrite_existing);
+        fs::permissions(copy, fs::perms::owner_write, fs::perm_options::add);
+    }
+    return (fs::path(to) / t.filename()).string();
+}
+
+bool have_dbfread() {
+    static const bool yes = run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") == 0;
+    return yes;
 }
 
 }  // namespace qz_test

@@ -31,4 +31,17 @@ std::wstring widen(const std::string& utf8);
 // Runs a shell command; its exit status (or -1), with standard output in `out`.
 int run(const std::string& command, std::string* out = nullptr);
 
+std::string lower(std::string s);
+
+// Every .dbf file of the sample corpus (any letter case), sorted; empty
+// when there is no corpus.
+std::vector<std::string> corpus_tables();
+
+// Copies `table` and every file of the same stem beside it (memo, code
+// page; any letter case) into the folder `to`, writable; the table's copy.
+std::string copy_with_companions(const std::string& table, const std::string& to);
+
+// True when /usr/bin/python3 imports dbfread.
+bool have_dbfread();
+
 }  // namespace qz_test

@@ -64,24 +64,6 @@ TEST(CodePageFile, MarksAreFoundAnywhereIgnoringCaseAndLaterOnesWin) {
     EXPECT_FALSE(open_flags(path, false).utf8);
 }
 
-TEST(CodePageFile, FoundAndRewrittenWithoutRegardToLetterCase) {
-    Temp_dir dir;
-    std::string path = dir.file("CARS.DBF");
-    create(path);
-    std::remove(dir.file("CARS.cpg").c_str());
-    std::ofstream(dir.file("cars.CpG")) << "CP866";
-    EXPECT_TRUE(open_flags(path, false).dos);
-
-    // A writable close rewrites that file instead of adding a second one.
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-    ASSERT_NE(t, nullptr);
-    qz_dbf_set_utf8_flag(t, true);
-    qz_dbf_close(t);
-    EXPECT_FALSE(exists(dir.file("CARS.cpg")));
-    auto bytes = qz_test::read_bytes(dir.file("cars.CpG"));
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()), "UTF-8\n");
-}
-
 TEST(DeleteTable, RemovesTableAndCodePageOnly) {
     Temp_dir dir;
     std::string path = dir.file("d.dbf");
@@ -101,35 +83,6 @@ TEST(DeleteTable, RemovesTableAndCodePageOnly) {
     EXPECT_FALSE(qz_dbf_delete(qz_test::widen(path).c_str())) << "nothing left to delete";
     EXPECT_FALSE(qz_dbf_delete(L""));
     EXPECT_FALSE(qz_dbf_delete(nullptr));
-}
-
-TEST(Paths, WideAndNarrowPathsNameTheSameFile) {
-    Temp_dir dir;
-    Tqz_dbf_field f;
-    qz_dbf_field_init(&f, "N", dbf_ft_numeric, 3, 0);
-    std::wstring wpath = dir.wfile("") + L"таблица.dbf";
-    Tqz_dbf_rw* t = qz_dbf_create_w(wpath.c_str(), 1, 4, &f, false);
-    ASSERT_NE(t, nullptr);
-    qz_dbf_close(t);
-    // On disk the name is UTF-8.
-    EXPECT_TRUE(exists(dir.file("таблица.dbf")));
-
-    // A narrow path is system text: in CP1251 the same name is other bytes.
-    qz_options_set_ansi_code_page(1251);
-    std::string cp1251 = dir.file("\xF2\xE0\xE1\xEB\xE8\xF6\xE0.dbf");
-    t = qz_dbf_open(cp1251.c_str(), true, false);
-    EXPECT_NE(t, nullptr);
-    if (t) {
-        EXPECT_EQ(qz_dbf_get_nr(t), 4u);
-        qz_dbf_close(t);
-    }
-    qz_options_set_ansi_code_page(0);
-
-    // Narrow paths are decoded as system text, never passed through as raw
-    // bytes: a file whose name is not valid UTF-8 cannot be reached by it.
-    std::string bad = dir.file("\xFF\xFE.dbf");
-    qz_test::write_bytes(bad, qz_test::read_bytes(dir.file("таблица.dbf")));
-    EXPECT_EQ(qz_dbf_open(bad.c_str(), true, false), nullptr);
 }
 
 }  // namespace

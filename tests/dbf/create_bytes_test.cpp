@@ -165,26 +165,4 @@ TEST(CreateBytes, FieldNamesAreStoredInTheTableEncoding) {
     qz_options_set_ansi_code_page(0);
 }
 
-TEST(CreateBytes, ReadOnlyOpenLeavesTheCodePageFileAlone) {
-    Temp_dir dir;
-    auto fields = sample_fields();
-    std::string path = dir.file("ro.dbf");
-    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 1, 0, fields.data(), false);
-    ASSERT_NE(t, nullptr);
-    qz_dbf_close(t);
-    std::remove(dir.file("ro.cpg").c_str());
-
-    t = qz_dbf_open(path.c_str(), true, false);
-    ASSERT_NE(t, nullptr);
-    EXPECT_FALSE(qz_test::exists(path + ".lk")) << "readers take no lock";
-    qz_dbf_close(t);
-    EXPECT_FALSE(qz_test::exists(dir.file("ro.cpg")));
-
-    // A writable open and close writes one, even where there was none.
-    t = qz_dbf_open(path.c_str(), false, false);
-    ASSERT_NE(t, nullptr);
-    qz_dbf_close(t);
-    EXPECT_TRUE(qz_test::exists(dir.file("ro.cpg")));
-}
-
 }  // namespace

@@ -147,78 +147,6 @@ TEST(NumberText, FormattingWritesWhatSprintfWrites) {
     }
 }
 
-TEST(NumberText, NineteenColumnsOfElevenDigits) {
-    C_locale c;
-    char want[64], got[64], shown[64];
-    auto check = [&](double v) {
-        std::snprintf(want, sizeof want, "%19.11g", v);
-        size_t n = format_g19(got, v);
-        ASSERT_STREQ(got, want) << v;
-        EXPECT_EQ(n, std::strlen(want));
-    };
-    const double inf = std::numeric_limits<double>::infinity();
-    for (double v : {0.0,
-                     -0.0,
-                     1.0,
-                     -1.0,
-                     0.1,
-                     1e-4,
-                     9.99999999995e-5,
-                     99999999999.5,
-                     1e11,
-                     99999999999.4,
-                     12345678901.5,
-                     0.00012345678905,
-                     1e-300,
-                     5e-324,
-                     1.7e308,
-                     inf,
-                     -inf,
-                     std::nan(""),
-                     2.5e10,
-                     1234.5,
-                     -0.75,
-                     3.14159})
-        check(v);
-    std::mt19937_64 rng(3);
-    for (int i = 0; i < 300000; ++i) {
-        double v;
-        if (i % 3 == 0) {
-            uint64_t bits = rng();
-            std::memcpy(&v, &bits, 8);
-        } else if (i % 3 == 1) {
-            v = static_cast<double>(rng() % 100000000000ull) / std::pow(10.0, rng() % 16);
-        } else {
-            v = static_cast<double>(static_cast<int64_t>(rng() % 4000000) - 2000000) * 0.37;
-        }
-        check(v);
-    }
-    // Decimal text of up to 11 significant digits is shown without a binary
-    // round trip, with the same result.
-    std::mt19937 r32(4);
-    for (int i = 0; i < 200000; ++i) {
-        std::string text;
-        if (r32() % 4 == 0) text += " ";
-        if (r32() % 3 == 0) text += r32() % 2 ? "-" : "+";
-        text += random_text(r32, "0123456789", 8);
-        if (r32() % 2) text += "." + random_text(r32, "0123456789", 8);
-        if (r32() % 4 == 0) text += random_text(r32, " x,e", 3);
-        double v;
-        bool read = (std::sscanf(text.c_str(), "%lg", &v) == 1);
-        size_t n = decimal_g19(text.c_str(), shown);
-        if (n == 0) continue;  // left to the general path
-        ASSERT_TRUE(read) << text;
-        std::snprintf(want, sizeof want, "%19.11g", v);
-        ASSERT_STREQ(shown, want) << "'" << text << "'";
-    }
-    EXPECT_EQ(decimal_g19("1.2e3", shown), 0u);
-    EXPECT_EQ(decimal_g19("123456789012", shown), 0u);
-    EXPECT_EQ(decimal_g19("abc", shown), 0u);
-    EXPECT_EQ(decimal_g19("0x10", shown), 0u);
-    EXPECT_GT(decimal_g19(" 3.5", shown), 0u);
-    EXPECT_STREQ(shown, "                3.5");
-}
-
 TEST(NumberText, FieldFormats) {
     number_format f;
     ASSERT_TRUE(parse_format("%10.2lf", f));
@@ -239,6 +167,68 @@ TEST(NumberText, FieldFormats) {
     EXPECT_FALSE(parse_format("%d", f));
     EXPECT_FALSE(parse_format("10.2f", f));
     EXPECT_FALSE(parse_format("%10.-lf", f));
+}
+
+// The cell writer against the field's printf format built as text and
+// applied by the C library, "%-W.e" when too long, nothing when still too
+// long; a negative decimal count ("%12.-1lf") reads as no precision.
+std::string old_cell_text(double v, char type, unsigned flen, int dlen) {
+    char format[20];
+    if (type == 'F')
+        std::snprintf(format, sizeof format, "%%%d.%dg", flen, flen);
+    else
+        std::snprintf(format, sizeof format, "%%%d.%dlf", flen, dlen);
+    std::string fmt = format;
+    size_t minus = fmt.find(".-");
+    if (minus != std::string::npos) fmt = fmt.substr(0, minus) + "lf";
+    char buf[2048];
+    std::snprintf(buf, sizeof buf, fmt.c_str(), v);
+    std::string out = buf;
+    if (out.size() > flen) {
+        std::snprintf(buf, sizeof buf, "%-*e", static_cast<int>(flen), v);
+        out = buf;
+        if (out.size() > flen) out.clear();
+    }
+    return out;
+}
+
+TEST(NumberCell, LayoutWritesTheBytesOfTheFieldFormat) {
+    C_locale c;
+    std::mt19937_64 rng(20261125);
+    const char types[] = {'N', 'F', 'M'};
+    const double special[] = {0.0,  -0.0,  HUGE_VAL, -HUGE_VAL, NAN,
+                              1e15, -1e15, 0.005,    2.675,     9.995};
+    std::string got;
+    for (int i = 0; i < 200000; ++i) {
+        const char type = types[rng() % 3];
+        // Mostly the lengths tables use, now and then anything a byte holds.
+        const unsigned flen = rng() % 8 == 0 ? static_cast<unsigned>(rng() % 256)
+                                             : 1 + static_cast<unsigned>(rng() % 24);
+        const int dlen = rng() % 16 == 0 ? static_cast<int>(static_cast<int8_t>(rng() % 256))
+                                         : static_cast<int>(rng() % (flen < 19 ? flen + 1 : 19));
+        double v = 0;
+        uint64_t bits = rng();
+        switch (i % 5) {
+            case 0:
+                std::memcpy(&v, &bits, 8);
+                break;  // anything, NaN and infinity included
+            case 1:
+                v = special[bits % 10];
+                break;
+            case 2:  // a half at the last kept decimal
+                v = (static_cast<double>(static_cast<int64_t>(bits % 200001) - 100000) + 0.5) /
+                    std::pow(10.0, dlen < 0    ? 6
+                                   : dlen > 15 ? 15
+                                               : dlen);
+                break;
+            default:
+                v = (static_cast<double>(bits % 2000001) / 1e6 - 1) *
+                    std::pow(10.0, static_cast<int>(rng() % 35) - 12);
+        }
+        number_cell_text(got, v, number_layout(type, flen, dlen), flen);
+        ASSERT_EQ(got, old_cell_text(v, type, flen, dlen))
+            << type << "(" << flen << "," << dlen << ") of " << v;
+    }
 }
 
 }  // namespace

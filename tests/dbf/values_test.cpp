@@ -507,15 +507,4 @@ TEST_F(Values, TypedCharactersAreCheckedAgainstTheField) {
     EXPECT_FALSE(qz_dbf_validate_val(t, 3, nullptr, "", true));
 }
 
-TEST_F(Values, FormatsFollowTheFieldType) {
-    // The format is the field's, observable through what set_int writes.
-    make({{"F", dbf_ft_float, 8, 3}, {"N", dbf_ft_numeric, 8, 3}, {"M", dbf_ft_memo, 10, 0}}, 1);
-    EXPECT_TRUE(qz_dbf_set_int(t, 0, 0, 7));  // "%8.8g"
-    EXPECT_EQ(cell_bytes(0, 0), "       7");
-    EXPECT_TRUE(qz_dbf_set_int(t, 1, 0, 7));  // "%8.3lf"
-    EXPECT_EQ(cell_bytes(1, 0), "   7.000");
-    EXPECT_TRUE(qz_dbf_set_int(t, 2, 0, 12));  // a memo block number
-    EXPECT_EQ(cell_bytes(2, 0), "        12");
-}
-
 }  // namespace

@@ -142,32 +142,4 @@ TEST(EncodingExports, CellsReadAsUtf8InTheChosenEncoding) {
     EXPECT_FALSE(qz_dbf_set_encoding(nullptr, "CP866"));
 }
 
-TEST(EncodingExports, EveryEncodingOfTheSameWordReadsTheSame) {
-    struct row {
-        const char* cpg;  // null: no .cpg
-        uint8_t driver;
-        std::string raw;
-    } rows[] = {
-        {nullptr, 0x26, privet_866},  {nullptr, 0x65, privet_866},
-        {nullptr, 0xC9, privet_1251}, {"KOI8-R", 0x00, privet_koi8},
-        {"20866", 0xC9, privet_koi8}, {"UTF8", 0x65, privet},
-        {"65001", 0x00, privet},      {"OEM 866", 0xC9, privet_866},
-        {nullptr, 0x00, privet_1251},  // the classic default
-    };
-    for (const row& r : rows) {
-        qz_test::Temp_dir dir;
-        const std::string dbf = dir.file("w.dbf");
-        qz_test::write_bytes(dbf, table_bytes(r.driver, {r.raw}, 20));
-        if (r.cpg) {
-            const std::string c = r.cpg;
-            qz_test::write_bytes(dir.file("w.cpg"), std::vector<uint8_t>(c.begin(), c.end()));
-        }
-        Tqz_dbf_rw* h = qz_dbf_open_ex(dbf.c_str(), QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(h, nullptr);
-        EXPECT_EQ(cell(h, 0, 0), privet)
-            << (r.cpg ? r.cpg : "no cpg") << " driver " << int(r.driver);
-        qz_dbf_close(h);
-    }
-}
-
 }  // namespace

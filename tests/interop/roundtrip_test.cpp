@@ -1,5 +1,5 @@
 // Random rows written through the exports, in each of the three encodings,
-// read back as written here, through dbfread and through GDAL's ogrinfo;
+// read back as written here, through dbfread;
 // written through a memory table, the records are the same bytes.
 #include <gtest/gtest.h>
 
@@ -258,58 +258,6 @@ TEST_P(Round_trip, WhatWeWriteReadsBackHereAndInDbfread) {
         EXPECT_TRUE(theirs == o.number[VALUE] ||
                     (std::isnan(theirs) && std::isnan(o.number[VALUE])))
             << cells[VALUE];
-    }
-}
-
-// ogrinfo prints a feature's fields as "  NAME (Type) = value".
-std::vector<std::map<std::string, std::string>> ogr_features(const std::string& text) {
-    std::vector<std::map<std::string, std::string>> features;
-    for (const std::string& line : split(text, '\n')) {
-        if (line.rfind("OGRFeature(", 0) == 0) {
-            features.emplace_back();
-        } else if (!features.empty() && line.rfind("  ", 0) == 0) {
-            size_t type = line.find(" (");
-            size_t eq = line.find(") = ", type);
-            if (type == std::string::npos || eq == std::string::npos) continue;
-            features.back()[line.substr(2, type - 2)] = line.substr(eq + 4);
-        }
-    }
-    return features;
-}
-
-TEST_P(Round_trip, WhatWeWriteReadsTheSameInOgrinfo) {
-    if (qz_test::run("ogrinfo --version >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "GDAL's ogrinfo is not installed";
-    const Encoding& e = GetParam();
-    std::string path = write_table(dir, e);
-    std::vector<Ours> ours = read_ours(path);
-    ASSERT_EQ(ours.size(), kRecords);
-
-    std::string out;
-    ASSERT_EQ(qz_test::run("ogrinfo -q -al '" + path + "' 2>&1", &out), 0) << out;
-    auto features = ogr_features(out);
-    ASSERT_EQ(features.size(), kRecords) << out;
-    // GDAL's DBF reader knows C, N, F, L and D; it has no binary I and B
-    // fields (it shows their raw bytes as text), so those two are left out.
-    for (unsigned r = 0; r < kRecords; ++r) {
-        auto& feat = features[r];
-        const Ours& o = ours[r];
-        SCOPED_TRACE("record " + std::to_string(r));
-        EXPECT_EQ(feat["NAME"], o.has[NAME] ? o.text[NAME] : "(null)");
-        for (const char* f : {"AMOUNT", "RATE"}) {
-            int i = std::string(f) == "AMOUNT" ? AMOUNT : RATE;
-            if (!o.has[i])
-                EXPECT_EQ(feat[f], "(null)");
-            else
-                EXPECT_DOUBLE_EQ(std::strtod(feat[f].c_str(), nullptr), o.number[i]) << feat[f];
-        }
-        EXPECT_EQ(feat["ACTIVE"], o.has[ACTIVE] ? (o.number[ACTIVE] ? "T" : "F") : "(null)");
-        if (o.has[BORN]) {
-            const std::string& d = o.text[BORN];
-            EXPECT_EQ(feat["BORN"], d.substr(0, 4) + "/" + d.substr(4, 2) + "/" + d.substr(6, 2));
-        } else {
-            EXPECT_EQ(feat.count("BORN") ? feat["BORN"] : "(null)", "(null)");
-        }
     }
 }
 

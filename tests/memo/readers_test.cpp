@@ -151,63 +151,6 @@ TEST(DbtReader, MemosRunToTheTerminatorWithinSixtyFourKib) {
     EXPECT_EQ(r.get_buff_size(), 65536);
 }
 
-TEST(MemoReader, BufferCloseReopenAndPaths) {
-    qz_test::Temp_dir dir;
-    auto file = fpt_file(16);
-    fpt_put(file, 16, 32, 1, "memo text");
-    qz_test::write_bytes(dir.file("m.fpt"), file);
-
-    Tqz_fpt_rw r;
-    r.set_buff_size(-5);
-    EXPECT_EQ(r.get_buff_size(), 0);
-    ASSERT_EQ(r.open(dir.wfile("m.fpt").c_str(), true), 0);
-    EXPECT_EQ(read(r, 32, file.size()), "memo text") << "grows from nothing";
-    EXPECT_EQ(r.get_buff_size(), 10);
-    r.close();
-    EXPECT_FALSE(r.is_open());
-    EXPECT_EQ(r.get_buff_size(), 0);
-    EXPECT_EQ(read(r, 32, file.size()), kNull) << "a closed reader reads nothing";
-    ASSERT_EQ(r.open(dir.file("m.fpt").c_str(), true), 0) << "reopen, narrow path";
-    EXPECT_EQ(read(r, 32, file.size()), "memo text");
-    for (const std::string& bad : {dir.file("missing.fpt"), std::string(), dir.path()})
-        EXPECT_EQ(r.open(qz_test::widen(bad).c_str(), true), 1) << bad;
-    Tqz_dbt_rw d;
-    EXPECT_EQ(d.open(static_cast<const char*>(nullptr), true), 1);
-}
-
-// Wide paths and reads through the exports are compared with dbfread in
-// corpus_test.cpp.
-TEST(MemoExports, NarrowPathsNullCountsAndNeutralHandles) {
-    qz_test::Temp_dir dir;
-    auto fpt = fpt_file(64);
-    fpt_put(fpt, 64, 8, 1, "hello");
-    qz_test::write_bytes(dir.file("m.fpt"), fpt);
-    auto dbt = dbt_file();
-    dbt_put(dbt, 2, "dbt\x1A");
-    qz_test::write_bytes(dir.file("m.dbt"), dbt);
-    Tqz_fpt_rw* f = qz_fpt_open(dir.file("m.fpt").c_str(), false);
-    Tqz_dbt_rw* d = qz_dbt_open(dir.file("m.dbt").c_str(), true);
-    ASSERT_TRUE(f && d);
-    unsigned int len = 7, type = 7;
-    EXPECT_STREQ(qz_fpt_get_memo(f, 8, nullptr, nullptr), "hello") << "counts may be left out";
-    EXPECT_STREQ(qz_dbt_get_memo(d, 2, &len, nullptr), "dbt");
-    EXPECT_EQ(len, 3u);
-    qz_fpt_close(f);
-    qz_dbt_close(d);
-
-    EXPECT_EQ(qz_fpt_open_w(dir.wfile("none.fpt").c_str(), true), nullptr);
-    EXPECT_EQ(qz_dbt_open(dir.file("none.dbt").c_str(), true), nullptr);
-    EXPECT_EQ(qz_dbt_open_w(qz_test::widen(dir.path()).c_str(), true), nullptr);
-    EXPECT_EQ(qz_fpt_open(nullptr, true), nullptr);
-    qz_fpt_close(nullptr);
-    qz_dbt_close(nullptr);
-    EXPECT_EQ(qz_fpt_get_memo(nullptr, 8, &len, &type), nullptr);
-    EXPECT_EQ(len + type, 0u);
-    len = 7;
-    EXPECT_EQ(qz_dbt_get_memo(nullptr, 2, &len, &type), nullptr);
-    EXPECT_EQ(len, 0u);
-}
-
 // Random, short and empty files, one pair of readers reopened on each: the
 // headers read are the file's bytes with zeros where it ends, and reads with
 // any block number stay inside the file and the buffer (the sanitizer build

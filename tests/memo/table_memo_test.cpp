@@ -91,36 +91,6 @@ TEST(TableMemoFiles, VersionByteChoosesTheFileAndCaseIsIgnored) {
     }
 }
 
-TEST(TableMemoFiles, ReadersLiveWithTheTable) {
-    qz_test::Temp_dir dir;
-    write_table(dir, "t.dbf", 0xF5);
-    write_memo(dir, "t.fpt", "in fpt");
-    write_memo(dir, "t.dbt", "in dbt");
-
-    Tqz_dbf_disk table;
-    ASSERT_EQ(table.open(dir.wfile("t.dbf").c_str(), true, false, false), 0);
-    // Each open replaces the reader of its kind; a failed open leaves none.
-    EXPECT_TRUE(table.open_dbt(dir.file("t.dbf").c_str(), true)) << "narrow path";
-    EXPECT_TRUE(table.get_dbt() && table.get_fpt());
-    EXPECT_FALSE(table.open_fpt(dir.wfile("missing.dbf").c_str(), true));
-    EXPECT_EQ(table.get_fpt(), nullptr);
-    EXPECT_FALSE(table.open_dbt(L"", true));
-    EXPECT_EQ(table.get_dbt(), nullptr);
-    EXPECT_FALSE(table.open_fpt(static_cast<const wchar_t*>(nullptr), true));
-    EXPECT_TRUE(table.open_fpt(dir.wfile("t.dbf").c_str(), true));
-
-    table.close();
-    EXPECT_EQ(held(table), "none") << "close gives the readers back";
-    ASSERT_EQ(table.open(dir.wfile("t.dbf").c_str(), true, false, false), 0);
-    EXPECT_EQ(held(table), "fpt: in fpt") << "and a reopen takes them again";
-    write_table(dir, "other.dbf", 0x83);
-    ASSERT_EQ(table.open(dir.wfile("other.dbf").c_str(), true, false, false), 0);
-    EXPECT_EQ(held(table), "none") << "another table drops the first one's reader";
-    // Readers still held at destruction are freed (the sanitizer build checks).
-    EXPECT_TRUE(table.open_fpt(dir.wfile("t.dbf").c_str(), true));
-    EXPECT_TRUE(table.open_dbt(dir.wfile("t.dbf").c_str(), true));
-}
-
 TEST(TableMemoBytes, CellsLeadToTheirMemos) {
     qz_test::Temp_dir dir;
     const std::vector<std::string> cells = {right("8", 10), "", right("999", 10), "8"};

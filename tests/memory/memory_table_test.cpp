@@ -143,27 +143,6 @@ TEST_F(MemoryHistory, TextThroughTheHistoryIsSpacePadded) {
     EXPECT_EQ(t->get_nr(), 0u);
 }
 
-TEST_F(MemoryHistory, AReplacedStructureSwapsBackAndForth) {
-    const std::string before = snapshot(*t);
-    auto* built = new Tqz_dbf_memory_core();
-    Tqz_dbf_field fields[] = {field("CODE", 'N', 3)};
-    built->create_new(1, 1, fields, false);
-    built->set_string(0, 0, "42");
-    EXPECT_TRUE(t->replace_structure(built));
-    EXPECT_EQ(t->get_nf(), 1u);
-    EXPECT_STREQ(t->get_field_name(0), "CODE");
-    EXPECT_EQ(std::string(t->get_string(0, 0)), "42");
-    const std::string after = snapshot(*t);
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(qz_history_manager_undo(m));
-        EXPECT_EQ(snapshot(*t), before);
-        ASSERT_TRUE(qz_history_manager_redo(m));
-        EXPECT_EQ(snapshot(*t), after);
-    }
-    EXPECT_FALSE(t->replace_structure(nullptr));
-    EXPECT_FALSE(t->restruct(nullptr)) << "no restructure descriptor yet";
-}
-
 TEST_F(MemoryHistory, AnUndoRunIsOneUpdateOfTheTable) {
     Tqz_dbf_notifier* n = t->get_notifier();
     ASSERT_NE(n, nullptr);

@@ -43,32 +43,6 @@ std::string make_sample(const qz_test::Temp_dir& dir) {
     return path;
 }
 
-TEST(NamesCreateSafe, RepairsTheCallersNamesFirst) {
-    Code_page utf8(65001);
-    qz_test::Temp_dir dir;
-    make_sample(dir);
-    Tqz_dbf_rw* t = qz_dbf_open(dir.file("safe.dbf").c_str(), true, false);
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(qz_dbf_get_nf(t), 5u);
-    for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(qz_dbf_get_field_name(t, i), repaired[i]);
-    bool ok = false;
-    EXPECT_EQ(qz_dbf_get_int(t, 0, 0, ok), 7);
-    EXPECT_DOUBLE_EQ(qz_dbf_get_dbl(t, 3, 0, ok), 12.5);
-    qz_dbf_close(t);
-
-    // Valid names pass unchanged; the plain create keeps invalid ones.
-    auto valid = fields_of({"CODE", "NAME_2"});
-    t = qz_dbf_create_safe(dir.wfile("valid.dbf").c_str(), 2, 0, valid.data(), false);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(names_of(valid), (Names{"CODE", "NAME_2"}));
-    qz_dbf_close(t);
-    auto raw = sample_fields();
-    t = qz_dbf_create_w(dir.wfile("raw.dbf").c_str(), 5, 0, raw.data(), false);
-    ASSERT_NE(t, nullptr);
-    EXPECT_STREQ(qz_dbf_get_field_name(t, 0), "id");
-    qz_dbf_close(t);
-}
-
 TEST(NamesCreateSafe, OtherReadersSeeTheRepairedNames) {
     Code_page utf8(65001);
     qz_test::Temp_dir dir;

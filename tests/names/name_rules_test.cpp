@@ -71,19 +71,6 @@ TEST(NamesRules, OneNameThroughEveryExport) {
     }
 }
 
-TEST(NamesRules, TransliterationLeavesSomeCharacters) {
-    Code_page utf8(65001);
-    // Only "#" is replaced after transliteration; other punctuation stays and
-    // keeps the repaired name invalid.
-    EXPECT_EQ(fed(qz_dbf_field_symbols_fix, "a#b#"), "a_b_");
-    std::string dash = fed(qz_dbf_field_name_fix, "A-B");
-    EXPECT_EQ(dash, "A-B");
-    EXPECT_FALSE(qz_dbf_field_name_is_ok(dash.c_str()));
-    EXPECT_EQ(fed(qz_dbf_field_name_fix, "a b"), "A B");
-    // The fix of the symbols alone keeps the letter case.
-    EXPECT_EQ(fed(qz_dbf_field_symbols_fix, "Цена"), "Cena");
-}
-
 TEST(NamesRules, LimitsCountBytesAndNeverSplitACharacter) {
     Code_page utf8(65001);
     // UTF-8: two bytes for each Cyrillic letter; a cut never leaves half.

@@ -124,45 +124,4 @@ TEST(UpdateBracket, BracketsFromTwoThreadsDoNotInterleave) {
     EXPECT_EQ(o.obj.get_update_depth(), 0u);
 }
 
-TEST(ExtensibleObj, ExtraValues) {
-    Tqz_extensible_obj a, b;
-    EXPECT_EQ(a.get_extra("colour"), nullptr);
-    EXPECT_TRUE(a.equal(&b));  // both without extras
-    Tqz_any v;
-    any_init(&v);
-    any_assign_string(&v, "red");
-    a.set_extra("colour", &v);
-    any_assign_floating(&v, 1.5);
-    a.set_extra("weight", &v);
-    ASSERT_NE(a.get_extra("colour"), nullptr);
-    EXPECT_STREQ(any_get_string(a.get_extra("colour")), "red");
-    EXPECT_EQ(table_count(&a.get_table_extra()), 2u);
-    EXPECT_FALSE(a.equal(&b));
-
-    b.assign(&a);
-    EXPECT_TRUE(b.equal(&a));
-    any_assign_floating(&v, 2.5);
-    b.set_extra("weight", &v);
-    EXPECT_FALSE(b.equal(&a));
-    EXPECT_DOUBLE_EQ(any_get_floating(a.get_extra("weight")), 1.5);  // a kept its own
-
-    Tqz_table fresh;
-    table_init(&fresh);
-    table_set(&fresh, "only", &v);
-    b.set_table_extra(fresh);
-    table_clear(&fresh);
-    EXPECT_EQ(b.get_extra("colour"), nullptr);
-    EXPECT_DOUBLE_EQ(any_get_floating(b.get_extra("only")), 2.5);
-    b.set_extra("only", nullptr);  // an empty value, still present
-    EXPECT_EQ(any_get_type(b.get_extra("only")), QZ_ANY_EMPTY);
-
-    Tqz_basic_obj plain;
-    EXPECT_FALSE(a.equal(&plain));
-    a.assign(&plain);  // nothing to take over
-    a.assign(&a);
-    EXPECT_TRUE(a.equal(&a));
-    EXPECT_EQ(table_count(&a.get_table_extra()), 2u);
-    any_clear(&v);
-}
-
 }  // namespace

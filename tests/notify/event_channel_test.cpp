@@ -72,37 +72,6 @@ TEST(EventChannel, ClientsChangingTheChannelDuringABroadcast) {
     qz_event_channel_destroy(nullptr);
 }
 
-struct Slow_client {
-    qz_test::Signal entered;
-    std::atomic<bool> left{false};
-};
-
-void slow_proc(Tqz_table*, void* user) {
-    auto* c = static_cast<Slow_client*>(user);
-    c->entered.raise();
-    std::this_thread::sleep_for(50ms);  // busy a while, so that removal has something to wait for
-    c->left = true;
-}
-
-TEST(EventChannel, RemovalWaitsForTheClientsCallbackOnAnotherThread) {
-    Iqz_event_channel* ch = qz_event_channel_create();
-    auto* client = new Slow_client();
-    qz_event_channel_add_client(ch, &slow_proc, client);
-    std::thread broadcaster([&] {
-        Tqz_table ev;
-        qz_begin_update_event_init(&ev);
-        qz_event_channel_broadcast(ch, &ev);
-        qz_begin_update_event_clear(&ev);
-    });
-    EXPECT_TRUE(client->entered.wait());
-    qz_event_channel_del_client(ch, &slow_proc, client);
-    // The callback is over, so the client's data may go now.
-    EXPECT_TRUE(client->left);
-    delete client;
-    broadcaster.join();
-    qz_event_channel_destroy(ch);
-}
-
 TEST(UpdateEvents, KindsAndMergedCount) {
     using Init = void (*)(Tqz_table*);
     const struct {

@@ -273,34 +273,4 @@ TEST(Notifier, LastReleaseFromInsideItsOwnDelivery) {
     qz_destroy_dbf_notifier(fresh);
 }
 
-struct Slow_client {
-    Signal inside;
-    std::atomic<bool> finished{false};
-};
-
-void slow_on_update(Tqz_table* ev, void* user) {
-    auto* c = static_cast<Slow_client*>(user);
-    if (qz_event_kind(ev) != QZ_EVENT_UPDATE) return;
-    c->inside.raise();
-    std::this_thread::sleep_for(50ms);  // busy a while, so that destroy has something to wait for
-    c->finished = true;
-}
-
-TEST(Notifier, ReleaseWaitsForADeliveryOnTheWatcherThread) {
-    Temp_dir dir;
-    const std::string table = dir.file("s.dbf");
-    make_table(table);
-    const size_t threads_before = qz_test::thread_count();
-    auto* client = new Slow_client();
-    Tqz_dbf_notifier* n = qz_create_dbf_notifier_w(qz_test::widen(table).c_str());
-    qz_event_channel_add_client(qz_dbf_notifier_get_update_event_channel(n), &slow_on_update,
-                                client);
-    qz_test::write_bytes(table, {3, 0x1A});
-    ASSERT_TRUE(client->inside.wait());
-    qz_destroy_dbf_notifier(n);  // the last reference, while the client is busy
-    EXPECT_TRUE(client->finished);
-    EXPECT_EQ(qz_test::thread_count(), threads_before);
-    delete client;  // nothing can call it any more
-}
-
 }  // namespace

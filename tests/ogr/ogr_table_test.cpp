@@ -35,59 +35,6 @@ struct Field_shape {
     int dlen;
 };
 
-// Types by the OGR type of each field, widths as the source keeps them, and
-// where it keeps none the defaults: 4 for integers, 10.4 for reals, 255 for
-// the rest.
-TEST(OgrTable, TypesAndLengthsOfEverySource) {
-    ASSERT_TRUE(inputs().made) << "ogr2ogr could not make the inputs";
-    const Field_shape I4{dbf_ft_integer, 4, 0}, N10{dbf_ft_numeric, 10, 4},
-        C255{dbf_ft_char, 255, 0};
-    struct Case {
-        std::string path;
-        const char* driver;
-        unsigned record_size;  // the widths the source keeps
-        std::vector<Field_shape> fields;
-    } cases[] = {
-        {inputs().dbf,
-         "ESRI Shapefile",
-         49,
-         {{dbf_ft_integer, 6, 0},
-          {dbf_ft_char, 12, 0},
-          {dbf_ft_numeric, 10, 3},
-          {dbf_ft_integer, 1, 0},
-          {dbf_ft_char, 20, 0}}},
-        {inputs().gpkg, "GPKG", 32, {I4, {dbf_ft_char, 12, 0}, N10, I4, {dbf_ft_char, 20, 0}}},
-        {inputs().geojson, "GeoJSON", 0, {I4, C255, N10, I4, C255}},
-        {inputs().csv, "CSV", 0, {C255, C255, C255, C255, C255}},
-    };
-    const char* names[] = {"id", "name", "score", "flag", "note"};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.path);
-        Tqz_dbf_ogr t;
-        ASSERT_EQ(t.open(c.path.c_str(), true, false), 0);
-        EXPECT_STREQ(t.driver_name(), c.driver);
-        EXPECT_EQ(t.get_nf(), 5u);
-        EXPECT_EQ(t.get_nr(), static_cast<unsigned>(people_count));
-        for (unsigned i = 0; i < 5; ++i) {
-            EXPECT_STREQ(t.get_field_name(i), names[i]);
-            EXPECT_EQ(t.get_field_type(i), c.fields[i].type) << names[i];
-            EXPECT_EQ(t.get_field_flen(i), c.fields[i].flen) << names[i];
-            EXPECT_EQ(static_cast<signed char>(t.get_field_dlen(i)), c.fields[i].dlen) << names[i];
-            EXPECT_EQ(t.find_field_index(qz_test::widen(names[i]).c_str()), i);
-        }
-        EXPECT_EQ(t.get_record_size(), c.record_size);
-        EXPECT_EQ(t.find_field_index(L"missing"), 0xFFFFFFFFu);
-        EXPECT_EQ(t.get_field_type(5), dbf_ft_unknown);
-        EXPECT_EQ(t.get_field_flen(5), 0u);
-        EXPECT_EQ(t.get_field_name(5), nullptr);
-    }
-    Tqz_dbf_ogr t;
-    ASSERT_EQ(t.open(inputs().dbf.c_str(), true, false), 0);
-    EXPECT_STREQ(t.get_format(2), "%10.3lf");
-    ASSERT_EQ(t.open(inputs().geojson.c_str(), true, false), 0);
-    EXPECT_STREQ(t.get_format(2), "%10.4lf");
-}
-
 TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
     ASSERT_TRUE(inputs().made);
     for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson, inputs().csv}) {
@@ -140,41 +87,6 @@ TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
         EXPECT_FALSE(t.get_as_any(0, 0, nullptr));
         EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
         EXPECT_FALSE(t.set_as_any(0, people_count, nullptr));
-    }
-}
-
-TEST(OgrTable, FeatureCacheAndSequentialReading) {
-    ASSERT_TRUE(inputs().made);
-    for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson}) {
-        SCOPED_TRACE(path);
-        Tqz_dbf_ogr t;
-        ASSERT_EQ(t.open(path.c_str(), true, false), 0);
-        bool ok = false;
-        for (unsigned r = 0; r < people_count; ++r)
-            EXPECT_EQ(t.get_as_integer(0, r, ok), people[r].id);
-        EXPECT_EQ(t.seek_count(), 0u) << "reading in order never seeks";
-        EXPECT_EQ(t.get_as_integer(0, 5, ok), 6);
-        EXPECT_EQ(t.get_as_integer(0, 3, ok), 4);
-        EXPECT_EQ(t.get_as_integer(0, 4, ok), 5);
-        EXPECT_EQ(t.seek_count(), 2u) << "5 then 3 seeks to both; 4 follows 3";
-
-        // A set value lives in the cached feature only.
-        EXPECT_TRUE(t.set_as_string(1, 2, "changed"));
-        EXPECT_STREQ(t.get_as_string(1, 2, ok), "changed");
-        EXPECT_TRUE(t.set_as_integer(0, 2, 42));
-        EXPECT_TRUE(t.set_as_bool(3, 2, false));
-        EXPECT_TRUE(t.set_as_double(2, 2, 1.5));
-        EXPECT_EQ(t.get_as_integer(0, 2, ok), 42);
-        EXPECT_FALSE(t.get_as_bool(3, 2, ok));
-        EXPECT_DOUBLE_EQ(t.get_as_double(2, 2, ok), 1.5);
-        EXPECT_TRUE(t.set_as_wstring(1, 2, L"Жук"));
-        EXPECT_STREQ(t.get_as_string(1, 2, ok), u8"Жук");
-        EXPECT_TRUE(t.set_as_wchar_t(1, 2, L"Жукова", 3));
-        EXPECT_STREQ(t.get_as_string(1, 2, ok), u8"Жук");
-        EXPECT_EQ(t.get_as_integer(0, 3, ok), 4);
-        EXPECT_STREQ(t.get_as_string(1, 2, ok), people[2].name)
-            << "reverts once another record is read";
-        EXPECT_EQ(t.get_as_integer(0, 2, ok), 3);
     }
 }
 

@@ -173,36 +173,4 @@ TEST_F(Apply, MemoFieldsKeepTheirBlocksAndTheMemoFileStays) {
     qz_dbf_close(t);
 }
 
-TEST_F(Apply, NamesStayInTheTableEncoding) {
-    // Ten Cyrillic letters: 20 bytes of UTF-8 system text, 10 bytes in a
-    // CP1251 or CP866 table, which keeps all ten through the rewrite.
-    const std::string long_name =
-        "\xD0\x9D\xD0\x90\xD0\x98\xD0\x9C\xD0\x95\xD0\x9D\xD0\x9E\xD0\x92"
-        "\xD0\x90\xD0\x9D";                                     // НАИМЕНОВАН
-    const std::string short_name = "\xD0\x98\xD0\x9C\xD0\xAF";  // ИМЯ
-    for (Encoding enc : {Encoding::cp1251, Encoding::cp866, Encoding::utf8}) {
-        SCOPED_TRACE(static_cast<int>(enc));
-        ASSERT_TRUE(make_table(
-            path, {{long_name.c_str(), 'C', 6, 0}, {short_name.c_str(), 'C', 12, 0}},
-            {{"\xD0\xB4\xD0\xB0", "\xD0\xAF\xD0\xB1\xD0\xBB\xD0\xBE\xD0\xBA\xD0\xBE"}}, enc));
-        const std::string before = layout(path);
-        const auto values = cells(path);
-        Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-        Tqz_dbf_field f;
-        qz_dbf_field_init(&f, "X", dbf_ft_integer, 4, 0);
-        qz_dbf_restruct_add_field(d, &f);
-        ASSERT_TRUE(qz_dbf_restruct_apply(d));
-        qz_dbf_restruct_destroy(d);
-        EXPECT_EQ(layout(path), before + ",X:I:4:0");
-        auto after = cells(path);
-        ASSERT_EQ(after.size(), 1u);
-        EXPECT_EQ(after[0][0], values[0][0]);
-        EXPECT_EQ(after[0][1], values[0][1]);
-        Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
-        EXPECT_EQ(qz_dbf_get_utf8_flag(t), enc == Encoding::utf8);
-        EXPECT_EQ(qz_dbf_get_dos_flag(t), enc == Encoding::cp866);
-        qz_dbf_close(t);
-    }
-}
-
 }  // namespace

@@ -50,12 +50,4 @@ TEST(Bits, TableOfSequences) {
     }
 }
 
-TEST(Bits, NullSetIsEmptyAndIgnoresWrites) {
-    qz_bits_set_bit(nullptr, 3, 1);
-    EXPECT_EQ(qz_bits_get_bit(nullptr, 3), 0);
-    EXPECT_EQ(qz_bits_get_val_count(nullptr, 1), 0u);
-    EXPECT_EQ(qz_bits_get_val_count(nullptr, 0), 0u);
-    qz_bits_destroy(nullptr);
-}
-
 }  // namespace

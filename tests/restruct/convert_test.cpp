@@ -182,38 +182,6 @@ TEST_P(Convert, EveryOldTypeToEveryNewType) {
     }
 }
 
-TEST_P(Convert, KeptFieldsBesideANewFieldOfEachType) {
-    for (const Column& added : new_columns) {
-        SCOPED_TRACE(std::string("new ") + added.type);
-        load();
-        Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-        Tqz_dbf_field f = field({"NEW", added.type, added.flen, added.dlen});
-        qz_dbf_restruct_insert_field(d, 4, &f);
-        ASSERT_EQ(qz_dbf_restruct_get_field_status(d, 4), 0);
-        ASSERT_TRUE(restructure(d));
-        qz_dbf_restruct_destroy(d);
-
-        auto got = cells(path);
-        ASSERT_EQ(got.size(), rows.size());
-        for (size_t r = 0; r < rows.size(); ++r) {
-            ASSERT_EQ(got[r].size(), 9u);
-            for (size_t k = 0; k < 8; ++k)
-                EXPECT_EQ(got[r][k < 4 ? k : k + 1], old_cells[r][k]) << r << " " << k;
-            // A new field: 0 for I and B, blank for every other type.
-            Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
-            bool ok = false;
-            if (added.type == 'I' || added.type == 'B') {
-                EXPECT_EQ(qz_dbf_get_dbl(t, 4, static_cast<unsigned>(r), ok), 0.0);
-                EXPECT_TRUE(ok);
-            } else {
-                EXPECT_EQ(trim(got[r][4]), "") << r;
-            }
-            qz_dbf_close(t);
-        }
-        unload();
-    }
-}
-
 std::string case_name(const ::testing::TestParamInfo<Case>& info) {
     static const char* const enc[] = {"CP1251", "CP866", "UTF8"};
     return std::string(enc[static_cast<int>(info.param.enc)]) +

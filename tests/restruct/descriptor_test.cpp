@@ -160,27 +160,4 @@ TEST_F(Descriptor, EmptyDescriptorAndIndexesOutsideTheEntries) {
     qz_dbf_restruct_destroy(d);
 }
 
-TEST_F(Descriptor, OldFieldQueriesReadTheFileAtTheTimeOfTheCall) {
-    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_type(d, 1), dbf_ft_numeric);
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_flen(d, 1), 8u);
-    EXPECT_EQ(old_name(d, 1), L"B");
-    // Another table at the same path: the queries see it, the entries do not.
-    ASSERT_TRUE(make_table(path, {{"X", 'C', 3, 0}, {"Y", 'D', 8, 0}}, {}));
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_type(d, 1), dbf_ft_date);
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_flen(d, 1), 8u);
-    EXPECT_EQ(old_name(d, 1), L"Y");
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_type(d, 2), dbf_ft_unknown) << "no field 2 now";
-    EXPECT_EQ(qz_dbf_restruct_get_field(d, 1)->type, 'N');
-    EXPECT_EQ(qz_dbf_restruct_get_field_status(d, 1), 1);
-    // Gone: 0 and nothing, the descriptor unchanged.
-    qz_dbf_delete(path.c_str());
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_type(d, 0), dbf_ft_unknown);
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_flen(d, 0), 0u);
-    EXPECT_EQ(old_name(d, 0), L"(none)");
-    EXPECT_EQ(qz_dbf_restruct_count(d), 3);
-    EXPECT_FALSE(qz_dbf_restruct_apply(d)) << "nothing to apply to";
-    qz_dbf_restruct_destroy(d);
-}
-
 }  // namespace

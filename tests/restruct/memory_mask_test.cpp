@@ -90,28 +90,4 @@ struct Open_table : Tqz_dbf_memory {
     using Tqz_dbf_memory::set_record_count;
 };
 
-TEST(MemoryMask, UndoAfterTheRecordsGotShorterOrFewer) {
-    Iqz_history_manager* hm = qz_history_manager_get_instance();
-    ASSERT_NE(hm, nullptr);
-    std::mt19937 rng(3);
-    Open_table t(hm);
-    fill(t, 5, rng);
-    qz_history_manager_clear(hm);
-    ASSERT_TRUE(t.delete_records({0, 2, 4}));
-    // The store is cut to one record of a shorter length behind the
-    // history's back; the undo puts the saved records back clipped.
-    t.get_records()->set_length(3);
-    t.get_records()->set_size(1);
-    t.set_record_count(1);
-    ASSERT_TRUE(qz_history_manager_undo(hm));
-    EXPECT_EQ(t.get_records()->get_size(), 4u);
-    EXPECT_EQ(t.get_nr(), 4u);
-    EXPECT_EQ(t.get_records()->get_length(), 3u);
-    // Index 4 is past the end now: only records 0 and 2 go again.
-    ASSERT_TRUE(qz_history_manager_redo(hm));
-    EXPECT_EQ(t.get_nr(), 2u);
-    EXPECT_EQ(t.get_records()->get_size(), 2u);
-    qz_history_manager_clear(hm);
-}
-
 }  // namespace

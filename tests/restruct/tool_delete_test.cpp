@@ -64,19 +64,6 @@ TEST_F(ToolDelete, DeleteAndPackSayWhatWentAndWhatIsLeft) {
     EXPECT_EQ(rc, 0);
 }
 
-TEST_F(ToolDelete, RefusalsChangeNothing) {
-    const std::vector<uint8_t> before = qz_test::read_bytes(path);
-    int rc = -1;
-    EXPECT_NE(qzdbf("delete " + table + " 6", &rc).find("out of range"), std::string::npos);
-    EXPECT_EQ(rc, 2);
-    EXPECT_NE(qzdbf("delete " + table + " 1 1", &rc).find("named twice"), std::string::npos);
-    EXPECT_NE(qzdbf("delete " + table, &rc).find("needs PATH RECORD"), std::string::npos);
-    EXPECT_NE(qzdbf("pack '" + dir.file("none.dbf") + "'", &rc).find("no such file"),
-              std::string::npos);
-    EXPECT_EQ(rc, 2);
-    EXPECT_EQ(qz_test::read_bytes(path), before);
-}
-
 TEST_F(ToolDelete, EditDelmaskIsOneUndoableStep) {
     std::string out;
     const int rc = qz_test::run(

@@ -6,19 +6,29 @@
 // Nothing reaches the file before "save"; quit asks before unsaved changes
 // are lost. Ctrl-C or SIGTERM close the table (its lock file goes) and lose
 // what is not saved.
+//
+// On a terminal the lines are edited (arrows, emacs keys), recalled from a
+// history kept in ~/.qzdbf_history (or $QZDBF_HISTORY), and Tab completes
+// command and field names; the prompt names the table and shows "*" while
+// changes are not saved. Quit and Ctrl-D then ask whether to save them.
 #include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "checked_open.h"
 #include "cli.h"
 #include "command.h"
+#include "edit_completion.h"
+#include "line_input.h"
 #include "qzk_file_dbf_ext.h"
+#include "record_view.h"
 #include "value_check.h"
 
 namespace qzdbf {
@@ -51,13 +61,20 @@ const char kEditHelp[] =
     "  delmask RECORD...        delete several records as one step\n"
     "  undo, redo               take back the last change, or make it again\n"
     "  save                     write the table to its file\n"
-    "  show [FROM [COUNT]]      print the records\n"
+    "  show [FROM [COUNT]] [--vertical] [--fields A,B,...]\n"
+    "                           print the records, in columns or one\n"
+    "                           NAME: value line per field; only some fields\n"
+    "                           (names or indexes, in that order)\n"
+    "  find [--vertical] FIELD VALUE\n"
+    "                           print the records whose FIELD holds VALUE\n"
+    "                           (blanks around it ignored, letter case counts)\n"
     "  alter CHANGE...          change the fields as one step that undo takes back;\n"
     "                           CHANGE: --add NAME:TYPE:LEN[:DEC], --drop NAME,\n"
     "                           --rename OLD=NEW, --retype NAME:TYPE:LEN[:DEC],\n"
     "                           --move NAME=INDEX\n"
     "  help, quit\n"
-    "FIELD is a name or an index; records count from 0.\n";
+    "FIELD is a name or an index; records count from 0. On a terminal Tab\n"
+    "completes commands and field names, Up and Down recall earlier lines.\n";
 
 // The rest of `line` after the first `words` words, its blanks trimmed; a
 // value in double quotes loses the quotes and keeps what is inside.
@@ -76,27 +93,58 @@ std::string rest_after(const std::string& line, int words) {
     return value;
 }
 
+// The name of the table as the prompt shows it: the file's name.
+std::string table_name(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
 class Editor {
   public:
-    Editor(const std::string& path, Tqz_dbf_memory* mem, Tqz_dbf_rw* view)
-        : path(path), mem(mem), view(view), history(qz_history_manager_get_instance()) {}
+    Editor(const std::string& path, Tqz_dbf_memory* mem, Tqz_dbf_rw* view, Line_input& input)
+        : path(path),
+          mem(mem),
+          view(view),
+          input(input),
+          history(qz_history_manager_get_instance()) {}
 
     // Runs one command line; false with a message when it failed.
     bool run(const std::string& line, std::string& error, bool& quit);
     bool unsaved() const { return changed; }
+    // The table's name, "*" when changes are not saved, and "> ".
+    std::string prompt() const { return table_name(path) + (changed ? "*" : "") + "> "; }
+    // On a terminal, before unsaved changes are lost: save them (y), lose
+    // them (n) or go on editing (c). True when the editor may end.
+    bool ask_to_save();
+    // The table's field names, for completion.
+    std::vector<std::string> field_names() const;
 
   private:
     bool set(const std::string& line, const std::vector<std::string>& w, std::string& error);
     bool show(const std::vector<std::string>& w, std::string& error);
+    bool find(const std::string& line, const std::vector<std::string>& w, std::string& error);
     // Asks whether unsaved changes may be lost; the answer is the next line.
     bool confirm_quit();
     bool alter(const std::vector<std::string>& w, std::string& error);
+    bool save(std::string& error);
+    // Something changed the table: a fast-find index built before is stale.
+    void touched() {
+        changed = true;
+        ++generation;
+    }
 
     const std::string path;
     Tqz_dbf_memory* mem;
     Tqz_dbf_rw* view;  // a handle on the path, served by the memory table
+    Line_input& input;
     Iqz_history_manager* history;
     bool changed = false;
+    unsigned long generation = 0;
+    // The field and the generation of the table the fast-find index was
+    // built from; none at first.
+    bool indexed = false;
+    unsigned int indexed_field = 0;
+    unsigned long indexed_generation = 0;
 };
 
 bool Editor::run(const std::string& line, std::string& error, bool& quit) {
@@ -109,7 +157,7 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
     if (cmd == "set") return set(line, w, error);
     if (cmd == "add" && w.size() == 1) {
         qz_dbf_mem_add(mem);
-        changed = true;
+        touched();
         std::printf("added record %u\n", qz_dbf_mem_get_nr(mem) - 1);
         return true;
     }
@@ -121,51 +169,89 @@ bool Editor::run(const std::string& line, std::string& error, bool& quit) {
             return false;
         }
         qz_dbf_mem_ins(mem, static_cast<unsigned int>(at));
-        changed = true;
+        touched();
         std::printf("inserted record %llu\n", at);
         return true;
     }
     if (cmd == "del" && w.size() == 2) {
         if (!resolve_record(view, w[1], record, error)) return false;
         qz_dbf_mem_del(mem, record);
-        changed = true;
+        touched();
         std::printf("deleted record %u\n", record);
         return true;
     }
     if (cmd == "delmask") {
         if (!edit_delmask(view, path, Args(w.begin() + 1, w.end()), error)) return false;
-        changed = true;
+        touched();
         return true;
     }
     if ((cmd == "undo" || cmd == "redo") && w.size() == 1) {
         bool done =
             cmd == "undo" ? qz_history_manager_undo(history) : qz_history_manager_redo(history);
-        changed = changed || done;
+        if (done) touched();
         std::printf("%s\n", done ? (cmd == "undo" ? "undone" : "redone")
                                  : (cmd == "undo" ? "nothing to undo" : "nothing to redo"));
         return true;
     }
-    if (cmd == "save" && w.size() == 1) {
-        if (!qz_dbf_mem_save(mem)) {
-            error = "cannot write '" + path + "'";
-            return false;
-        }
-        changed = false;
-        std::printf("saved %u records\n", qz_dbf_mem_get_nr(mem));
-        return true;
-    }
-    if (cmd == "show" && w.size() <= 3) return show(w, error);
+    if (cmd == "save" && w.size() == 1) return save(error);
+    if (cmd == "show") return show(w, error);
+    if (cmd == "find") return find(line, w, error);
     if (cmd == "alter") return alter(w, error);
     if (cmd == "help" && w.size() == 1) {
         std::fputs(kEditHelp, stdout);
         return true;
     }
     if ((cmd == "quit" || cmd == "exit") && w.size() == 1) {
-        quit = !changed || confirm_quit();
+        quit = !changed || (input.terminal() ? ask_to_save() : confirm_quit());
         return true;
     }
     error = "unknown command or wrong arguments: '" + trim_blanks(line) + "' (try help)";
     return false;
+}
+
+bool Editor::save(std::string& error) {
+    if (!qz_dbf_mem_save(mem)) {
+        error = "cannot write '" + path + "'";
+        return false;
+    }
+    changed = false;
+    std::printf("saved %u records\n", qz_dbf_mem_get_nr(mem));
+    return true;
+}
+
+bool Editor::ask_to_save() {
+    for (;;) {
+        std::string answer;
+        const std::string question = "save changes to " + path + "? [y/n/c] ";
+        if (!input.read(question, answer, false)) {
+            // Ctrl-D again (or a signal): leave, and say what is lost.
+            std::printf("\n");
+            return true;
+        }
+        answer = trim_blanks(answer);
+        if (answer == "y" || answer == "Y" || answer == "yes") {
+            std::string error;
+            if (save(error)) return true;
+            fail(kFailed, error);
+            return false;
+        }
+        if (answer == "n" || answer == "N" || answer == "no") return true;
+        if (answer == "c" || answer == "C" || answer.empty()) {
+            std::printf("not quitting; save writes the table\n");
+            return false;
+        }
+        std::printf("y saves and quits, n quits without saving, c goes on editing\n");
+    }
+}
+
+std::vector<std::string> Editor::field_names() const {
+    std::vector<std::string> names;
+    const unsigned int nf = qz_dbf_get_nf(view);
+    for (unsigned int f = 0; f < nf; ++f) {
+        const char* name = qz_dbf_get_field_name(view, f);
+        if (name && *name) names.emplace_back(name);
+    }
+    return names;
 }
 
 bool Editor::confirm_quit() {
@@ -197,10 +283,10 @@ bool Editor::set(const std::string& line, const std::vector<std::string>& w, std
     }
     if (!qz_dbf_mem_set_str(mem, field, record, value.c_str())) {
         error = "the field cannot hold '" + value + "'";
-        changed = true;  // a number the field refuses empties the cell
+        touched();  // a number the field refuses empties the cell
         return false;
     }
-    changed = true;
+    touched();
     bool ok = false;
     std::string stored = cell_text(view, field, record, &ok);
     if (!numeric_field(view, field) && stored != trim_blanks(value))
@@ -209,15 +295,85 @@ bool Editor::set(const std::string& line, const std::vector<std::string>& w, std
 }
 
 bool Editor::show(const std::vector<std::string>& w, std::string& error) {
-    Args dump{path};
-    if (w.size() > 1) dump.insert(dump.end(), {"--from", w[1]});
-    if (w.size() > 2) dump.insert(dump.end(), {"--count", w[2]});
-    std::fflush(stdout);
-    // The dump opens the path, which is served by the memory table.
-    if (cmd_dump(dump) != kOk) {
+    bool vertical = false;
+    std::vector<unsigned int> fields;
+    std::vector<std::string> numbers;
+    for (size_t k = 1; k < w.size(); ++k) {
+        if (w[k] == "--vertical") {
+            vertical = true;
+        } else if (w[k] == "--fields") {
+            if (k + 1 >= w.size()) {
+                error = "--fields needs a list of fields, A,B,...";
+                return false;
+            }
+            std::istringstream list(w[++k]);
+            for (std::string one; std::getline(list, one, ',');) {
+                unsigned int f = 0;
+                if (one.empty()) continue;
+                if (!resolve_field(view, one, f, error)) return false;
+                fields.push_back(f);
+            }
+        } else if (!w[k].empty() && w[k][0] == '-') {
+            error = "show knows --vertical and --fields, not '" + w[k] + "'";
+            return false;
+        } else {
+            numbers.push_back(w[k]);
+        }
+    }
+    const unsigned int nr = qz_dbf_get_nr(view);
+    unsigned long long from = 0, count = nr;
+    if (numbers.size() > 2 || (numbers.size() > 0 && !parse_count(numbers[0], ~0u, from)) ||
+        (numbers.size() > 1 && !parse_count(numbers[1], ~0u, count))) {
         error = "show takes [FROM [COUNT]] as whole numbers";
         return false;
     }
+    if (fields.empty())
+        for (unsigned int f = 0; f < qz_dbf_get_nf(view); ++f) fields.push_back(f);
+    std::vector<unsigned int> records;
+    for (unsigned long long r = from; r < nr && r - from < count; ++r)
+        records.push_back(static_cast<unsigned int>(r));
+    print_records(view, records, fields, vertical);
+    return true;
+}
+
+bool Editor::find(const std::string& line, const std::vector<std::string>& w, std::string& error) {
+    const bool vertical = w.size() > 1 && w[1] == "--vertical";
+    const int first = vertical ? 2 : 1;  // the word that names the field
+    if (w.size() < static_cast<size_t>(first) + 2) {
+        error = "find needs FIELD VALUE";
+        return false;
+    }
+    unsigned int field = 0;
+    if (!resolve_field(view, w[first], field, error)) return false;
+    const std::string value = trim_blanks(rest_after(line, first + 1));
+    // The index of one field serves every find on it until the table changes.
+    if (!indexed || indexed_field != field || indexed_generation != generation) {
+        qz_dbf_begin_fast_find(view, field);
+        indexed = true;
+        indexed_field = field;
+        indexed_generation = generation;
+    }
+    const char* name = qz_dbf_get_field_name(view, field);
+    unsigned int last = 0;
+    if (!qz_dbf_find_value_fast(view, value.c_str(), last)) {
+        std::printf("no record holds '%s' in %s\n", value.c_str(), name ? name : "?");
+        return true;
+    }
+    // The index answers with the last record holding the value; the others
+    // come before it.
+    std::vector<unsigned int> hits;
+    for (unsigned int r = 0; r < last; ++r) {
+        bool ok = false;
+        if (cell_text(view, field, r, &ok) == value && ok) hits.push_back(r);
+    }
+    hits.push_back(last);
+    std::string list;
+    for (unsigned int r : hits) list += " " + std::to_string(r);
+    std::printf("%zu record%s hold%s '%s' in %s:%s\n", hits.size(), hits.size() == 1 ? "" : "s",
+                hits.size() == 1 ? "s" : "", value.c_str(), name ? name : "?", list.c_str());
+    std::vector<unsigned int> fields;
+    for (unsigned int f = 0; f < qz_dbf_get_nf(view); ++f) fields.push_back(f);
+    print_records(view, hits, fields, vertical);
     return true;
 }
 
@@ -233,7 +389,7 @@ bool Editor::alter(const std::vector<std::string>& w, std::string& error) {
     }
     qz_dbf_restruct_destroy(d);
     if (!ok) return false;
-    changed = true;
+    touched();
     print_layout(view, "new layout");
     return true;
 }
@@ -260,20 +416,36 @@ int run_edit(const std::string& path, bool force) {
         return fail(kFailed, "cannot open the loaded table '" + path + "'");
     }
 
+    // Line editing needs a terminal on both sides; scripts and pipes are read
+    // line by line, with no prompt.
     const bool prompt = isatty(0) && isatty(1);
     if (prompt)
         std::printf("%s: %u fields, %u records in memory; help lists the commands\n", path.c_str(),
                     qz_dbf_mem_get_nf(mem), qz_dbf_mem_get_nr(mem));
-    Editor editor(path, mem, view);
+    Editor* editing = nullptr;
+    std::unique_ptr<Line_input> input =
+        prompt ? terminal_line_input(history_file_name(),
+                                     [&editing](const std::string& before) {
+                                         return complete_edit_line(before, editing->field_names());
+                                     })
+               : plain_line_input();
+    Editor editor(path, mem, view, *input);
+    editing = &editor;
     catch_stop_signals();
     int status = kOk;
     std::string line;
     for (unsigned long n = 1;; ++n) {
-        if (prompt) {
-            std::fputs("> ", stdout);
-            std::fflush(stdout);
+        if (stop_signal != 0) break;
+        if (!input->read(editor.prompt(), line, true) || stop_signal != 0) {
+            // Ctrl-D on a terminal asks about unsaved changes like quit.
+            if (stop_signal == 0 && prompt && editor.unsaved()) {
+                std::printf("\n");
+                if (!editor.ask_to_save()) continue;
+            } else if (prompt && stop_signal == 0) {
+                std::printf("\n");
+            }
+            break;
         }
-        if (stop_signal != 0 || !std::getline(std::cin, line) || stop_signal != 0) break;
         std::string error;
         bool quit = false;
         if (!editor.run(line, error, quit)) {
@@ -284,6 +456,7 @@ int run_edit(const std::string& path, bool force) {
         std::fflush(stdout);
         if (quit) break;
     }
+    input.reset();  // the terminal gets its settings back, the history is written
     if (stop_signal != 0) std::fprintf(stderr, "\nqzdbf: interrupted\n");
     if (editor.unsaved()) fail(kOk, "changes not saved are lost");
     qz_dbf_close(view);
@@ -299,11 +472,8 @@ Runner setup_edit(CLI::App& cmd) {
     auto force = std::make_shared<bool>(false);
     cmd.add_option("PATH", *path, "the table, loaded into memory until save")->required();
     cmd.add_flag("--force", *force, "open a file that fails the check anyway");
-    cmd.footer(
-        "Commands read from standard input: set FIELD RECORD VALUE, add, ins RECORD,\n"
-        "del RECORD, delmask RECORD..., undo, redo, save, show [FROM [COUNT]],\n"
-        "alter OPTIONS (as for alter), help, quit.\n\n" +
-        cmd.get_footer());
+    cmd.footer(std::string("Commands, read from standard input (or typed at the prompt):\n") +
+               kEditHelp + "\n" + cmd.get_footer());
     return [path, force] { return run_edit(*path, *force); };
 }
 

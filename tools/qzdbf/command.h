@@ -62,6 +62,9 @@ Runner setup_delete(CLI::App& cmd);
 Runner setup_names(CLI::App& cmd);
 Runner setup_watch(CLI::App& cmd);
 Runner setup_check(CLI::App& cmd);
+Runner setup_import(CLI::App& cmd);
+Runner setup_export(CLI::App& cmd);
+Runner setup_stats(CLI::App& cmd);
 
 // Options most commands that read a table share.
 struct Read_options {

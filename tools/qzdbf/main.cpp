@@ -46,5 +46,8 @@ int main(int argc, char** argv) {
     line.add_command("names", "list the field names that break the rules", setup_names);
     line.add_command("watch", "print the table's update events until interrupted", setup_watch);
     line.add_command("check", "print what is wrong with each file", setup_check);
+    line.add_command("import", "make a table from a CSV file", setup_import);
+    line.add_command("export", "write the table to a vector format GDAL writes", setup_export);
+    line.add_command("stats", "per field: values, blanks, min, max, distinct values", setup_stats);
     return line.run(argc, argv);
 }

@@ -1,0 +1,348 @@
+// qzdbf edit as a person uses it: find and show from a script, and a
+// terminal session typed through tmux (line editing, history, Tab, the
+// question before unsaved changes are lost), checked on the screen and on
+// the bytes of the saved table.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
+#include "test_support.h"
+
+namespace {
+
+const std::string kTool = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' ";
+
+// NAME C20, NOTE C12, QTY N8: Ann/Bob/Ann, quantities 1, 2, 3.
+void make_table(const std::string& path) {
+    Tqz_dbf_field f[3];
+    qz_dbf_field_init(&f[0], "NAME", dbf_ft_char, 20, 0);
+    qz_dbf_field_init(&f[1], "NOTE", dbf_ft_char, 12, 0);
+    qz_dbf_field_init(&f[2], "QTY", dbf_ft_numeric, 8, 0);
+    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 3, 3, f, false);
+    ASSERT_NE(t, nullptr);
+    const char* names[] = {"Ann", "Bob", "Ann"};
+    for (unsigned r = 0; r < 3; ++r) {
+        qz_dbf_set_str(t, 0, r, names[r]);
+        qz_dbf_set_str(t, 1, r, ("n" + std::to_string(r)).c_str());
+        qz_dbf_set_int(t, 2, r, static_cast<int>(r) + 1);
+    }
+    qz_dbf_close(t);
+}
+
+void write_text(const std::string& path, const std::string& text) {
+    qz_test::write_bytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
+// find answers from the fast-find index, rebuilt after every change; show
+// picks fields and prints them one per line.
+TEST(EditScript, FindAndShowWithFieldsAndVertical) {
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("t.dbf");
+    make_table(table);
+    const std::string script = dir.file("script.txt");
+    write_text(script,
+               "find NAME Ann\n"
+               "find name ann\n"
+               "set NAME 1 Ann\n"
+               "find NAME Ann\n"
+               "undo\n"
+               "find NAME   Ann  \n"
+               "find 2 2\n"
+               "show 1 1 --vertical --fields qty,NAME\n"
+               "show --fields 2,NOTE 2\n"
+               "find --vertical NOTE n2\n"
+               "show --bogus\n"
+               "show --fields NAME,NOPE\n"
+               "find NAME\n");
+    std::string out;
+    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 1);
+    EXPECT_EQ(out,
+              "2 records hold 'Ann' in NAME: 0 2\n"
+              "  #  NAME  NOTE  QTY\n"
+              "  -  ----  ----  ---\n"
+              "  0  Ann   n0      1\n"
+              "  2  Ann   n2      3\n"
+              "no record holds 'ann' in NAME\n"
+              "3 records hold 'Ann' in NAME: 0 1 2\n"
+              "  #  NAME  NOTE  QTY\n"
+              "  -  ----  ----  ---\n"
+              "  0  Ann   n0      1\n"
+              "  1  Ann   n1      2\n"
+              "  2  Ann   n2      3\n"
+              "undone\n"
+              "2 records hold 'Ann' in NAME: 0 2\n"
+              "  #  NAME  NOTE  QTY\n"
+              "  -  ----  ----  ---\n"
+              "  0  Ann   n0      1\n"
+              "  2  Ann   n2      3\n"
+              "1 record holds '2' in QTY: 1\n"
+              "  #  NAME  NOTE  QTY\n"
+              "  -  ----  ----  ---\n"
+              "  1  Bob   n1      2\n"
+              "record 1\n"
+              "QTY: 2\n"
+              "NAME: Bob\n"
+              "  #  QTY  NOTE\n"
+              "  -  ---  ----\n"
+              "  2    3  n2\n"
+              "1 record holds 'n2' in NOTE: 2\n"
+              "record 2\n"
+              "NAME: Ann\n"
+              "NOTE: n2\n"
+              "QTY: 3\n"
+              "qzdbf: line 11: show knows --vertical and --fields, not '--bogus'\n"
+              "qzdbf: line 12: the table has no field named 'NOPE'\n"
+              "qzdbf: line 13: find needs FIELD VALUE\n"
+              "qzdbf: changes not saved are lost\n");
+}
+
+// Records marked deleted keep their mark in both views of show and find.
+TEST(EditScript, DeletedRecordsAreMarked) {
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("t.dbf");
+    make_table(table);
+    Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    ASSERT_TRUE(qz_dbf_set_deleted(t, 2, true));
+    qz_dbf_close(t);
+    const std::string script = dir.file("script.txt");
+    write_text(script, "show 1 --fields NAME\nfind --vertical NAME Ann\n");
+    std::string out;
+    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 0);
+    EXPECT_EQ(out,
+              "  #  NAME\n"
+              "  -  ----\n"
+              "  1  Bob\n"
+              "* 2  Ann\n"
+              "2 records hold 'Ann' in NAME: 0 2\n"
+              "record 0\n"
+              "NAME: Ann\n"
+              "NOTE: n0\n"
+              "QTY: 1\n"
+              "\n"
+              "record 2 (deleted)\n"
+              "NAME: Ann\n"
+              "NOTE: n2\n"
+              "QTY: 3\n");
+}
+
+// A tmux server of our own, one session of a fixed size running one command.
+class Tmux {
+  public:
+    explicit Tmux(const std::string& command)
+        : socket("qzedit" + std::to_string(::getpid()) + "_" + std::to_string(++sessions)) {
+        // The pane stays after the program ends, so its last screen can be
+        // read; the shell writes the exit status there.
+        ok = tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
+                  quoted(command + "; echo \"[exit status $?]\"") +
+                  " \\; set-option -t s remain-on-exit on") == 0;
+    }
+    ~Tmux() { tmux("kill-server"); }
+
+    bool started() const { return ok; }
+    // Literal text typed.
+    void type(const std::string& text) { tmux("send-keys -t s -l -- " + quoted(text)); }
+    // Named keys: Enter, Left, Up, Tab, BSpace, C-d...
+    void keys(const std::string& names) { tmux("send-keys -t s " + names); }
+    // The visible screen, its blank lines at the end left out.
+    std::string screen() {
+        std::string out;
+        tmux("capture-pane -p -t s", &out);
+        while (out.size() >= 2 && out[out.size() - 1] == '\n' && out[out.size() - 2] == '\n')
+            out.pop_back();
+        return out;
+    }
+    // Waits until the screen shows `text` (20 s at most); the last screen.
+    std::string wait_for(const std::string& text) {
+        std::string s;
+        for (int k = 0; k < 200; ++k) {
+            s = screen();
+            if (s.find(text) != std::string::npos) return s;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        ADD_FAILURE() << "the screen never showed '" << text << "':\n" << s;
+        return s;
+    }
+    // Prints a screen into the test's output, framed.
+    static void print(const std::string& title, const std::string& s) {
+        std::printf("---- %s\n%s---- end\n", title.c_str(), s.c_str());
+    }
+
+  private:
+    static std::string quoted(const std::string& text) {
+        std::string out = "'";
+        for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        return out + "'";
+    }
+    int tmux(const std::string& args, std::string* out = nullptr) {
+        std::string ignored;
+        return qz_test::run("tmux -L " + socket + " " + args + " 2>/dev/null",
+                            out ? out : &ignored);
+    }
+
+    static inline int sessions = 0;
+    const std::string socket;
+    bool ok = false;
+};
+
+bool have_tmux() {
+    std::string out;
+    return qz_test::run("tmux -V 2>/dev/null", &out) == 0 && out.rfind("tmux", 0) == 0;
+}
+
+TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
+    if (!have_tmux()) GTEST_SKIP() << "tmux is not installed";
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("people.dbf");
+    make_table(table);
+    const std::vector<uint8_t> original = qz_test::read_bytes(table);
+    const std::string history = dir.file("history");
+    const std::string command = "cd '" + dir.path() + "' && HOME='" + dir.path() +
+                                "' QZDBF_HISTORY='" + history + "' " + kTool + "edit people.dbf";
+    {
+        Tmux tmux(command);
+        ASSERT_TRUE(tmux.started());
+        tmux.wait_for("people.dbf>");
+
+        // A typo mended with Left: "Alce" becomes "Alice"; the prompt then
+        // marks the table changed.
+        tmux.type("set NAME 0 Alce");
+        tmux.keys("Left Left");
+        tmux.type("i");
+        tmux.wait_for("people.dbf> set NAME 0 Alice");
+        tmux.keys("Enter");
+        tmux.type("show");
+        tmux.keys("Enter");
+        std::string s = tmux.wait_for("  2  Ann");
+        EXPECT_NE(s.find("  0  Alice"), std::string::npos) << s;
+        EXPECT_NE(s.find("people.dbf*> show"), std::string::npos) << s;
+        Tmux::print("edited with Left, then show", s);
+
+        // Up twice recalls the set; its record number is changed in place.
+        tmux.keys("Up Up");
+        tmux.wait_for("people.dbf*> set NAME 0 Alice");
+        tmux.keys("Left Left Left Left Left Left BSpace");
+        tmux.type("2");
+        s = tmux.wait_for("people.dbf*> set NAME 2 Alice");
+        Tmux::print("recalled with Up and changed", s);
+        tmux.keys("Enter");
+
+        // Tab completes a field name typed in another case.
+        tmux.type("set qt");
+        tmux.keys("Tab");
+        tmux.wait_for("people.dbf*> set QTY");
+        tmux.type("1 42");
+        tmux.wait_for("people.dbf*> set QTY 1 42");
+        tmux.keys("Enter");
+        // Two fields begin with N: Tab lists them; one more letter decides.
+        tmux.type("find N");
+        tmux.keys("Tab");
+        s = tmux.wait_for("NAME  NOTE");
+        tmux.type("a");
+        tmux.keys("Tab");
+        tmux.wait_for("people.dbf*> find NAME");
+        tmux.type("Alice");
+        tmux.wait_for("people.dbf*> find NAME Alice");
+        tmux.keys("Enter");
+        s = tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
+        Tmux::print("Tab listed NAME and NOTE, then completed NAME; find", s);
+
+        // Commands, options and the names of a --fields list.
+        tmux.type("sh");
+        tmux.keys("Tab");
+        tmux.type("--v");
+        tmux.keys("Tab");
+        tmux.type("--fields na");
+        tmux.keys("Tab");
+        tmux.type(",q");
+        tmux.keys("Tab");
+        tmux.wait_for("people.dbf*> show --vertical --fields NAME,QTY");
+        tmux.keys("Enter");
+        s = tmux.wait_for("NAME: Alice\nQTY: 3");
+        EXPECT_NE(s.find("record 1\nNAME: Bob\nQTY: 42\n"), std::string::npos) << s;
+        Tmux::print("show --vertical --fields, completed with Tab", s);
+
+        // quit asks; c goes on editing, y saves and ends.
+        tmux.type("quit");
+        tmux.keys("Enter");
+        tmux.wait_for("save changes to people.dbf? [y/n/c]");
+        tmux.type("c");
+        tmux.keys("Enter");
+        tmux.wait_for("not quitting; save writes the table\npeople.dbf*>");
+        tmux.type("quit");
+        tmux.keys("Enter");
+        tmux.type("y");
+        tmux.keys("Enter");
+        s = tmux.wait_for("[exit status");
+        EXPECT_NE(s.find("saved 3 records"), std::string::npos) << s;
+        EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
+        EXPECT_EQ(s.find("not saved are lost"), std::string::npos) << s;
+        Tmux::print("quit: c, then quit: y", s);
+    }
+    EXPECT_FALSE(qz_test::exists(table + ".lk"));
+
+    // The file holds what the same changes give when a script makes them.
+    const std::string twin = dir.file("twin.dbf");
+    make_table(twin);
+    const std::string script = dir.file("script.txt");
+    write_text(script, "set NAME 0 Alice\nset NAME 2 Alice\nset QTY 1 42\nsave\n");
+    std::string out;
+    ASSERT_EQ(qz_test::run(kTool + "edit '" + twin + "' < '" + script + "' 2>&1", &out), 0) << out;
+    const std::vector<uint8_t> saved = qz_test::read_bytes(table);
+    EXPECT_EQ(saved, qz_test::read_bytes(twin));
+    EXPECT_NE(saved, original);
+
+    // The history went to its file, in the order typed.
+    const std::vector<uint8_t> h = qz_test::read_bytes(history);
+    const std::string htext(h.begin(), h.end());
+    const size_t first = htext.find("set\\040NAME\\0400\\040Alice");
+    const size_t later = htext.find("set\\040NAME\\0402\\040Alice");
+    EXPECT_NE(first, std::string::npos) << htext;
+    EXPECT_NE(later, std::string::npos) << htext;
+    EXPECT_LT(first, later) << htext;
+    EXPECT_EQ(htext.find("\ny\n"), std::string::npos) << "answers stay out of the history";
+
+    // A second session: Up brings back the last line of the first; Ctrl-D
+    // with a change asks too, and n leaves the file as it was.
+    {
+        Tmux tmux(command);
+        ASSERT_TRUE(tmux.started());
+        tmux.wait_for("people.dbf>");
+        tmux.keys("Up");
+        tmux.wait_for("people.dbf> quit");
+        tmux.keys("BSpace BSpace BSpace BSpace");
+        tmux.type("add");
+        tmux.keys("Enter");
+        tmux.wait_for("added record 3\npeople.dbf*>");
+        tmux.keys("C-d");
+        tmux.wait_for("save changes to people.dbf? [y/n/c]");
+        tmux.type("n");
+        tmux.keys("Enter");
+        std::string s = tmux.wait_for("[exit status");
+        EXPECT_NE(s.find("qzdbf: changes not saved are lost\n[exit status 0]"), std::string::npos)
+            << s;
+        Tmux::print("second session: Up, add, Ctrl-D, n", s);
+    }
+    EXPECT_EQ(qz_test::read_bytes(table), saved);
+
+    // A history file that cannot be written costs nothing.
+    {
+        Tmux tmux("cd '" + dir.path() + "' && HOME='" + dir.path() +
+                  "' QZDBF_HISTORY=/nonexistent/dir/h " + kTool + "edit people.dbf");
+        ASSERT_TRUE(tmux.started());
+        tmux.wait_for("people.dbf>");
+        tmux.type("quit");
+        tmux.keys("Enter");
+        std::string s = tmux.wait_for("[exit status");
+        EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
+    }
+}
+
+}  // namespace
