@@ -104,9 +104,16 @@ Cell read_cell(Tqz_dbf_rw* t, unsigned int field, unsigned int record) {
 }
 
 std::string date_text(long long v) {
-    char buf[32];
-    std::snprintf(buf, sizeof buf, "%04lld-%02lld-%02lld", v / 10000, v / 100 % 100, v % 100);
-    return buf;
+    if (v < 0 || v > 99991231) {
+        char buf[32];
+        std::snprintf(buf, sizeof buf, "%04lld-%02lld-%02lld", v / 10000, v / 100 % 100, v % 100);
+        return buf;
+    }
+    // Written digit by digit: a dump writes millions of dates.
+    char d[10] = {'0', '0', '0', '0', '-', '0', '0', '-', '0', '0'};
+    const int at[8] = {9, 8, 6, 5, 3, 2, 1, 0};
+    for (int k = 0; k < 8; ++k, v /= 10) d[at[k]] = static_cast<char>('0' + v % 10);
+    return std::string(d, 10);
 }
 
 std::string datetime_text(long long ms) {

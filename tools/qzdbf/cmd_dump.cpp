@@ -145,7 +145,11 @@ bool chosen_fields(Tqz_dbf_rw* t, const std::string& list, std::vector<unsigned>
 class Printer {
   public:
     Printer(Tqz_dbf_rw* t, const Dump_options& o, const std::vector<unsigned>& fields)
-        : t_(t), o_(o), fields_(fields), flags_(qz_dbf_get_storage(t) != qz_dbf_storage_ogr) {
+        : t_(t),
+          o_(o),
+          fields_(fields),
+          flags_(qz_dbf_get_storage(t) != qz_dbf_storage_ogr),
+          row_(flags_ ? qz_dbf_get_nf(t) : 0) {
         for (unsigned f : fields) {
             const char* name = qz_dbf_get_field_name(t, f);
             names_.push_back(name ? name : "");
@@ -182,6 +186,10 @@ class Printer {
     }
 
     void record(Output& out, unsigned int r, bool deleted, bool first) {
+        // The whole record in one read where the storage can; cell by cell
+        // otherwise (OGR's sources, a memo that cannot be read).
+        const unsigned nf = static_cast<unsigned>(row_.size());
+        row_read_ = nf > 0 && qz_dbf_get_record_values(t_, r, row_.data(), nf) == long{nf};
         std::string line;
         switch (o_.form) {
             case Form::columns:
@@ -237,12 +245,20 @@ class Printer {
     std::string shown(size_t i, unsigned int r, Text_style style) {
         // --raw shows the block number a memo cell holds.
         if (o_.raw && memo_[i]) return cell_text(t_, fields_[i], r, nullptr);
-        const Cell c = read_cell(t_, fields_[i], r);
+        const Cell c = cell(i, r);
         if (!c.typed) return c.text;
         // On the screen, blanks around a text are not seen: they go, as
         // get and the columns have always shown cells.
         const std::string text = utf8_to_system(value_text(c.value, style));
         return style == Text_style::screen ? trim_blanks(text) : text;
+    }
+
+    Cell cell(size_t i, unsigned int r) const {
+        if (!row_read_) return read_cell(t_, fields_[i], r);
+        Cell c;
+        c.value = row_[fields_[i]];
+        c.typed = c.found = true;
+        return c;
     }
 
     std::string json_value(size_t i, unsigned int r) {
@@ -251,7 +267,7 @@ class Printer {
             const std::string block = cell_text(t_, fields_[i], r, &ok);
             return ok && !block.empty() ? block : "null";
         }
-        const Cell c = read_cell(t_, fields_[i], r);
+        const Cell c = cell(i, r);
         if (c.typed) return value_json(c.value);
         if (!c.found || c.text.empty()) return "null";
         const std::string text = system_to_utf8(c.text);
@@ -265,6 +281,8 @@ class Printer {
     std::vector<std::string> names_, json_names_;
     std::vector<bool> memo_, right_;
     std::vector<size_t> width_;
+    std::vector<Tqz_dbf_value> row_;  // the record's values, when read whole
+    bool row_read_ = false;
     size_t index_width_ = 1;
 };
 
