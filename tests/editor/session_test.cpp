@@ -3,7 +3,6 @@
 // question before unsaved changes are lost), checked on the screen and on
 // the bytes of the saved table.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -136,8 +135,9 @@ TEST(EditScript, DeletedRecordsAreMarked) {
 // A tmux server of our own, one session of a fixed size running one command.
 class Tmux {
   public:
-    explicit Tmux(const std::string& command)
-        : socket("qzedit" + std::to_string(::getpid()) + "_" + std::to_string(++sessions)) {
+    // The server's socket is a file in `folder`, which goes with it.
+    Tmux(const std::string& folder, const std::string& command)
+        : socket(folder + "/tmux" + std::to_string(++sessions)) {
         // The pane stays after the program ends, so its last screen can be
         // read; the shell writes the exit status there.
         ok = tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
@@ -198,7 +198,7 @@ class Tmux {
     }
     int tmux(const std::string& args, std::string* out = nullptr) {
         std::string ignored;
-        return qz_test::run("tmux -L " + socket + " " + args + " 2>/dev/null",
+        return qz_test::run("tmux -S '" + socket + "' " + args + " 2>/dev/null",
                             out ? out : &ignored);
     }
 
@@ -222,7 +222,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     const std::string command = "cd '" + dir.path() + "' && HOME='" + dir.path() +
                                 "' QZDBF_HISTORY='" + history + "' " + kTool + "edit people.dbf";
     {
-        Tmux tmux(command);
+        Tmux tmux(dir.path(), command);
         ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
 
@@ -328,7 +328,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     // A second session: Up brings back the last line of the first; Ctrl-D
     // with a change asks too, and n leaves the file as it was.
     {
-        Tmux tmux(command);
+        Tmux tmux(dir.path(), command);
         ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
         tmux.keys("Up");
@@ -350,8 +350,9 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
 
     // A history file that cannot be written costs nothing.
     {
-        Tmux tmux("cd '" + dir.path() + "' && HOME='" + dir.path() +
-                  "' QZDBF_HISTORY=/nonexistent/dir/h " + kTool + "edit people.dbf");
+        Tmux tmux(dir.path(), "cd '" + dir.path() + "' && HOME='" + dir.path() +
+                                  "' QZDBF_HISTORY=/nonexistent/dir/h " + kTool +
+                                  "edit people.dbf");
         ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
         tmux.type("quit");
