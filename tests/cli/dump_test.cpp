@@ -345,7 +345,7 @@ TEST(CliCorpus, JsonLinesOfEveryReadableTable) {
         if (status == 2) continue;  // refused by the check (e.g. a table without fields)
         EXPECT_EQ(status, 0) << col[0];
         unsigned long held = 0;
-        Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
+        Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), true, false);
         ASSERT_NE(t, nullptr) << col[0];
         while (held < qz_dbf_get_nr(t) && qz_dbf_get_deleted(t, static_cast<unsigned>(held)) >= 0)
             ++held;
