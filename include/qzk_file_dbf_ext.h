@@ -60,7 +60,11 @@ QZ_DBF_API int qz_dbf_del_records_by_msk_why_w(const wchar_t* path, void* mask);
  * memory. They reach the file (where every other handle and process reads
  * them, and where they outlive the process) when the handle reads or writes
  * another record, before the file's notifier sends an update event, at
- * qz_dbf_flush and at qz_dbf_close. Nothing here syncs the file to disk.
+ * qz_dbf_flush and at qz_dbf_close. A handle that holds the table's writer
+ * lock has its writes in the file as soon as they are made (it works on a
+ * shared mapping of the file); its leaving a written record tells the
+ * file's watchers within 5 ms, and qz_dbf_flush tells them at once. Nothing
+ * here syncs the file to disk.
  *
  * qz_dbf_flush writes the handle's pending bytes to the file now. True when
  * nothing is left pending: also for a read-only handle and for a handle

@@ -8,6 +8,7 @@ packages=(
   libedit-dev tmux
   libicu-dev libgdal-dev gdal-bin
   libgtest-dev libbenchmark-dev
+  libcli11-dev help2man
   libshp-dev shapelib python3-dbfread
   pybind11-dev python3-pybind11 python3-dev python3-numpy python3-pandas python3-pytest
 )

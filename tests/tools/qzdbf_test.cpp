@@ -84,13 +84,13 @@ TEST_F(Qzdbf, DumpAsColumnsAndAsCsv) {
     qzdbf("set " + table + " NAME 1 Ёж");
     qzdbf("set " + table + " PAY 1 12.5");
     EXPECT_EQ(qzdbf("dump " + table),
-              "  #  NAME              AGE    PAY  OK  DAY\n"
-              "  -  ----------------  ---  -----  --  ---\n"
-              "  0  Щука, \"зубастая\"    7         T\n"
-              "  1  Ёж                     12.50\n");
+              "  #  NAME                  AGE       PAY  OK  DAY\n"
+              "  -  --------------------  ---  --------  --  ----------\n"
+              "  0  Щука, \"зубастая\"        7            T\n"
+              "  1  Ёж                            12.50\n");
     EXPECT_EQ(qzdbf("dump " + table + " --csv"),
               "NAME,AGE,PAY,OK,DAY,deleted\r\n"
-              "\"Щука, \"\"зубастая\"\"\",7,,T,,false\r\n"
+              "\"Щука, \"\"зубастая\"\"\",7,,true,,false\r\n"
               "Ёж,,12.50,,,false\r\n");
     EXPECT_EQ(qzdbf("dump " + table + " --csv --from 1 --count 5"),
               "NAME,AGE,PAY,OK,DAY,deleted\r\nЁж,,12.50,,,false\r\n");
@@ -117,13 +117,13 @@ TEST(QzdbfSample, TheShippedSampleReads) {
     std::string csv = qzdbf("dump " + sample + " --csv");
     // Memo text comes from sample.dbt, converted from CP1251, whole and quoted
     // (it holds a line break) in CSV.
-    EXPECT_NE(csv.find("Иванов Иван Иванович,Москва,19800517,123456.78,0.125,T,2,"
+    EXPECT_NE(csv.find("Иванов Иван Иванович,Москва,1980-05-17,123456.78,0.125,true,2,"
                        "\"Руководитель отдела продаж.\nЛюбит шахматы и длинные прогулки.\","
                        "false\r\n"),
               std::string::npos)
         << csv;
     EXPECT_NE(csv.find("\"Smith, John \"\"Jack\"\"\",London"), std::string::npos) << csv;
-    EXPECT_NE(csv.find(",T,1,,false\r\n"), std::string::npos) << "record 3 has no memo: " << csv;
+    EXPECT_NE(csv.find(",true,1,,false\r\n"), std::string::npos) << "record 3 has no memo: " << csv;
 
     // The aligned view keeps a record on one line and cuts long memos.
     std::string rows = qzdbf("dump " + sample + " --count 1");
@@ -132,8 +132,8 @@ TEST(QzdbfSample, TheShippedSampleReads) {
 
     // --raw shows the block numbers the memo cells hold.
     std::string raw = qzdbf("dump " + sample + " --csv --raw --count 3");
-    EXPECT_NE(raw.find(",T,2,1,false\r\n"), std::string::npos) << raw;
-    EXPECT_NE(raw.find(",F,0,2,false\r\n"), std::string::npos) << raw;
+    EXPECT_NE(raw.find(",true,2,1,false\r\n"), std::string::npos) << raw;
+    EXPECT_NE(raw.find(",false,0,2,false\r\n"), std::string::npos) << raw;
 }
 
 }  // namespace

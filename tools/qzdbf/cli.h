@@ -16,16 +16,9 @@ constexpr int kIoError = 3;   // the file is locked, read-only or cannot be read
 
 using Args = std::vector<std::string>;
 
-int cmd_create(const Args& args);
-int cmd_info(const Args& args);
-int cmd_watch(const Args& args);
+// dump with its command-line arguments (without "dump"), as edit's show
+// runs it.
 int cmd_dump(const Args& args);
-int cmd_get(const Args& args);
-int cmd_set(const Args& args);
-int cmd_append(const Args& args);
-int cmd_edit(const Args& args);
-int cmd_pack(const Args& args);
-int cmd_delete(const Args& args);
 
 // A path argument (system text) as wide text.
 std::wstring widen_path(const std::string& path);
@@ -36,10 +29,6 @@ int remove_by_mask(const std::string& path, void* mask);
 // (seen through `view`) as one undoable step; false with a message.
 bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,
                   std::string& error);
-int cmd_names(const Args& args);
-int cmd_check(const Args& args);
-int cmd_alter(const Args& args);
-
 // A field written NAME:TYPE:LEN[:DEC]; false with a message in `error`.
 bool parse_field(const std::string& text, Tqz_dbf_field& f, std::string& error);
 

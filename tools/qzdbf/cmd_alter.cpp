@@ -13,6 +13,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "field_names.h"
 
 namespace qzdbf {
@@ -148,13 +149,12 @@ void print_layout(Tqz_dbf_rw* t, const char* title) {
     }
 }
 
-int cmd_alter(const Args& args) {
-    if (args.empty() || args[0].empty() || args[0][0] == '-')
-        return fail(kBadUsage, "alter needs a PATH, then alterations");
-    const std::string& path = args[0];
-    Alterations changes;
+namespace {
+
+int run_alter(const std::string& path, const Alterations& changes) {
     std::string error;
-    if (!parse_alterations(args, 1, changes, error)) return fail(kBadUsage, error);
+    if (changes.empty())
+        return fail(kBadUsage, "no alteration given (--add, --drop, --rename, --retype, --move)");
 
     // Checked as for writing: no table, a damaged one, one another writer
     // holds or a read-only file is refused before anything is written.
@@ -182,6 +182,30 @@ int cmd_alter(const Args& args) {
     std::printf("%u records kept\n", records);
     qz_dbf_close(after);
     return kOk;
+}
+
+}  // namespace
+
+Runner setup_alter(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    auto changes = std::make_shared<Alterations>();
+    cmd.add_option("PATH", *path, "the table (rewritten once for all the changes)")->required();
+    // The changes apply in the order they are given.
+    const char* const options[][3] = {
+        {"--add", "NAME:TYPE:LEN[:DEC]", "add a field at the end"},
+        {"--drop", "NAME", "remove a field"},
+        {"--rename", "OLD=NEW", "rename a field"},
+        {"--retype", "NAME:TYPE:LEN[:DEC]", "change a field's type, length or decimals"},
+        {"--move", "NAME=INDEX", "move a field to the place INDEX (from 0)"}};
+    for (const auto& o : options) {
+        const std::string name = o[0];
+        cmd.add_option_function<std::string>(
+               name, [changes, name](const std::string& v) { changes->emplace_back(name, v); },
+               o[2])
+            ->type_name(o[1])
+            ->trigger_on_parse();
+    }
+    return [path, changes] { return run_alter(*path, *changes); };
 }
 
 }  // namespace qzdbf

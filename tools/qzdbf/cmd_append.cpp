@@ -4,18 +4,23 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 
 namespace qzdbf {
 
-int cmd_append(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    if (args.empty() || args.size() > 2) return fail(kBadUsage, "append needs PATH [N]");
+namespace {
+
+struct Append_options {
+    std::string path, count;
+    bool force = false;
+};
+
+int run_append(const Append_options& o) {
     unsigned long long count = 1;
-    if (args.size() == 2 && !parse_count(args[1], 0xFFFFFFFFull, count))
+    if (!o.count.empty() && !parse_count(o.count, 0xFFFFFFFFull, count))
         return fail(kBadUsage, "N must be a whole number of records");
     int status = kOk;
-    Tqz_dbf_rw* t = open_table(args[0], Access::write, force, status);
+    Tqz_dbf_rw* t = open_table(o.path, Access::write, o.force, status);
     if (!t) return status;
     unsigned int before = qz_dbf_get_nr(t);
     if (count > 0xFFFFFFFFull - before) {
@@ -28,6 +33,16 @@ int cmd_append(const Args& all_args) {
     std::printf("added %llu blank record%s: records %u to %u\n", count, count == 1 ? "" : "s",
                 before, after > 0 ? after - 1 : 0);
     return kOk;
+}
+
+}  // namespace
+
+Runner setup_append(CLI::App& cmd) {
+    auto o = std::make_shared<Append_options>();
+    cmd.add_option("PATH", o->path, "the table")->required();
+    cmd.add_option("N", o->count, "how many blank records to add (default 1)");
+    cmd.add_flag("--force", o->force, "open a file that fails the check anyway");
+    return [o] { return run_append(*o); };
 }
 
 }  // namespace qzdbf

@@ -1,4 +1,4 @@
-// qzdbf get PATH FIELD RECORD
+// qzdbf get PATH FIELD RECORD, or get PATH [FIELD] [RECORD] --where ... --fields ...
 // qzdbf set PATH FIELD RECORD VALUE
 //
 // One cell as text. Numbers are checked character by character before they
@@ -13,6 +13,8 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
+#include "dump.h"
 #include "qzk_file_dbf_ext.h"
 #include "value_check.h"
 
@@ -33,15 +35,31 @@ bool same_number(const std::string& a, const std::string& b) {
     return x == y || std::fabs(x - y) <= 1e-10 * std::max(std::fabs(x), std::fabs(y));
 }
 
-}  // namespace
+struct Get_options : Dump_options {
+    std::string field, record;
+};
 
-int cmd_get(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    const bool raw = take_flag(args, "--raw");
-    if (args.size() != 3) return fail(kBadUsage, "get needs PATH FIELD RECORD");
+int run_get(Get_options& o) {
+    // Beyond one cell: the chosen fields of the records that match.
+    if (!o.where.empty() || !o.fields.empty() || o.vertical || o.limit != Dump_options().limit) {
+        // With --fields, a single positional after PATH is the record.
+        if (!o.fields.empty() && o.record.empty()) std::swap(o.field, o.record);
+        if (o.fields.empty()) o.fields = o.field;
+        if (!o.record.empty()) {
+            if (!parse_count(o.record, 0xFFFFFFFFull, o.from))
+                return fail(kBadUsage,
+                            "record '" + o.record + "' is not a record index (counted from 0)");
+            o.count = 1;
+        }
+        o.form = o.vertical ? Form::vertical : Form::values;
+        return run_dump(o);
+    }
+    if (o.field.empty() || o.record.empty())
+        return fail(kBadUsage, "get needs PATH FIELD RECORD, or --where or --fields");
+    const bool raw = o.raw;
+    const Args args{o.path, o.field, o.record};
     int status = kOk;
-    Tqz_dbf_rw* t = open_table(args[0], Access::read, force, status);
+    Tqz_dbf_rw* t = open_for_reading(o, status);
     if (!t) return status;
     unsigned int field = 0, record = 0;
     std::string error;
@@ -69,13 +87,14 @@ int cmd_get(const Args& all_args) {
     return kOk;
 }
 
-int cmd_set(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    const bool truncate = take_flag(args, "--truncate");
-    // With --raw a memo cell takes a block number, as --raw shows it.
-    const bool raw = take_flag(args, "--raw");
-    if (args.size() != 4) return fail(kBadUsage, "set needs PATH FIELD RECORD VALUE");
+struct Set_options {
+    std::string path, field, record, value;
+    bool force = false, truncate = false, raw = false;
+};
+
+int run_set(const Set_options& o) {
+    const bool force = o.force, truncate = o.truncate, raw = o.raw;
+    const Args args{o.path, o.field, o.record, o.value};
     int status = kOk;
     Tqz_dbf_rw* t = open_table(args[0], Access::write, force, status);
     if (!t) return status;
@@ -124,6 +143,52 @@ int cmd_set(const Args& all_args) {
         std::fprintf(stderr, "qzdbf: stored as '%s'\n", stored.c_str());
     }
     return kOk;
+}
+
+}  // namespace
+
+Runner setup_get(CLI::App& cmd) {
+    auto o = std::make_shared<Get_options>();
+    add_read_options(cmd, *o);
+    cmd.add_option("FIELD", o->field, "a field name or index (from 0)");
+    cmd.add_option("RECORD", o->record,
+                   "a record index (from 0); with --fields the only positional after PATH");
+    add_selection_options(cmd, *o);
+    return [o] { return run_get(*o); };
+}
+
+Runner setup_set(CLI::App& cmd) {
+    auto o = std::make_shared<Set_options>();
+    cmd.add_option("PATH", o->path, "the table")->required();
+    cmd.add_option("FIELD", o->field, "a field name or index (from 0)")->required();
+    cmd.add_option("RECORD", o->record, "a record index (from 0)")->required();
+    cmd.add_option("VALUE", o->value,
+                   "the value, checked whole first: numbers with a point or a comma, dates as "
+                   "YYYYMMDD or YYYY-MM-DD, logical T/F/Y/N (REQUIRED)");
+    cmd.add_flag("--truncate", o->truncate, "cut text too long for the field between characters");
+    cmd.add_flag("--raw", o->raw, "write a block number into a memo cell");
+    cmd.add_flag("--force", o->force, "open a file that fails the check anyway");
+    // A value may look like an option ("--1", "-x"): what is left over after
+    // the options is the value when none was given otherwise.
+    cmd.allow_extras();
+    CLI::App* app = &cmd;
+    return [o, app] {
+        Args extra = app->remaining();
+        // "--" ends the options: what follows is the value.
+        for (auto it = extra.begin(); it != extra.end(); ++it)
+            if (*it == "--") {
+                extra.erase(it);
+                break;
+            }
+        if (app->count("VALUE") == 0 && extra.size() == 1) {
+            o->value = extra[0];
+            extra.clear();
+        } else if (app->count("VALUE") == 0) {
+            return fail(kBadUsage, "set needs PATH FIELD RECORD VALUE: VALUE is required");
+        }
+        if (!extra.empty()) return fail(kBadUsage, "unexpected argument '" + extra[0] + "'");
+        return run_set(*o);
+    };
 }
 
 }  // namespace qzdbf

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cli.h"
+#include "command.h"
 #include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
@@ -24,10 +25,7 @@ const char* severity_name(int severity) {
     }
 }
 
-}  // namespace
-
-int cmd_check(const Args& args) {
-    if (args.empty()) return fail(kBadUsage, "check needs at least one PATH");
+int run_check(const Args& args) {
     bool found_any = false;
     for (const std::string& path : args) {
         Tqz_dbf_check_result* r = qz_dbf_check_file(path.c_str(), QZ_DBF_CHECK_VALUES);
@@ -42,6 +40,15 @@ int cmd_check(const Args& args) {
         qz_dbf_check_free(r);
     }
     return found_any ? kFailed : kOk;
+}
+
+}  // namespace
+
+Runner setup_check(CLI::App& cmd) {
+    auto paths = std::make_shared<Args>();
+    cmd.add_option("PATH", *paths, "tables to check (header, fields, records, memo file, values)")
+        ->required();
+    return [paths] { return run_check(*paths); };
 }
 
 }  // namespace qzdbf

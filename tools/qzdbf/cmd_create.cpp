@@ -13,6 +13,7 @@
 #include <cstdio>
 
 #include "cli.h"
+#include "command.h"
 #include "field_names.h"
 #include "qzk_file_dbf_ext.h"
 
@@ -168,42 +169,27 @@ bool write_empty_memo(const std::string& table) {
     return std::fclose(f) == 0 && ok;
 }
 
-}  // namespace
+struct Create_options {
+    std::string path, records;
+    Args fields;
+    bool dos = false, utf8 = false, overwrite = false, fix = false;
+};
 
-int cmd_create(const Args& args) {
-    std::string path;
+int run_create(const Create_options& o) {
+    const std::string& path = o.path;
+    const bool dos = o.dos, utf8 = o.utf8, overwrite = o.overwrite, fix = o.fix;
     std::vector<Tqz_dbf_field> fields;
     unsigned long long records = 0;
     std::vector<std::string> names;
-    bool dos = false, utf8 = false, overwrite = false, fix = false;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a == "--records") {
-            if (i + 1 >= args.size() || !parse_count(args[i + 1], 0xFFFFFFFFull, records))
-                return fail(kBadUsage, "--records needs a whole number of records");
-            ++i;
-        } else if (a == "--dos") {
-            dos = true;
-        } else if (a == "--utf8") {
-            utf8 = true;
-        } else if (a == "--overwrite") {
-            overwrite = true;
-        } else if (a == "--fix-names") {
-            fix = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            return fail(kBadUsage, "unknown option '" + a + "'");
-        } else if (path.empty()) {
-            path = a;
-        } else {
-            Tqz_dbf_field f;
-            std::string name, error;
-            if (!parse_field(a, f, name, error)) return fail(kBadUsage, error);
-            fields.push_back(f);
-            names.push_back(name);
-        }
+    if (!o.records.empty() && !parse_count(o.records, 0xFFFFFFFFull, records))
+        return fail(kBadUsage, "--records needs a whole number of records");
+    for (const std::string& a : o.fields) {
+        Tqz_dbf_field f;
+        std::string name, error;
+        if (!parse_field(a, f, name, error)) return fail(kBadUsage, error);
+        fields.push_back(f);
+        names.push_back(name);
     }
-    if (path.empty()) return fail(kBadUsage, "create needs a PATH and at least one field");
-    if (fields.empty()) return fail(kBadUsage, "create needs at least one FIELD:TYPE:LEN");
     if (dos && utf8) return fail(kBadUsage, "--dos and --utf8 exclude each other");
     // Field names follow the rules (1 to 10 bytes of A-Z, 0-9, _, a letter
     // first, no two alike in any case): refused with the repair shown, or
@@ -249,6 +235,23 @@ int cmd_create(const Args& args) {
     if (has_memo && !write_empty_memo(path))
         return fail(kIoError, path + ": the memo file could not be written");
     return kOk;
+}
+
+}  // namespace
+
+Runner setup_create(CLI::App& cmd) {
+    auto o = std::make_shared<Create_options>();
+    cmd.add_option("PATH", o->path, "the table to make")->required();
+    cmd.add_option("FIELD", o->fields,
+                   "NAME:TYPE:LEN[:DEC], TYPE one of C N F L D I B M P (M and P also get an "
+                   "empty memo file)")
+        ->required();
+    cmd.add_option("--records", o->records, "start with N blank records")->type_name("N");
+    cmd.add_flag("--dos", o->dos, "text in the DOS code page (CP866)");
+    cmd.add_flag("--utf8", o->utf8, "text in UTF-8");
+    cmd.add_flag("--overwrite", o->overwrite, "replace an existing file");
+    cmd.add_flag("--fix-names", o->fix, "repair field names that break the rules (see names)");
+    return [o] { return run_create(*o); };
 }
 
 }  // namespace qzdbf

@@ -9,6 +9,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "qzk_basic.h"
 #include "qzk_file_dbf_ext.h"
 
@@ -76,18 +77,23 @@ int remove_by_mask(const std::string& path, void* mask) {
     return kOk;
 }
 
-int cmd_delete(const Args& args) {
-    if (args.size() < 2) return fail(kBadUsage, "delete needs PATH RECORD...");
-    int status = kOk;
-    Tqz_dbf_rw* table = open_table(args[0], Access::write, false, status);
-    if (!table) return status;
-    void* mask = qz_bits_create();
-    std::string error;
-    const bool named = mask_from_records(table, Args(args.begin() + 1, args.end()), mask, error);
-    qz_dbf_close(table);
-    status = named ? remove_by_mask(args[0], mask) : fail(kBadUsage, error);
-    qz_bits_destroy(mask);
-    return status;
+Runner setup_delete(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    auto records = std::make_shared<Args>();
+    cmd.add_option("PATH", *path, "the table (rewritten without the records)")->required();
+    cmd.add_option("RECORD", *records, "record indexes, counted from 0")->required();
+    return [path, records] {
+        int status = kOk;
+        Tqz_dbf_rw* table = open_table(*path, Access::write, false, status);
+        if (!table) return status;
+        void* mask = qz_bits_create();
+        std::string error;
+        const bool named = mask_from_records(table, *records, mask, error);
+        qz_dbf_close(table);
+        status = named ? remove_by_mask(*path, mask) : fail(kBadUsage, error);
+        qz_bits_destroy(mask);
+        return status;
+    };
 }
 
 bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,

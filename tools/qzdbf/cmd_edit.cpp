@@ -24,6 +24,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "edit_completion.h"
 #include "line_input.h"
 #include "qzk_file_dbf_ext.h"
@@ -395,11 +396,9 @@ bool Editor::alter(const std::vector<std::string>& w, std::string& error) {
 
 }  // namespace
 
-int cmd_edit(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    if (args.size() != 1) return fail(kBadUsage, "edit takes one PATH");
-    const std::string& path = args[0];
+namespace {
+
+int run_edit(const std::string& path, bool force) {
     // The file is checked (and its lock tried) before it is loaded.
     int checked = kOk;
     Tqz_dbf_rw* probe = open_table(path, Access::write, force, checked);
@@ -464,6 +463,18 @@ int cmd_edit(const Args& all_args) {
     qz_dbf_mem_free(mem);
     if (stop_signal != 0) return 128 + stop_signal;
     return status;
+}
+
+}  // namespace
+
+Runner setup_edit(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    auto force = std::make_shared<bool>(false);
+    cmd.add_option("PATH", *path, "the table, loaded into memory until save")->required();
+    cmd.add_flag("--force", *force, "open a file that fails the check anyway");
+    cmd.footer(std::string("Commands, read from standard input (or typed at the prompt):\n") +
+               kEditHelp + "\n" + cmd.get_footer());
+    return [path, force] { return run_edit(*path, *force); };
 }
 
 }  // namespace qzdbf

@@ -1,34 +1,62 @@
-// qzdbf info PATH [--layer N]
+// qzdbf info PATH [--layer N] [--encoding NAME]
 #include <cstdio>
 #include <string>
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "qzk_file_dbf.h"
 #include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
-int cmd_info(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    std::string layer;
-    for (size_t i = 0; i + 1 < args.size(); ++i)
-        if (args[i] == "--layer") {
-            layer = args[i + 1];
-            args.erase(args.begin() + i, args.begin() + i + 2);
-            break;
-        }
-    if (args.size() != 1) return fail(kBadUsage, "info needs exactly one PATH");
-    const std::string& path = args[0];
-    int status = kOk;
-    Tqz_dbf_rw* t = open_table(path, Access::read, force, status);
-    if (!t) return status;
-    std::string error;
-    if (!layer.empty() && !select_layer(t, layer, error)) {
-        qz_dbf_close(t);
-        return fail(kBadUsage, error);
+namespace {
+
+// The dialect a version byte stands for.
+const char* dialect(unsigned char version) {
+    switch (version) {
+        case 0x02:
+            return "FoxBASE";
+        case 0x03:
+            return "dBASE III+ or later, no memo";
+        case 0x04:
+            return "dBASE 7, no memo";
+        case 0x05:
+            return "dBASE 5, no memo";
+        case 0x30:
+            return "Visual FoxPro";
+        case 0x31:
+            return "Visual FoxPro, autoincrement";
+        case 0x32:
+            return "Visual FoxPro, varchar";
+        case 0x43:
+        case 0x63:
+            return "dBASE IV SQL, no memo";
+        case 0x83:
+            return "dBASE III+ with memo (.dbt)";
+        case 0x8B:
+            return "dBASE IV with memo (.dbt)";
+        case 0x8C:
+            return "dBASE 7 with memo (.dbt)";
+        case 0xCB:
+        case 0xEB:
+            return "dBASE IV SQL with memo";
+        case 0xE5:
+            return "Clipper SIX with memo";
+        case 0xF5:
+            return "FoxPro 2 with memo (.fpt)";
+        case 0xFB:
+            return "FoxBASE with memo";
+        default:
+            return "unknown";
     }
+}
+
+int run_info(const Read_options& o) {
+    const std::string& path = o.path;
+    int status = kOk;
+    Tqz_dbf_rw* t = open_for_reading(o, status);
+    if (!t) return status;
     const bool ogr = qz_dbf_get_storage(t) == qz_dbf_storage_ogr;
 
     unsigned char h[32] = {0};
@@ -54,6 +82,7 @@ int cmd_info(const Args& all_args) {
         std::printf("fields    %u\n", nf);
     } else {
         std::printf("version   0x%02X\n", h[0]);
+        std::printf("dialect   %s\n", dialect(h[0]));
         std::printf("updated   %04u-%02u-%02u\n", year, h[2], h[3]);
         std::printf("records   %u\n", qz_dbf_get_nr(t));
         std::printf("fields    %u\n", nf);
@@ -78,6 +107,14 @@ int cmd_info(const Args& all_args) {
     }
     qz_dbf_close(t);
     return kOk;
+}
+
+}  // namespace
+
+Runner setup_info(CLI::App& cmd) {
+    auto o = std::make_shared<Read_options>();
+    add_read_options(cmd, *o);
+    return [o] { return run_info(*o); };
 }
 
 }  // namespace qzdbf

@@ -7,6 +7,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "field_names.h"
 #include "qzk_file_dbf.h"
 
@@ -16,11 +17,7 @@ namespace {
 
 constexpr int kFindings = 1;
 
-}  // namespace
-
-int cmd_names(const Args& args) {
-    if (args.size() != 1) return fail(kBadUsage, "names needs exactly one PATH");
-    const std::string& path = args[0];
+int run_names(const std::string& path) {
     int status = kOk;
     Tqz_dbf_rw* t = open_table(path, Access::read, false, status);
     if (!t) return status;
@@ -46,6 +43,14 @@ int cmd_names(const Args& args) {
                     problem.c_str());
     }
     return kFindings;
+}
+
+}  // namespace
+
+Runner setup_names(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    cmd.add_option("PATH", *path, "the table")->required();
+    return [path] { return run_names(*path); };
 }
 
 }  // namespace qzdbf

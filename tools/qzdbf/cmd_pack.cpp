@@ -9,6 +9,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "qzk_basic.h"
 
 namespace qzdbf {
@@ -51,11 +52,7 @@ long long mark_deleted(const std::string& path, unsigned int records, void* mask
     return marked;
 }
 
-}  // namespace
-
-int cmd_pack(const Args& args) {
-    if (args.size() != 1) return fail(kBadUsage, "pack takes one PATH");
-    const std::string& path = args[0];
+int run_pack(const std::string& path) {
     // Checked as for writing: a table that is no table, damaged, locked or
     // read-only is refused before anything is read or copied.
     int status = kOk;
@@ -74,6 +71,14 @@ int cmd_pack(const Args& args) {
     }
     qz_bits_destroy(mask);
     return status;
+}
+
+}  // namespace
+
+Runner setup_pack(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    cmd.add_option("PATH", *path, "the table (rewritten without its deleted records)")->required();
+    return [path] { return run_pack(*path); };
 }
 
 }  // namespace qzdbf

@@ -12,6 +12,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "qzk_file_dbf.h"
 
 namespace qzdbf {
@@ -58,13 +59,7 @@ extern "C" void print_event(Tqz_table* event, void*) {
     std::fflush(stdout);
 }
 
-}  // namespace
-
-int cmd_watch(const Args& all_args) {
-    Args args = all_args;
-    const bool force = take_flag(args, "--force");
-    if (args.size() != 1) return fail(kBadUsage, "watch needs exactly one PATH");
-    const std::string& path = args[0];
+int run_watch(const std::string& path, bool force) {
     // A table may be watched before it exists; what exists must be one.
     std::error_code exists_ec;
     if (std::filesystem::exists(path, exists_ec)) {
@@ -102,6 +97,16 @@ int cmd_watch(const Args& all_args) {
     qz_event_channel_del_client(events, &print_event, nullptr);
     qz_destroy_dbf_notifier(notifier);
     return kOk;
+}
+
+}  // namespace
+
+Runner setup_watch(CLI::App& cmd) {
+    auto path = std::make_shared<std::string>();
+    auto force = std::make_shared<bool>(false);
+    cmd.add_option("PATH", *path, "the table (it may not exist yet)")->required();
+    cmd.add_flag("--force", *force, "watch a file that fails the check anyway");
+    return [path, force] { return run_watch(*path, *force); };
 }
 
 }  // namespace qzdbf

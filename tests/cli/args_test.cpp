@@ -1,0 +1,153 @@
+// qzdbf's command line: help of every command, the version, and errors
+// that name the wrong argument with exit status 2.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
+#include "test_support.h"
+
+namespace {
+
+struct Outcome {
+    int status = -1;
+    std::string out;  // standard output and error
+};
+
+Outcome qzdbf(const std::string& args) {
+    Outcome r;
+    r.status = qz_test::run("LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1", &r.out);
+    return r;
+}
+
+std::string table(const qz_test::Temp_dir& dir) {
+    Tqz_dbf_field fields[2];
+    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_field_init(&fields[1], "AGE", dbf_ft_numeric, 3, 0);
+    const std::string path = dir.file("t.dbf");
+    qz_dbf_close(qz_dbf_create(path.c_str(), 2, 2, fields, false));
+    return "'" + path + "'";
+}
+
+// The commands `qzdbf --help` lists.
+std::vector<std::string> listed_commands(const std::string& help) {
+    std::vector<std::string> out;
+    std::istringstream in(help.substr(help.find("Subcommands:")));
+    std::string line;
+    std::getline(in, line);
+    while (std::getline(in, line) && !line.empty()) {
+        std::istringstream words(line);
+        std::string word;
+        words >> word;
+        out.push_back(word);
+    }
+    return out;
+}
+
+TEST(CliArgs, EveryCommandHasHelpWithItsOptions) {
+    const Outcome top = qzdbf("--help");
+    ASSERT_EQ(top.status, 0) << top.out;
+    EXPECT_NE(top.out.find("Exit status: 0 done; 1 findings"), std::string::npos) << top.out;
+    EXPECT_NE(top.out.find("3 an I/O"), std::string::npos);
+    // Options each command must list in its help.
+    const std::map<std::string, std::vector<std::string>> options = {
+        {"create", {"PATH", "FIELD", "--records", "--dos", "--utf8", "--overwrite", "--fix-names"}},
+        {"info", {"PATH", "--layer", "--encoding", "--force"}},
+        {"dump",
+         {"PATH", "--fields", "--where", "--ignore-case", "--vertical", "--limit", "--csv",
+          "--json", "--raw", "--from", "--count", "--skip-deleted", "--encoding", "--no-pager"}},
+        {"get",
+         {"FIELD", "RECORD", "--fields", "--where", "-i", "--vertical", "--limit", "--encoding"}},
+        {"set", {"VALUE", "--truncate", "--raw", "--force"}},
+        {"append", {"PATH", "N", "--force"}},
+        {"edit", {"PATH", "--force"}},
+        {"alter", {"--add", "--drop", "--rename", "--retype", "--move"}},
+        {"pack", {"PATH"}},
+        {"delete", {"RECORD"}},
+        {"names", {"PATH"}},
+        {"watch", {"PATH", "--force"}},
+        {"check", {"PATH"}},
+    };
+    const std::vector<std::string> commands = listed_commands(top.out);
+    for (const auto& [command, wanted] : options)
+        EXPECT_NE(std::find(commands.begin(), commands.end(), command), commands.end()) << command;
+    for (const std::string& command : commands) {
+        const Outcome r = qzdbf(command + " --help");
+        EXPECT_EQ(r.status, 0) << command << ": " << r.out;
+        EXPECT_NE(r.out.find("Usage: qzdbf " + command), std::string::npos) << r.out;
+        EXPECT_NE(r.out.find("Exit status"), std::string::npos) << command;
+        auto it = options.find(command);
+        if (it == options.end()) continue;  // a command added later checks its own options
+        for (const std::string& option : it->second)
+            EXPECT_NE(r.out.find(option), std::string::npos) << command << " " << option;
+    }
+}
+
+TEST(CliArgs, VersionIsTheLibrarys) {
+    for (const char* flag : {"--version", "-V"}) {
+        const Outcome r = qzdbf(flag);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out, std::string("qzdbf ") + qz_dbf_version() + "\n");
+    }
+}
+
+TEST(CliArgs, WrongArgumentsAreNamedWithStatus2) {
+    qz_test::Temp_dir dir;
+    const std::string t = table(dir);
+    // The command line and what the message must name.
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "Usage: qzdbf"},
+        {"frobnicate " + t, "'frobnicate'"},
+        {"dump", "PATH"},
+        {"dump " + t + " --bogus", "--bogus"},
+        {"dump " + t + " --limit many", "--limit"},
+        {"dump " + t + " --from -3", "--from"},
+        {"dump " + t + " --count", "--count"},
+        {"dump " + t + " --csv --json", "--json"},
+        {"dump " + t + " --fields NAME,NOPE", "NOPE"},
+        {"dump " + t + " --where NOPE=1", "NOPE"},
+        {"dump " + t + " --where NAME", "--where 'NAME'"},
+        {"dump " + t + " --where 'AGE<old'", "'old' is not a number"},
+        {"dump " + t + " --encoding NO-SUCH-CODE", "NO-SUCH-CODE"},
+        {"get " + t + " --where 'NAME!x'", "'!' must be followed by '='"},
+        {"get " + t + " NAME", "get needs PATH FIELD RECORD"},
+        {"set " + t + " NAME 0", "VALUE"},
+        {"create " + t, "FIELD"},
+        {"append " + t + " 1 2", "2"},
+        {"alter " + t + " --add", "--add"},
+        {"alter " + t, "no alteration"},
+        {"check", "PATH"},
+        {"delete " + t, "RECORD"},
+    };
+    for (const auto& [args, named] : cases) {
+        const Outcome r = qzdbf(args);
+        EXPECT_EQ(r.status, 2) << args << ": " << r.out;
+        EXPECT_NE(r.out.find(named), std::string::npos) << args << ": " << r.out;
+    }
+}
+
+TEST(CliArgs, OptionsGoAnywhereAndValuesMayLookLikeNumbers) {
+    qz_test::Temp_dir dir;
+    const std::string t = table(dir);
+    // Options before or after the positionals; a negative number is a value.
+    EXPECT_EQ(qzdbf("set " + t + " AGE 0 -5").status, 0);
+    EXPECT_EQ(qzdbf("get " + t + " AGE 0").out, "-5\n");
+    EXPECT_EQ(qzdbf("set --truncate " + t + " NAME 1 abcdefghijklm").status, 0);
+    EXPECT_EQ(qzdbf("get " + t + " NAME 1").out, "abcdefghij\n");
+    // alter applies its changes in the order given.
+    const Outcome r =
+        qzdbf("alter " + t + " --rename AGE=YEARS --add X:C:2 --move X=0 --drop NAME");
+    EXPECT_EQ(r.status, 0) << r.out;
+    const std::string layout = r.out.substr(r.out.find("new layout"));
+    EXPECT_LT(layout.find("X "), layout.find("YEARS")) << layout;
+    EXPECT_EQ(layout.find("NAME"), std::string::npos) << layout;
+    // -- ends the options: a value may start with a dash.
+    EXPECT_EQ(qzdbf("set " + t + " X 0 -- -a").status, 0);
+    EXPECT_EQ(qzdbf("get " + t + " X 0").out, "-a\n");
+}
+
+}  // namespace

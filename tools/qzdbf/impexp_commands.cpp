@@ -1,0 +1,75 @@
+// The command lines of import, export and stats, declared for the shared
+// parser; the commands themselves take their options from import_export.h.
+#include <memory>
+#include <string>
+
+#include "command.h"
+#include "import_export.h"
+
+namespace qzdbf {
+
+Runner setup_import(CLI::App& cmd) {
+    auto o = std::make_shared<Import_options>();
+    auto delimiter = std::make_shared<std::string>(",");
+    cmd.add_option("SRC", o->source, "the CSV file (UTF-8, RFC 4180, a header row)")->required();
+    cmd.add_option("DEST", o->destination, "the table to make (.dbf)")->required();
+    cmd.add_option("--fields", o->fields,
+                   "the fields, one a column in order (default: inferred from the values)")
+        ->type_name("NAME:TYPE:LEN[:DEC],...");
+    cmd.add_option("--encoding", o->encoding, "the table's text: UTF-8 (default), CP1251 or CP866")
+        ->type_name("NAME");
+    cmd.add_option("--delimiter", *delimiter, "the character between cells (or 'tab')")
+        ->type_name("C");
+    cmd.add_flag("--overwrite", o->overwrite, "replace an existing DEST");
+    cmd.add_flag("--quiet", o->quiet, "no progress bar, no notes on repaired names");
+    cmd.footer(
+        "A value that does not fit or a row with the wrong number of cells stops the\n"
+        "import (exit status 2, with the line) and no table is made.\n\n" +
+        cmd.get_footer());
+    return [o, delimiter] {
+        std::string d = *delimiter;
+        if (d == "\\t" || d == "tab") d = "\t";
+        if (d.size() != 1 || d == "\"" || d == "\n" || d == "\r")
+            return fail(kBadUsage, "--delimiter is one character (or 'tab'), not a quote");
+        o->delimiter = d[0];
+        return run_import(*o);
+    };
+}
+
+Runner setup_export(CLI::App& cmd) {
+    auto o = std::make_shared<Export_options>();
+    auto with_deleted = std::make_shared<bool>(false);
+    cmd.add_option("SRC", o->source, "the table (.dbf)")->required();
+    cmd.add_option("DEST", o->destination,
+                   "the file to write; its extension chooses the format (.gpkg, .csv, .geojson, "
+                   ".fgb, .xlsx, ...)")
+        ->required();
+    cmd.add_option("--format", o->format, "a GDAL vector driver name (GPKG, CSV, GeoJSON, ...)")
+        ->type_name("NAME");
+    cmd.add_option("--encoding", o->encoding, "the table's text encoding (default: as it says)")
+        ->type_name("NAME");
+    cmd.add_option("--layer", o->layer, "the layer's name (default: DEST's base name)")
+        ->type_name("NAME");
+    cmd.add_flag("--with-deleted", *with_deleted, "export the records marked deleted too");
+    cmd.add_flag("--overwrite", o->overwrite, "replace an existing DEST");
+    cmd.add_flag("--quiet", o->quiet, "no progress bar");
+    return [o, with_deleted] {
+        o->skip_deleted = !*with_deleted;
+        return run_export(*o);
+    };
+}
+
+Runner setup_stats(CLI::App& cmd) {
+    auto o = std::make_shared<Stats_options>();
+    cmd.add_option("PATH", o->path, "the table")->required();
+    cmd.add_flag("--json", o->json, "one JSON object a field");
+    cmd.add_option("--encoding", o->encoding, "the table's text encoding (default: as it says)")
+        ->type_name("NAME");
+    cmd.add_option("--cap", o->distinct_cap, "count distinct values up to N (default 10000)")
+        ->type_name("N")
+        ->check(CLI::Range(1ul, 100000000ul));
+    cmd.add_flag("--quiet", o->quiet, "no progress bar");
+    return [o] { return run_stats(*o); };
+}
+
+}  // namespace qzdbf
