@@ -231,10 +231,77 @@ static void set_text(Tqz_dbf_rw* table, const field_info& field, unsigned index,
     }
 }
 
+// Writes a typed value through qz_dbf_set_value.
+static void store(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
+                  const Tqz_dbf_value& v) {
+    qz_dbf_clear_last_error();
+    if (!qz_dbf_set_value(table, index, record, &v)) {
+        throw_last_error(QZ_DBF_ERR_VALUE, field.name + ": the value could not be written");
+    }
+}
+
+static bool is_decimal(const py::handle& value) {
+    static PyObject* decimal_type = nullptr;
+    if (decimal_type == nullptr) {
+        py::object t = py::module_::import("decimal").attr("Decimal");
+        decimal_type = t.release().ptr();  // kept for the life of the process
+    }
+    return PyObject_IsInstance(value.ptr(), decimal_type) == 1;
+}
+
+// The values only the typed write stores: memo text and bytes, bytes in
+// other fields, Decimal numbers, datetimes (T fields), dates for D. True
+// when the value was one of them (and was written).
+static bool set_typed(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
+                      const py::handle& value) {
+    Tqz_dbf_value v;
+    std::memset(&v, 0, sizeof v);
+    std::string text;
+    PyObject* o = value.ptr();
+    if (o == Py_None) {
+        if (field.type != 'M') return false;
+        v.kind = QZ_DBF_VALUE_NULL;
+    } else if (PyBytes_Check(o)) {
+        v.kind = QZ_DBF_VALUE_BYTES;
+        text.assign(PyBytes_AS_STRING(o), static_cast<size_t>(PyBytes_GET_SIZE(o)));
+    } else if (field.type == 'M' && PyUnicode_Check(o)) {
+        Py_ssize_t size = 0;
+        const char* utf8 = PyUnicode_AsUTF8AndSize(o, &size);
+        if (utf8 == nullptr) throw py::error_already_set();
+        v.kind = QZ_DBF_VALUE_TEXT;
+        text.assign(utf8, static_cast<size_t>(size));
+    } else if (is_decimal(value) && field.type != 'D' && field.type != 'L') {
+        if (!py::bool_(value.attr("is_finite")())) bad_value(field, "the number is not finite");
+        v.kind = QZ_DBF_VALUE_DECIMAL;
+        text = py::str(value);
+        v.d = std::strtod(text.c_str(), nullptr);
+    } else if (PyDateTime_Check(o) && field.type != 'D') {
+        // A naive datetime, taken as UTC.
+        const int64_t days =
+            days_from_civil(PyDateTime_GET_YEAR(o), PyDateTime_GET_MONTH(o), PyDateTime_GET_DAY(o));
+        v.kind = QZ_DBF_VALUE_DATETIME;
+        v.i = days * 86400000LL + PyDateTime_DATE_GET_HOUR(o) * 3600000LL +
+              PyDateTime_DATE_GET_MINUTE(o) * 60000LL + PyDateTime_DATE_GET_SECOND(o) * 1000LL +
+              PyDateTime_DATE_GET_MICROSECOND(o) / 1000;
+    } else if (PyDate_Check(o) && field.type == 'D') {
+        v.kind = QZ_DBF_VALUE_DATE;
+        v.i = PyDateTime_GET_YEAR(o) * 10000LL + PyDateTime_GET_MONTH(o) * 100LL +
+              PyDateTime_GET_DAY(o);
+    } else if (field.type == 'M') {
+        bad_value(field, "a str or bytes is needed, not " + type_name(value));
+    } else {
+        return false;
+    }
+    v.text = text.c_str();
+    v.length = text.size();
+    store(table, field, index, record, v);
+    return true;
+}
+
 void set_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
               const py::handle& value, const std::string& encoding) {
-    if (!PyDateTimeAPI) PyDateTime_IMPORT;
-    if (field.type == 'M') bad_value(field, "memo fields cannot be written from Python yet");
+    need_datetime_api();
+    if (set_typed(table, field, index, record, value)) return;
     if (value.is_none()) {
         // Binary fields have no blank: None is stored as 0 there.
         if (field.type == 'I') {

@@ -87,3 +87,28 @@ def test_binary_memos_are_bytes_and_every_cell_reads():
                     if isinstance(v, bytes):
                         binary += 1
     assert binary > 0
+
+
+def test_typed_writes_of_decimals_dates_and_bytes(tmp_path):
+    import dbfread
+
+    path = tmp_path / "w.dbf"
+    with qzdbf.create(path, [("P", "N", 10, 2), ("D", "D", 8, 0), ("C", "C", 6, 0),
+                             ("M", "M", 10, 0)]) as t:
+        t.append({"P": decimal.Decimal("-1234.565"), "D": datetime.date(1999, 12, 31),
+                  "C": b"raw\xffb"})
+        t.append({"P": decimal.Decimal("0.1")})
+        for value in (decimal.Decimal("123456789.5"), decimal.Decimal("NaN")):
+            with pytest.raises(qzdbf.InvalidValue):
+                t[1, "P"] = value
+        with pytest.raises(qzdbf.InvalidValue):
+            t[1, "M"] = 5
+        # A table made here has no memo file to take a memo.
+        with pytest.raises(qzdbf.MemoError):
+            t[1, "M"] = "text"
+    with qzdbf.open(path, decimal=True) as t:
+        # Rounded half away from zero to the field's decimals.
+        assert t[0, "P"] == decimal.Decimal("-1234.57") and t[1, "P"] == decimal.Decimal("0.10")
+        assert t[0, "D"] == datetime.date(1999, 12, 31) and t[1, "M"] is None
+    ref = list(dbfread.DBF(str(path), raw=True, ignore_missing_memofile=True))
+    assert ref[0]["C"] == b"raw\xffb " and ref[0]["P"].strip() == b"-1234.57"
