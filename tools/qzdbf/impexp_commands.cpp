@@ -16,13 +16,21 @@ Runner setup_import(CLI::App& cmd) {
     cmd.add_option("--fields", o->fields,
                    "the fields, one a column in order (default: inferred from the values)")
         ->type_name("NAME:TYPE:LEN[:DEC],...");
-    cmd.add_option("--encoding", o->encoding, "the table's text: UTF-8 (default), CP1251 or CP866")
+    cmd.add_option("--encoding", o->encoding,
+                   "the table's text: UTF-8 (default) or a single-byte encoding (CP1251, CP866, "
+                   "CP1252, ISO-8859-2, KOI8-R, ...), named in its .cpg")
         ->type_name("NAME");
     cmd.add_option("--delimiter", *delimiter, "the character between cells (or 'tab')")
         ->type_name("C");
     cmd.add_flag("--overwrite", o->overwrite, "replace an existing DEST");
     cmd.add_flag("--quiet", o->quiet, "no progress bar, no notes on repaired names");
     cmd.footer(
+        "Types are inferred from the non-empty cells of a column: all T/F/true/false\n"
+        "make L(1); all YYYY-MM-DD dates D(8); all numbers -?(0|[1-9][0-9]*)(.[0-9]+)?\n"
+        "N with the widest integer part and the most decimals (more than 15 digits,\n"
+        "-0 and leading zeros stay text); anything else C, as long as the longest\n"
+        "cell in the table's encoding (at most 254 bytes). Header names are repaired\n"
+        "into valid field names.\n\n"
         "A value that does not fit or a row with the wrong number of cells stops the\n"
         "import (exit status 2, with the line) and no table is made.\n\n" +
         cmd.get_footer());

@@ -45,13 +45,4 @@ int run_import(const Import_options& options);
 int run_export(const Export_options& options);
 int run_stats(const Stats_options& options);
 
-// Parsers of the hand-written command line (until the commands move to the
-// shared parser): the arguments after the command's name.
-int cmd_import(const std::vector<std::string>& args);
-int cmd_export(const std::vector<std::string>& args);
-int cmd_stats(const std::vector<std::string>& args);
-
-// The usage lines of the three commands, for the tool's help.
-extern const char kImportExportUsage[];
-
 }  // namespace qzdbf
