@@ -2,10 +2,11 @@
 // exported interface, and does the same reads and writes with shapelib on
 // the same files, then prints the times and their ratios.
 //
-//   dbf_bench [FOLDER] [RECORDS] [reads]
+//   dbf_bench [FOLDER] [RECORDS] [reads|writes]
 //
 // With "reads", only the read measures are made (the tables are still
-// written by the library, untimed).
+// written by the library, untimed); with "writes", only the writes (text
+// and typed setters).
 //
 // The tables (about 90 MB each) are written to FOLDER (default: the
 // temporary folder) and removed at the end. Every figure is the CPU time of
@@ -351,7 +352,8 @@ struct Row {
 // The write measures and the fast find, which a run of the reads alone
 // leaves out.
 void write_and_find(std::vector<Row>& rows, const std::string& blank, const std::string& cp,
-                    const Cells& utf8, const Cells& cp1251, const Typed& typed, unsigned records);
+                    const Cells& utf8, const Cells& cp1251, const Typed& typed, unsigned records,
+                    bool find);
 
 }  // namespace
 
@@ -360,6 +362,7 @@ int main(int argc, char** argv) {
     unsigned records =
         argc > 2 ? static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10)) : 1000000;
     const bool reads_only = argc > 3 && std::strcmp(argv[3], "reads") == 0;
+    const bool writes_only = argc > 3 && std::strcmp(argv[3], "writes") == 0;
     dir += "/qz_bench_" + std::to_string(::getpid());
     std::filesystem::create_directories(dir);
     const std::string blank = dir + "/blank.dbf", cp = dir + "/cp1251.dbf",
@@ -399,47 +402,49 @@ int main(int argc, char** argv) {
                         w_ours / w_peer <= 0.3});
     }
 
-    // Reading every cell of the same file as text; both sides give the
-    // character cells as UTF-8, shapelib through iconv.
-    iconv_t to_utf8 = iconv_open("UTF-8", "CP1251");
-    if (to_utf8 == reinterpret_cast<iconv_t>(-1)) die("iconv has no CP1251");
-    read_ours(cp);
-    read_shapelib(cp, to_utf8);
-    size_t sum_ours = 0, sum_peer = 0;
-    auto [r_ours, r_peer] =
-        best_of([&] { sum_ours = read_ours(cp); }, [&] { sum_peer = read_shapelib(cp, to_utf8); });
-    iconv_close(to_utf8);
-    rows.push_back({"read every cell as text (CP1251 table)", r_ours, r_peer, "<= 0.8",
-                    r_ours / r_peer <= 0.8});
+    size_t sum_ours = 0, sum_peer = 0, sum8 = 0, sum8_peer = 0;
+    if (!writes_only) {
+        // Reading every cell of the same file as text; both sides give the
+        // character cells as UTF-8, shapelib through iconv.
+        iconv_t to_utf8 = iconv_open("UTF-8", "CP1251");
+        if (to_utf8 == reinterpret_cast<iconv_t>(-1)) die("iconv has no CP1251");
+        read_ours(cp);
+        read_shapelib(cp, to_utf8);
+        auto [r_ours, r_peer] = best_of([&] { sum_ours = read_ours(cp); },
+                                        [&] { sum_peer = read_shapelib(cp, to_utf8); });
+        iconv_close(to_utf8);
+        rows.push_back({"read every cell as text (CP1251 table)", r_ours, r_peer, "<= 0.8",
+                        r_ours / r_peer <= 0.8});
 
-    // The same with a UTF-8 table and UTF-8 system text.
-    copy(blank8, u8);
-    write_ours(u8, utf8, records);
-    read_ours(u8);
-    read_shapelib(u8);
-    size_t sum8 = 0, sum8_peer = 0;
-    auto [r8_ours, r8_peer] =
-        best_of([&] { sum8 = read_ours(u8); }, [&] { sum8_peer = read_shapelib(u8); });
-    rows.push_back({"read every cell as text (UTF-8 table)", r8_ours, r8_peer, "<= 0.8",
-                    r8_ours / r8_peer <= 0.8});
+        // The same with a UTF-8 table and UTF-8 system text.
+        copy(blank8, u8);
+        write_ours(u8, utf8, records);
+        read_ours(u8);
+        read_shapelib(u8);
+        auto [r8_ours, r8_peer] =
+            best_of([&] { sum8 = read_ours(u8); }, [&] { sum8_peer = read_shapelib(u8); });
+        rows.push_back({"read every cell as text (UTF-8 table)", r8_ours, r8_peer, "<= 0.8",
+                        r8_ours / r8_peer <= 0.8});
 
-    // Plain ASCII text: no conversion is needed on either side.
-    copy(blank, asc);
-    write_ours(asc, ascii, records);
-    read_ours(asc);
-    read_shapelib(asc);
-    auto [ra_ours, ra_peer] = best_of([&] { read_ours(asc); }, [&] { read_shapelib(asc); });
-    rows.push_back({"read every cell as text (ASCII table)", ra_ours, ra_peer, "<= 0.7",
-                    ra_ours / ra_peer <= 0.7});
-    auto [floor_ours, floor] = best_of([&] { read_ours(asc); }, [&] { touch_bytes(asc); });
-    rows.push_back({"read as text (ASCII) vs read() touching bytes", floor_ours, floor, "-", true});
+        // Plain ASCII text: no conversion is needed on either side.
+        copy(blank, asc);
+        write_ours(asc, ascii, records);
+        read_ours(asc);
+        read_shapelib(asc);
+        auto [ra_ours, ra_peer] = best_of([&] { read_ours(asc); }, [&] { read_shapelib(asc); });
+        rows.push_back({"read every cell as text (ASCII table)", ra_ours, ra_peer, "<= 0.7",
+                        ra_ours / ra_peer <= 0.7});
+        auto [floor_ours, floor] = best_of([&] { read_ours(asc); }, [&] { touch_bytes(asc); });
+        rows.push_back(
+            {"read as text (ASCII) vs read() touching bytes", floor_ours, floor, "-", true});
 
-    // Numbers as double.
-    auto [n_ours, n_peer] = best_of([&] { numbers_ours(cp); }, [&] { numbers_shapelib(cp); });
-    rows.push_back(
-        {"numeric cells (N, F) as double", n_ours, n_peer, "<= 0.25", n_ours / n_peer <= 0.25});
+        // Numbers as double.
+        auto [n_ours, n_peer] = best_of([&] { numbers_ours(cp); }, [&] { numbers_shapelib(cp); });
+        rows.push_back(
+            {"numeric cells (N, F) as double", n_ours, n_peer, "<= 0.25", n_ours / n_peer <= 0.25});
+    }
 
-    if (!reads_only) write_and_find(rows, blank, cp, utf8, cp1251, typed, records);
+    if (!reads_only) write_and_find(rows, blank, cp, utf8, cp1251, typed, records, !writes_only);
 
     std::printf("\nCPU seconds of this thread, best of %d runs, the two sides taking turns\n",
                 kRuns);
@@ -469,7 +474,8 @@ int main(int argc, char** argv) {
 namespace {
 
 void write_and_find(std::vector<Row>& rows, const std::string& blank, const std::string& cp,
-                    const Cells& utf8, const Cells& cp1251, const Typed& typed, unsigned records) {
+                    const Cells& utf8, const Cells& cp1251, const Typed& typed, unsigned records,
+                    bool find) {
     const std::string dir = blank.substr(0, blank.rfind('/'));
     const std::string typed_path = dir + "/typed.dbf", typed_peer = dir + "/typed_shapelib.dbf";
     // Every cell with the setter of its type.
@@ -479,6 +485,8 @@ void write_and_find(std::vector<Row>& rows, const std::string& blank, const std:
                 [&] { copy(blank, typed_path); }, [&] { copy(blank, typed_peer); });
     rows.push_back(
         {"write with typed setters", t_ours, t_peer, "<= 0.25", t_ours / t_peer <= 0.25});
+
+    if (!find) return;
 
     // Fast find on the unique CODE field against a std::map of the same
     // strings (as the library gives them: trimmed system text).

@@ -60,7 +60,11 @@ QZ_DBF_API int qz_dbf_del_records_by_msk_why_w(const wchar_t* path, void* mask);
  * memory. They reach the file (where every other handle and process reads
  * them, and where they outlive the process) when the handle reads or writes
  * another record, before the file's notifier sends an update event, at
- * qz_dbf_flush and at qz_dbf_close. Nothing here syncs the file to disk.
+ * qz_dbf_flush and at qz_dbf_close. A handle that holds the table's writer
+ * lock has its writes in the file as soon as they are made (it works on a
+ * shared mapping of the file); its leaving a written record tells the
+ * file's watchers within 5 ms, and qz_dbf_flush tells them at once. Nothing
+ * here syncs the file to disk.
  *
  * qz_dbf_flush writes the handle's pending bytes to the file now. True when
  * nothing is left pending: also for a read-only handle and for a handle
@@ -263,7 +267,7 @@ QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, uns
 /* A cell as a typed value, by field type: C text; N and F an integer (no
  * decimals) or a double, with the digits as `text` too (a decimal comma
  * read as a point; text that is no number stays text); L a bool; D a date
- * (`i` = YYYYMMDD); I and + an integer; B (Visual FoxPro), O a double; Y a
+ * (`i` = YYYYMMDD); I and + an integer; B (Visual FoxPro, or 8 bytes wide), O a double; Y a
  * decimal (`text` "123.4500", `d` the same as a double); T a datetime (`i`
  * = milliseconds since 1970-01-01 UTC); M text; V its whole text; G, P, B (dBASE) memo bytes;
  * other types the field's bytes. Blank N, F, D, L and T cells are null. */
@@ -315,8 +319,8 @@ QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
  * length, padded with blanks; N and F an integer, double or decimal (or
  * number text), rounded half away from zero to the field's decimals,
  * right-aligned, refused when wider than the field; L a bool; D a date;
- * I an integer of 32 bits; B (Visual FoxPro) and O a number, stored as a
- * double; Y a number or decimal, stored in units of 1/10000; T a date or
+ * I an integer of 32 bits; B (Visual FoxPro, or 8 bytes wide) and O a
+ * number, stored as a double; Y a number or decimal, stored in units of 1/10000; T a date or
  * datetime; M text (or bytes, kept as a picture block of an .fpt), G, P,
  * W and B (dBASE) bytes, appended to the memo file (the old memo's blocks
  * are not reused); other types bytes of at most the field's length.

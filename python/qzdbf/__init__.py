@@ -25,7 +25,8 @@ from ._errors import (
 )
 
 __all__ = [
-    "open", "create", "check", "read_dataframe", "write_dataframe", "Table", "Field",
+    "open", "load", "create", "check", "undo", "redo", "can_undo", "can_redo", "clear_history",
+    "field_name_ok", "fix_field_name", "fix_field_names", "read_dataframe", "write_dataframe", "Table", "Field",
     "Finding", "Error", "InvalidArgument", "NotFound", "NotATable", "Locked",
     "PermissionDenied", "IOFailure", "MemoError", "InvalidValue", "OutOfMemory",
     "InternalError",
@@ -47,10 +48,13 @@ class Table(_qzdbf.Table):
     ``i`` as a dict; ``t[i, "NAME"]`` (or ``t[i, field_index]``) one cell, which
     can be assigned when the table is open for writing.
 
-    Values by field type: N with decimals, F and B float; N without decimals
-    int (float when the cell holds a fraction); I int; D datetime.date; L
-    bool; C str without trailing blanks; M the memo's text. A blank cell
-    reads as None (an empty C cell as ""); assigning None blanks a cell.
+    Values by field type: N with decimals and F float (decimal.Decimal when
+    opened with ``decimal=True``); N without decimals int (float when the
+    cell holds a fraction); I and + int; B (double) and O float; Y (currency)
+    float or Decimal; D datetime.date; T datetime.datetime; L bool; C str
+    without trailing blanks; M the memo's text; G, P and binary memos bytes.
+    A blank cell reads as None (an empty C cell as ""); assigning None
+    blanks a cell.
     """
 
     def __enter__(self):
@@ -96,21 +100,97 @@ class Table(_qzdbf.Table):
         deleted."""
         return super().append(values)
 
+    def restructure(self, fields):
+        """Give the table new fields, keeping its records.
+
+        ``fields`` lists the fields in their new order, each either the name
+        of a field kept as it is, or ``(name, type, length, decimals)`` (a
+        field of that name takes its values from the old field of that name,
+        converted; another name is a new, blank field), or ``(name, type,
+        length, decimals, source)`` taking the values of the old field
+        ``source`` (a rename). Old fields not listed go. A table file is
+        rewritten whole (needs mode "r+"); a memory table changes in place
+        as one step of the undo history."""
+        super().restructure(list(fields))
+
+    def save(self, path=None):
+        """Write a memory table to its file (or to ``path``)."""
+        if path is None:
+            super().save()
+        else:
+            super().save_as(str(path))
+
     def __repr__(self):
         state = "closed" if self.closed else f"{len(self)} records"
         return f"<qzdbf.Table {self.path!r} {state}>"
 
 
-def open(path, mode="r", encoding=None):
+def open(path, mode="r", encoding=None, decimal=False):
     """Open the table at ``path``.
 
     ``mode`` "r" reads only (no lock is taken); "r+" (or "w", "a") opens for
     writing and takes the table's writer lock, so a second writer gets
     :class:`Locked`. ``encoding`` ("utf-8", "cp1251", "cp866") overrides the
     one the table's .cpg file names. A file that is not a dBASE table raises
-    :class:`NotATable`, a missing one :class:`NotFound`.
+    :class:`NotATable`, a missing one :class:`NotFound`. With ``decimal``,
+    cells of N and F fields with decimals (and currency fields) read as
+    :class:`decimal.Decimal` with the stored digits instead of float.
     """
-    return Table(str(path), mode, encoding)
+    return Table(str(path), mode, encoding, bool(decimal))
+
+
+def load(path, encoding=None, decimal=False):
+    """Load the table at ``path`` into memory and return it as a writable
+    :class:`Table` (``t.in_memory`` is True). Its changes stay in memory,
+    each a step of the process's undo history (:func:`undo`, :func:`redo`),
+    until ``t.save()``; while it is loaded, other processes cannot write the
+    file. ``close()`` lets it go."""
+    return Table(str(path), "r+", encoding, bool(decimal), True)
+
+
+def undo():
+    """Undo the last change of a memory table (the history is the
+    process's, shared by all loaded tables); False when there is none."""
+    return _qzdbf.undo()
+
+
+def redo():
+    """Redo the last undone change; False when there is none."""
+    return _qzdbf.redo()
+
+
+def can_undo():
+    """Whether :func:`undo` has a change to undo."""
+    return _qzdbf.can_undo()
+
+
+def can_redo():
+    """Whether :func:`redo` has a change to redo."""
+    return _qzdbf.can_redo()
+
+
+def clear_history():
+    """Forget every step of the undo history."""
+    _qzdbf.clear_history()
+
+
+def field_name_ok(name):
+    """Whether ``name`` is a valid field name: 1 to 10 of A-Z, 0-9 and _,
+    a letter first, no lower-case letter."""
+    return _qzdbf.field_name_ok(str(name))
+
+
+def fix_field_name(name):
+    """The repaired field name: transliterated into Latin letters ("#"
+    becomes "_"), leading non-letters dropped ("PROP" when nothing is left,
+    "PROP1" for a lone "1"), cut to 10 characters, upper case."""
+    return _qzdbf.fix_field_name(str(name))
+
+
+def fix_field_names(names):
+    """Every name repaired as :func:`fix_field_name` does, then names equal
+    to an earlier one in any letter case numbered ("ID", "ID1", ...)."""
+    return _qzdbf.fix_field_names([str(n) for n in names])
 
 
 def create(path, fields, encoding="utf-8"):

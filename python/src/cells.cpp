@@ -131,58 +131,87 @@ py::object memo_value(Tqz_dbf_rw* table, unsigned field, unsigned record,
     return py::reinterpret_steal<py::object>(s);
 }
 
-static py::object date_object(int64_t days) {
+static void need_datetime_api() {
     if (!PyDateTimeAPI) PyDateTime_IMPORT;
-    int y, m, d;
-    civil_from_days(days, y, m, d);
-    PyObject* o = PyDate_FromDate(y, m, d);
+    if (!PyDateTimeAPI) throw py::error_already_set();
+}
+
+static py::object steal(PyObject* o) {
     if (o == nullptr) throw py::error_already_set();
     return py::reinterpret_steal<py::object>(o);
 }
 
+static py::object decimal_of(const char* digits, size_t length) {
+    static PyObject* decimal_type = nullptr;
+    if (decimal_type == nullptr) {
+        py::object t = py::module_::import("decimal").attr("Decimal");
+        decimal_type = t.release().ptr();  // kept for the life of the process
+    }
+    py::object text = steal(PyUnicode_FromStringAndSize(digits, static_cast<Py_ssize_t>(length)));
+    return steal(PyObject_CallOneArg(decimal_type, text.ptr()));
+}
+
 py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
-                    const std::string& encoding) {
-    bool ok = false;
-    switch (field.type) {
-        case 'N':
-        case 'F': {
-            if (field.type == 'F') {
-                const double d = qz_dbf_get_dbl(table, index, record, ok);
-                if (!ok) return py::none();
-                return py::float_(d);
+                    bool decimals) {
+    need_datetime_api();
+    if (field.type == 'B') {
+        // B fields hold 8-byte doubles as this library writes them, in any
+        // table (the typed read takes B as a binary memo outside Visual
+        // FoxPro tables).
+        bool ok = false;
+        const double d = qz_dbf_get_dbl(table, index, record, ok);
+        if (!ok) return py::none();
+        return py::float_(d);
+    }
+    Tqz_dbf_value v;
+    std::memset(&v, 0, sizeof v);
+    if (!qz_dbf_get_value(table, index, record, &v)) return py::none();
+    const bool numeric_text = v.text != nullptr && (field.type == 'N' || field.type == 'F');
+    switch (v.kind) {
+        case QZ_DBF_VALUE_BOOL:
+            return py::bool_(v.i != 0);
+        case QZ_DBF_VALUE_INT:
+            // A whole number in a field with decimals stays a number with
+            // decimals (float, or Decimal when asked).
+            if (field.decimals > 0 && (field.type == 'N' || field.type == 'F')) {
+                if (decimals && numeric_text) return decimal_of(v.text, v.length);
+                return py::float_(static_cast<double>(v.i));
             }
-            // N cells are parsed from their stored text: integers keep all 64
-            // bits, and a decimal comma is read as a point.
-            const number n = parse_number(qz_dbf_get_str(table, index, record, ok));
-            if (n.kind == number_kind::integer && field.decimals == 0) return py::int_(n.integer);
-            if (n.kind == number_kind::integer) return py::float_(n.real);
-            if (n.kind == number_kind::real) return py::float_(n.real);
-            return py::none();
+            return steal(PyLong_FromLongLong(v.i));
+        case QZ_DBF_VALUE_DOUBLE:
+            if (decimals && numeric_text) return decimal_of(v.text, v.length);
+            return py::float_(v.d);
+        case QZ_DBF_VALUE_DECIMAL:
+            if (decimals && v.text != nullptr) return decimal_of(v.text, v.length);
+            return py::float_(v.d);
+        case QZ_DBF_VALUE_DATE: {
+            const int y = static_cast<int>(v.i / 10000), m = static_cast<int>(v.i / 100 % 100),
+                      d = static_cast<int>(v.i % 100);
+            return steal(PyDate_FromDate(y, m, d));
         }
-        case 'L': {
-            const bool b = qz_dbf_get_bool(table, index, record, ok);
-            if (!ok) return py::none();
-            return py::bool_(b);
+        case QZ_DBF_VALUE_DATETIME: {
+            // Milliseconds since 1970-01-01, as a naive datetime.
+            int64_t ms = v.i;
+            int64_t days = ms >= 0 ? ms / 86400000 : -((-ms + 86399999) / 86400000);
+            int64_t rest = ms - days * 86400000;
+            int y, mo, d;
+            civil_from_days(days, y, mo, d);
+            if (y < 1 || y > 9999) return py::none();
+            return steal(PyDateTime_FromDateAndTime(
+                y, mo, d, static_cast<int>(rest / 3600000), static_cast<int>(rest / 60000 % 60),
+                static_cast<int>(rest / 1000 % 60), static_cast<int>(rest % 1000) * 1000));
         }
-        case 'D': {
-            int64_t days = 0;
-            if (!parse_date(qz_dbf_get_str(table, index, record, ok), days)) return py::none();
-            return date_object(days);
+        case QZ_DBF_VALUE_TEXT: {
+            size_t len = v.text ? v.length : 0;
+            while (len > 0 && v.text[len - 1] == ' ') --len;
+            return steal(PyUnicode_DecodeUTF8(v.text ? v.text : "", static_cast<Py_ssize_t>(len),
+                                              "replace"));
         }
-        case 'I': {
-            const int i = qz_dbf_get_int(table, index, record, ok);
-            if (!ok) return py::none();
-            return py::int_(i);
-        }
-        case 'B': {
-            const double d = qz_dbf_get_dbl(table, index, record, ok);
-            if (!ok) return py::none();
-            return py::float_(d);
-        }
-        case 'M':
-            return memo_value(table, index, record, encoding);
+        case QZ_DBF_VALUE_BYTES:
+            return steal(PyBytes_FromStringAndSize(v.text ? v.text : "",
+                                                   static_cast<Py_ssize_t>(v.text ? v.length : 0)));
         default:
-            return text_value(qz_dbf_get_str(table, index, record, ok));
+            return py::none();
     }
 }
 

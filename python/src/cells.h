@@ -7,6 +7,7 @@
 #include <pybind11/pybind11.h>
 
 #include <qzk_file_dbf.h>
+#include <qzk_file_dbf_ext.h>
 
 #include <cstdint>
 #include <string>
@@ -45,8 +46,11 @@ pybind11::str text_value(const char* text);
 pybind11::object memo_value(Tqz_dbf_rw* table, unsigned field, unsigned record,
                             const std::string& encoding);
 
+// The typed value of a cell (qz_dbf_get_value): None, bool, int, float,
+// decimal.Decimal (N and F with decimals, and Y, when `decimals`),
+// datetime.date, datetime.datetime, str or bytes.
 pybind11::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index,
-                          unsigned record, const std::string& encoding);
+                          unsigned record, bool decimals);
 // Writes `value` (None blanks the cell); throws InvalidValue for what the
 // field cannot hold.
 void set_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,

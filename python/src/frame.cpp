@@ -532,4 +532,66 @@ unsigned long long read_cells_c(table& t) {
     return cells + (sink == 0xFFFFFFFFFFFFFFFFull ? 1 : 0);
 }
 
+unsigned long long read_cells_images(table& t) {
+    Tqz_dbf_rw* h = t.handle();
+    const auto& fields = t.field_list();
+    const unsigned total = qz_dbf_get_nr(h);
+    const unsigned record_size = qz_dbf_get_record_size(h);
+    if (record_size == 0) throw_error(QZ_DBF_ERR_ARGUMENT, t.path() + ": no record images");
+    std::vector<unsigned> offsets;
+    for (unsigned fi = 0; fi < fields.size(); ++fi) {
+        offsets.push_back(qz_dbf_get_field_offset(h, fi));
+        if (offsets.back() == 0 || offsets.back() + fields[fi].length > record_size) {
+            throw_error(QZ_DBF_ERR_ARGUMENT, t.path() + ": a field lies outside the record");
+        }
+    }
+    const unsigned chunk = std::max(1u, (1u << 20) / record_size);
+    std::vector<unsigned char> buffer(static_cast<size_t>(chunk) * record_size);
+    unsigned long long cells = 0, sink = 0;
+    std::string text;
+    py::gil_scoped_release no_gil;
+    for (unsigned first = 0; first < total;) {
+        const unsigned got =
+            qz_dbf_get_record_images(h, first, chunk, buffer.data(), buffer.size());
+        if (got == 0) break;
+        for (unsigned k = 0; k < got; ++k) {
+            const unsigned char* image = buffer.data() + static_cast<size_t>(k) * record_size;
+            if (image[0] == '*') continue;
+            for (unsigned fi = 0; fi < fields.size(); ++fi) {
+                const field_info& f = fields[fi];
+                const unsigned char* p = image + offsets[fi];
+                switch (f.type) {
+                    case 'N':
+                    case 'F': {
+                        number_bytes num;
+                        if (parse_number_bytes(p, f.length, true, num) != parsed::blank) {
+                            sink += static_cast<unsigned long long>(num.real) + num.integer;
+                        }
+                        break;
+                    }
+                    case 'D': {
+                        int64_t days = 0;
+                        parse_date_bytes(p, f.length, days);
+                        sink += days;
+                        break;
+                    }
+                    case 'L': {
+                        bool b = false;
+                        parse_logical_byte(p, f.length, b);
+                        sink += b;
+                        break;
+                    }
+                    default:
+                        text.assign(reinterpret_cast<const char*>(p), text_length(p, f.length));
+                        sink += text.size();
+                        break;
+                }
+                ++cells;
+            }
+        }
+        first += got;
+    }
+    return cells + (sink == 0xFFFFFFFFFFFFFFFFull ? 1 : 0);
+}
+
 }  // namespace qzpy

@@ -3,6 +3,7 @@
 // functions (read_dataframe, write_dataframe, ...) on these.
 #include "errors.h"
 #include "frame.h"
+#include "structure.h"
 #include "table.h"
 
 #include <pybind11/pybind11.h>
@@ -94,8 +95,9 @@ PYBIND11_MODULE(_qzdbf, m) {
 
     using qzpy::table;
     py::class_<table>(m, "Table")
-        .def(py::init<const std::string&, const std::string&, const py::object&>(), py::arg("path"),
-             py::arg("mode") = "r", py::arg("encoding") = py::none())
+        .def(py::init<const std::string&, const std::string&, const py::object&, bool, bool>(),
+             py::arg("path"), py::arg("mode") = "r", py::arg("encoding") = py::none(),
+             py::arg("decimal") = false, py::arg("memory") = false)
         .def("close", &table::close)
         .def_property_readonly("closed", &table::closed)
         .def_property_readonly("fields", &table::fields)
@@ -115,7 +117,20 @@ PYBIND11_MODULE(_qzdbf, m) {
         .def("read_columns", &qzpy::read_columns, py::arg("columns") = py::none(),
              py::arg("skip_deleted") = true, py::arg("by_cells") = false)
         .def("write_columns", &qzpy::write_columns)
-        .def("_read_cells_c", &qzpy::read_cells_c);
+        .def("_read_cells_c", &qzpy::read_cells_c)
+        .def("_read_cells_images", &qzpy::read_cells_images)
+        .def_property_readonly("in_memory", &table::in_memory)
+        .def("save", &table::save)
+        .def("save_as", &table::save_as)
+        .def("restructure", &qzpy::restructure);
+    m.def("field_name_ok", &qzpy::field_name_ok);
+    m.def("fix_field_name", &qzpy::fix_field_name);
+    m.def("fix_field_names", &qzpy::fix_field_names);
+    m.def("undo", &qzpy::history_undo);
+    m.def("redo", &qzpy::history_redo);
+    m.def("can_undo", &qzpy::history_can_undo);
+    m.def("can_redo", &qzpy::history_can_redo);
+    m.def("clear_history", &qzpy::history_clear);
     m.def("create", &create_table, py::arg("path"), py::arg("fields"),
           py::arg("encoding") = "utf-8");
     m.def("check", &check_file, py::arg("path"), py::arg("values") = false);

@@ -20,8 +20,9 @@ using bits_ptr = std::unique_ptr<void, bits_deleter>;
 
 }  // namespace
 
-table::table(const std::string& path, const std::string& mode, const py::object& encoding)
-    : path_(path) {
+table::table(const std::string& path, const std::string& mode, const py::object& encoding,
+             bool decimals, bool memory)
+    : path_(path), decimals_(decimals) {
     if (mode == "r") {
         options_ = QZ_DBF_OPEN_READ_ONLY;
     } else if (mode == "w" || mode == "r+" || mode == "a") {
@@ -45,17 +46,36 @@ table::table(const std::string& path, const std::string& mode, const py::object&
                         "encoding must be \"utf-8\", \"cp1251\" or \"cp866\", not \"" + e + "\"");
         }
     }
+    if (memory) {
+        if (!writable_) throw_error(QZ_DBF_ERR_ARGUMENT, path_ + ": a memory table is writable");
+        qz_dbf_clear_last_error();
+        memory_ = qz_dbf_mem_load(path_.c_str());
+        if (memory_ == nullptr) throw_last_error(QZ_DBF_ERR_IO, path_ + ": cannot be loaded");
+        try {
+            // Opening the path while it is loaded serves the memory table.
+            open_handle(options_);
+            if (!qz_dbf_is_buffered(handle_)) {
+                throw_error(QZ_DBF_ERR_INTERNAL, path_ + ": the memory table is not served");
+            }
+        } catch (...) {
+            close();
+            throw;
+        }
+        return;
+    }
     open_handle(options_);
 }
 
 table::table(Tqz_dbf_rw* created, const std::string& path)
     : handle_(created), path_(path), writable_(true) {
     encoding_ = table_encoding(handle_);
+    qz_dbf_set_encoding(handle_, encoding_.c_str());
     fields_ = read_fields(handle_);
 }
 
 table::~table() {
     if (handle_ != nullptr) qz_dbf_close(handle_);
+    if (memory_ != nullptr) qz_dbf_mem_free(memory_);
 }
 
 void table::open_handle(unsigned options) {
@@ -72,6 +92,8 @@ void table::open_handle(unsigned options) {
         qz_dbf_set_dos_flag(handle_, true);
     }
     encoding_ = table_encoding(handle_);
+    // The typed reads decode text as the column reads do.
+    qz_dbf_set_encoding(handle_, encoding_.c_str());
     fields_ = read_fields(handle_);
 }
 
@@ -83,10 +105,33 @@ void table::close() {
         qz_dbf_close(handle_);
         handle_ = nullptr;
     }
+    if (memory_ != nullptr) {
+        qz_dbf_mem_free(memory_);
+        memory_ = nullptr;
+    }
+}
+
+void table::save() {
+    handle();
+    if (memory_ == nullptr) throw_error(QZ_DBF_ERR_ARGUMENT, path_ + ": not a memory table");
+    qz_dbf_clear_last_error();
+    if (!qz_dbf_mem_save(memory_)) throw_last_error(QZ_DBF_ERR_IO, path_ + ": not saved");
+}
+
+void table::save_as(const std::string& path) {
+    handle();
+    if (memory_ == nullptr) throw_error(QZ_DBF_ERR_ARGUMENT, path_ + ": not a memory table");
+    qz_dbf_clear_last_error();
+    if (!qz_dbf_mem_save_as(memory_, path.c_str())) {
+        throw_last_error(QZ_DBF_ERR_IO, path + ": not saved");
+    }
 }
 
 Tqz_dbf_rw* table::handle() {
     if (handle_ == nullptr) throw_error(QZ_DBF_ERR_ARGUMENT, path_ + ": the table is closed");
+    // A memory table's fields change under it with undo and redo of a
+    // restructure: they are read again at every access.
+    if (memory_ != nullptr) fields_ = read_fields(handle_);
     return handle_;
 }
 
@@ -139,7 +184,7 @@ py::tuple table::row(long long record) {
     const unsigned r = record_index(record);
     py::tuple out(fields_.size());
     for (size_t i = 0; i < fields_.size(); ++i) {
-        out[i] = get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, encoding_);
+        out[i] = get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, decimals_);
     }
     return out;
 }
@@ -149,7 +194,7 @@ py::dict table::row_dict(long long record) {
     py::dict out;
     for (size_t i = 0; i < fields_.size(); ++i) {
         out[py::str(fields_[i].name)] =
-            get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, encoding_);
+            get_cell(handle_, fields_[i], static_cast<unsigned>(i), r, decimals_);
     }
     return out;
 }
@@ -157,7 +202,7 @@ py::dict table::row_dict(long long record) {
 py::object table::cell(long long record, const py::object& field) {
     const unsigned r = record_index(record);
     const unsigned f = field_index(field);
-    return get_cell(handle_, fields_[f], f, r, encoding_);
+    return get_cell(handle_, fields_[f], f, r, decimals_);
 }
 
 void table::set_cell(long long record, const py::object& field, const py::object& value) {
@@ -236,6 +281,9 @@ void table::flush() {
 
 unsigned table::pack() {
     need_writable();
+    if (memory_ != nullptr) {
+        throw_error(QZ_DBF_ERR_ARGUMENT, path_ + ": a memory table is not packed; save it first");
+    }
     const unsigned n = qz_dbf_get_nr(handle_);
     bits_ptr mask(qz_bits_create());
     if (!mask) throw_error(QZ_DBF_ERR_MEMORY, "out of memory");

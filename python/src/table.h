@@ -6,6 +6,7 @@
 
 #include <pybind11/pybind11.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,14 +14,28 @@ namespace qzpy {
 
 class table {
   public:
-    table(const std::string& path, const std::string& mode, const pybind11::object& encoding);
+    // `decimals`: N and F cells with decimals (and Y) read as decimal.Decimal.
+    table(const std::string& path, const std::string& mode, const pybind11::object& encoding,
+          bool decimals = false, bool memory = false);
     // Takes over a handle just created (writable).
     table(Tqz_dbf_rw* created, const std::string& path);
     ~table();
     table(const table&) = delete;
     table& operator=(const table&) = delete;
 
+    // A memory table: the file read whole (qz_dbf_mem_load) and served
+    // through a writable handle; changes are steps of the undo history and
+    // reach the file at save().
+    // (`memory` in the constructor.)
+    bool in_memory() const { return memory_ != nullptr; }
+    void save();
+    void save_as(const std::string& path);
+
     void close();
+    // Opens the table's path again after close (restructure of a file).
+    void reopen() { open_handle(options_); }
+    // Reads the fields again (after a restructure in memory).
+    void reload_fields() { fields_ = read_fields(handle()); }
     bool closed() const { return handle_ == nullptr; }
     size_t size();
     pybind11::list fields();
@@ -55,6 +70,8 @@ class table {
     std::string path_;
     bool writable_ = false;
     int in_use_ = 0;
+    bool decimals_ = false;
+    Tqz_dbf_memory* memory_ = nullptr;  // one holder while set
     unsigned options_ = 0;
     std::string forced_encoding_;
     std::string encoding_;

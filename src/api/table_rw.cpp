@@ -151,6 +151,7 @@ void Tqz_dbf_rw::close() {
     table = nullptr;
     read_only = false;
     encoding_choice = {};
+    typed_reader.reset();
 }
 
 bool Tqz_dbf_rw::flush() {

@@ -2,6 +2,7 @@
 // at open and create time and forwards every request to it.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "dbf/ibasic.h"
@@ -209,6 +210,8 @@ class Tqz_dbf_rw {
     std::string value_text;
     // The texts of the last record or column of typed values read.
     std::string values_text;
+    // What the typed reads keep of the open table (its layout, encoding).
+    std::shared_ptr<void> typed_reader;
 
   private:
     template <class C>

@@ -19,25 +19,24 @@ namespace {
 // texts one after another in the handle's text store, each closed by a NUL.
 template <class Cell>
 long read_cells(Tqz_dbf_rw* h, Tqz_dbf_value* values, unsigned int count, Cell&& cell_of) {
-    qz::api::cell_reader reader(h);
-    if (!reader.ok()) return -1;
+    qz::api::cell_reader* reader = qz::api::cell_reader::of(h);
+    if (!reader) return -1;
     if (!values && count > 0) {
         qz::errors::set(qz::errors::argument, "no array for the values");
         return -1;
     }
     std::string& store = h->values_text;
     store.clear();
-    std::vector<size_t> at(count);
-    std::string text;
+    std::vector<size_t>& at = reader->text_at;
+    at.resize(count);
     for (unsigned int k = 0; k < count; ++k) {
         unsigned int field, record;
         cell_of(k, field, record);
-        if (!reader.read(field, record, values[k], text)) {
+        at[k] = store.size();
+        if (!reader->read(field, record, values[k], store)) {
             for (unsigned int j = 0; j <= k; ++j) values[j] = Tqz_dbf_value{0, 0, 0.0, "", 0};
             return -1;
         }
-        at[k] = store.size();
-        store.append(text);
         store.push_back('\0');
     }
     for (unsigned int k = 0; k < count; ++k) values[k].text = store.data() + at[k];
@@ -56,8 +55,10 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* h, unsigned int field, unsigned int
             qz::api::no_table(h);
             return false;
         }
-        qz::api::cell_reader reader(h);
-        if (!reader.ok() || !reader.read(field, record, *v, h->value_text)) return false;
+        qz::api::cell_reader* reader = qz::api::cell_reader::of(h);
+        if (!reader) return false;
+        h->value_text.clear();
+        if (!reader->read(field, record, *v, h->value_text)) return false;
         v->text = h->value_text.c_str();
         return true;
     });

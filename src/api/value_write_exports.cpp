@@ -139,9 +139,9 @@ extern "C" {
 QZ_DBF_API bool qz_dbf_set_value(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                  const Tqz_dbf_value* v) {
     return guarded(false, [&] {
-        qz::api::cell_reader reader(h);
-        if (!reader.ok()) return false;
-        Tqz_dbf_basic* b = reader.basic();
+        qz::api::cell_reader* reader = qz::api::cell_reader::of(h);
+        if (!reader) return false;
+        Tqz_dbf_basic* b = reader->basic();
         if (field >= b->get_nf() || !b->has_record(record)) {
             qz::api::cell_failed(h, b, field, record, nullptr);
             return false;
@@ -150,7 +150,7 @@ QZ_DBF_API bool qz_dbf_set_value(Tqz_dbf_rw* h, unsigned int field, unsigned int
             qz::errors::set(qz::errors::argument, "no value");
             return false;
         }
-        return cell_writer(h, reader, field, record).write(*v);
+        return cell_writer(h, *reader, field, record).write(*v);
     });
 }
 

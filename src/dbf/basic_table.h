@@ -61,6 +61,8 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     }
     // The field flags byte of the descriptor (18: 0x02 nullable, 0x04
     // binary in Visual FoxPro tables); 0 when there is no such field.
+    // The descriptors as read (get_nf() of them), to tell a changed layout.
+    const qz::dbf::Tdbf_descriptor* get_descriptors() const { return descriptors; }
     uint8_t get_field_flags(unsigned int field) {
         const qz::dbf::Tdbf_descriptor* d = descriptor(field);
         return d ? d->bytes[18] : 0;

@@ -228,8 +228,12 @@ namespace {
 // the first not 0, the last not 0) and the decimal exponent of the first
 // digit, right-aligned in 19 columns.
 size_t g11_from_digits(char* out, bool negative, const char* digits, int k, int exp10) {
-    char buf[48];
-    char* o = buf;
+    // The text is written after 19 spaces, so that the 19 columns ending
+    // with it are one fixed-size copy (it is never longer than 18).
+    char buf[64];
+    std::memset(buf, ' ', 19);
+    char* const text = buf + 19;
+    char* o = text;
     if (negative) *o++ = '-';
     if (exp10 >= -4 && exp10 < 11) {
         if (exp10 >= 0) {
@@ -257,12 +261,15 @@ size_t g11_from_digits(char* out, bool negative, const char* digits, int k, int 
         *o++ = static_cast<char>('0' + e / 10 % 10);
         *o++ = static_cast<char>('0' + e % 10);
     }
-    size_t len = static_cast<size_t>(o - buf);
-    size_t pad = len < 19 ? 19 - len : 0;
-    std::memset(out, ' ', pad);
-    std::memcpy(out + pad, buf, len);
-    out[pad + len] = 0;
-    return pad + len;
+    const size_t len = static_cast<size_t>(o - text);
+    if (len <= 19) {
+        std::memcpy(out, text + len - 19, 19);
+        out[19] = 0;
+        return 19;
+    }
+    std::memcpy(out, text, len);
+    out[len] = 0;
+    return len;
 }
 
 size_t zero_g19(char* out, bool negative) {

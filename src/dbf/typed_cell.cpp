@@ -213,8 +213,8 @@ bool is_memo_type(const cell_layout& f) {
         case 'P':
         case 'W':
             return true;
-        case 'B':
-            return !f.visual_foxpro;
+        case 'B':  // a memo block number (10 wide) outside Visual FoxPro, else a double
+            return !f.visual_foxpro && f.length != 8;
         default:
             return false;
     }
@@ -232,7 +232,7 @@ std::string blank_image(const cell_layout& f) {
         case 'Q':
             return std::string(f.length, '\0');
         case 'B':
-            return std::string(f.length, f.visual_foxpro ? '\0' : ' ');
+            return std::string(f.length, is_memo_type(f) ? ' ' : '\0');
         default:
             if (is_memo_type(f) && f.length == 4) return std::string(4, '\0');
             return std::string(f.length, ' ');

@@ -19,7 +19,7 @@ struct cell_layout {
 };
 
 // Whether the field keeps its value in a memo file (M, G, P, W, and B
-// outside Visual FoxPro).
+// outside Visual FoxPro unless it is 8 bytes wide: a double then).
 bool is_memo_type(const cell_layout& f);
 
 // The image of an empty cell: spaces for text and number fields, zeros for

@@ -177,5 +177,5 @@ void Tqz_dbf_notifier::remove_window(qz::file_window* window) {
 
 void Tqz_dbf_notifier::before_update_event() {
     std::lock_guard<std::mutex> g(windows_lock);
-    for (qz::file_window* w : windows) w->flush();
+    for (qz::file_window* w : windows) w->flush_before_event();
 }

@@ -42,11 +42,33 @@ void file_window::attach(int fd, bool writable, std::atomic<uint64_t>* changes, 
     span_ = min_span;
     dirty_lo_.store(0);
     dirty_hi_.store(0);
+    map_wanted_ = writable && !follow && fd >= 0;
+    std::lock_guard<std::mutex> g(lock_);
+    map_locked();
+}
+
+void file_window::map_locked() {
+    if (!map_wanted_ || size_ == 0 || size_ == map_.size()) return;
+    if (map_.mapped()) {
+        // Growing in place or elsewhere; on failure the window serves on.
+        if (!map_.resize(size_)) map_wanted_ = false;
+    } else {
+        if (flush_locked() && map_.map(fd_, size_)) {
+            len_ = 0;  // the window's copy is never read again
+        } else {
+            map_wanted_ = false;
+        }
+    }
+    if (map_.mapped() && !signal_.attached()) signal_.attach(fd_);
+    if (!map_.mapped()) signal_.detach();
 }
 
 void file_window::detach() {
     if (fd_ >= 0) flush();
     std::lock_guard<std::mutex> g(lock_);
+    signal_.detach();
+    map_.unmap();
+    map_wanted_ = false;
     fd_ = -1;
     writable_ = false;
     follow_ = false;
@@ -78,6 +100,12 @@ bool file_window::flush_locked() {
     if (lo >= hi) return true;
     dirty_lo_.store(0, std::memory_order_relaxed);
     dirty_hi_.store(0, std::memory_order_relaxed);
+    // A mapping holds nothing back: the write that follows tells watchers.
+    if (map_.mapped()) {
+        untold_.store(false, std::memory_order_relaxed);
+        announce();
+        return true;
+    }
     // Pending bytes always lie inside the window.
     bool ok = fd_ >= 0 && put(lo, buf_.data() + (lo - start_), static_cast<size_t>(hi - lo));
     announce();
@@ -94,12 +122,41 @@ void file_window::announce() {
 
 bool file_window::flush() {
     std::lock_guard<std::mutex> g(lock_);
-    return flush_locked();
+    if (!map_.mapped()) return flush_locked();
+    // The bytes are in the file already: the file's watchers are told now.
+    const bool untold = untold_.exchange(false, std::memory_order_acq_rel);
+    if (untold) announce();
+    if (untold || signal_.pending()) signal_.send();
+    return true;
+}
+
+void file_window::flush_before_event() {
+    std::lock_guard<std::mutex> g(lock_);
+    if (!map_.mapped()) {
+        flush_locked();
+        return;
+    }
+    // Told once: the event this signal causes finds nothing untold.
+    if (!untold_.exchange(false, std::memory_order_acq_rel)) return;
+    announce();
+    signal_.raise();
 }
 
 void file_window::flush_pending() {
+    if (map_.mapped()) {
+        publish_mapped();
+        return;
+    }
     std::lock_guard<std::mutex> g(lock_);
     flush_locked();
+}
+
+void file_window::publish_mapped() {
+    dirty_lo_.store(0, std::memory_order_relaxed);
+    dirty_hi_.store(0, std::memory_order_relaxed);
+    if (!untold_.exchange(false, std::memory_order_acq_rel)) return;
+    announce();
+    signal_.raise();
 }
 
 void file_window::load_locked(uint64_t pos, size_t need) {
@@ -120,6 +177,8 @@ size_t file_window::read_slow(uint64_t pos, void* out, size_t n) {
     auto* dst = static_cast<uint8_t*>(out);
     std::memset(dst, 0, n);
     if (fd_ < 0 || n == 0) return 0;
+    // Past the mapping is past the end of the file: nothing is kept.
+    if (map_.mapped()) return pread_some(fd_, pos, dst, n);
     std::lock_guard<std::mutex> g(lock_);
     flush_locked();
     load_locked(pos, n);
@@ -134,7 +193,7 @@ bool file_window::write_slow(uint64_t pos, const void* data, size_t n) {
     std::lock_guard<std::mutex> g(lock_);
     bool ok = flush_locked();
     // Inside the file: bring the bytes into the window and change them there.
-    if (pos <= size_ && n <= size_ - pos) {
+    if (!map_.mapped() && pos <= size_ && n <= size_ - pos) {
         load_locked(pos, n);
         if (len_ >= n) {
             std::memcpy(buf_.data(), data, n);
@@ -147,6 +206,7 @@ bool file_window::write_slow(uint64_t pos, const void* data, size_t n) {
     announce();
     if (pos < start_ + len_ && start_ < pos + n) len_ = 0;  // the window would go stale
     size_ = std::max(size_, pos + n);
+    map_locked();
     return ok;
 }
 
@@ -163,6 +223,7 @@ bool file_window::write_through(uint64_t pos, const void* data, size_t n) {
         std::memcpy(buf_.data() + (lo - start_), static_cast<const uint8_t*>(data) + (lo - pos),
                     static_cast<size_t>(hi - lo));
     size_ = std::max(size_, pos + n);
+    map_locked();
     return ok;
 }
 

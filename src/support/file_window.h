@@ -17,6 +17,18 @@
 // counter, so other windows on the same file in this process drop what they
 // hold at once. Bytes the file does not have read as zero.
 //
+// A writer that is the file's only writer (it holds the table's writer lock,
+// so nobody shrinks the file under it) works on a shared mapping of the
+// file instead (support/file_map.h): reads and writes inside the file are
+// plain copies from and into the kernel's page cache, where every other
+// process reads them at once and where a killed process leaves them. What
+// the mapping does not cover (bytes past the end) goes to the file with
+// pread and pwrite, and the mapping grows with the file. Leaving a written
+// span moves the change counter and raises the file's change signal
+// (support/change_signal.h), so that the file's watchers hear of the
+// change as they hear of a pwrite. File systems that refuse a mapping get
+// the window.
+//
 // Threads: one owner uses the window; flush() may also come from another
 // thread (the hook that writes pending bytes before a change event is sent).
 // Everything that changes the pending bytes or moves the window holds a
@@ -28,6 +40,9 @@
 #include <cstring>
 #include <mutex>
 #include <vector>
+
+#include "support/change_signal.h"
+#include "support/file_map.h"
 
 namespace qz {
 
@@ -43,12 +58,14 @@ class file_window {
     // given, is moved by every write this window sends to the file; with
     // `follow`, the window also drops what it holds whenever `changes`
     // moved since it was loaded (a handle that may not be the file's only
-    // writer).
+    // writer). A writable window that does not follow maps the file.
     void attach(int fd, bool writable, std::atomic<uint64_t>* changes, bool follow);
     // Writes back what is pending and forgets the descriptor.
     void detach();
 
     bool attached() const { return fd_ >= 0; }
+    // Whether the file is served through a shared mapping.
+    bool mapped() const { return map_.mapped(); }
     // The file's size as far as this window knows it (grown by its writes).
     uint64_t size() const { return size_; }
 
@@ -63,6 +80,10 @@ class file_window {
     // Copies `n` bytes at `pos` to `out`. Bytes past the end of the file are
     // zero. Returns how many came from the file.
     size_t read(uint64_t pos, void* out, size_t n) {
+        if (map_.covers(pos, n)) {
+            std::memcpy(out, map_.at(pos), n);
+            return n;
+        }
         if (current() && inside(pos, n)) {
             std::memcpy(out, buf_.data() + (pos - start_), n);
             return n;
@@ -74,6 +95,12 @@ class file_window {
     // the write fails. Bytes inside the file wait in the window (see
     // above); a write reaching beyond the end goes to the file at once.
     bool write(uint64_t pos, const void* data, size_t n) {
+        if (map_.covers(pos, n)) {
+            std::memcpy(map_.at(pos), data, n);
+            mark_dirty(pos, pos + n);
+            untold_.store(true, std::memory_order_release);
+            return true;
+        }
         if (writable_ && current() && inside(pos, n)) {
             std::lock_guard<std::mutex> g(lock_);
             size_t at = static_cast<size_t>(pos - start_);
@@ -89,8 +116,13 @@ class file_window {
     bool write_through(uint64_t pos, const void* data, size_t n);
 
     // Writes back what is pending; false on an I/O error. Safe to call from
-    // another thread than the owner's.
+    // another thread than the owner's. A mapped window has its bytes in the
+    // file already: it tells the file's watchers now.
     bool flush();
+    // flush() before an update event is sent (from any thread): a mapped
+    // window tells the watchers within the signal's gap, so that the events
+    // its signals cause do not call for a signal each.
+    void flush_before_event();
 
   private:
     bool current() const {
@@ -101,6 +133,11 @@ class file_window {
         return pos >= start_ && pos - start_ <= len_ && n <= len_ - (pos - start_);
     }
     void flush_pending();
+    // The owner left the written span of a mapped window.
+    void publish_mapped();
+    // Under lock_: maps the file (size_ bytes) when the window is meant to,
+    // or grows the mapping to size_.
+    void map_locked();
     size_t read_slow(uint64_t pos, void* out, size_t n);
     bool write_slow(uint64_t pos, const void* data, size_t n);
     // Under lock_: sends the pending bytes to the file.
@@ -108,7 +145,7 @@ class file_window {
     // Under lock_, nothing pending: moves the window to start at `pos`,
     // holding at least `need` bytes when the file has them.
     void load_locked(uint64_t pos, size_t need);
-    // Under lock_: moves the change counter after a write of this window.
+    // Moves the change counter after a write of this window (atomics only).
     void announce();
     // Under lock_: pwrite of all `n` bytes at `pos`.
     bool put(uint64_t pos, const void* data, size_t n);
@@ -138,9 +175,20 @@ class file_window {
     size_t len_ = 0;      // bytes of buf_ that hold file bytes
     size_t span_ = 0;     // how much the next load reads
     // The pending bytes, as file positions [lo, hi); empty when lo >= hi.
-    // Changed under lock_; the owner may look without it.
+    // Changed under lock_; the owner may look without it. A mapped window
+    // keeps here the span written since it was last left (only the owner
+    // changes it then).
     std::atomic<uint64_t> dirty_lo_{0}, dirty_hi_{0};
     std::mutex lock_;
+    // A writer that is the file's only writer maps the file.
+    bool map_wanted_ = false;
+    // Bytes written through the mapping that neither the change counter nor
+    // the file's watchers have been told of. Set by the owner's writes,
+    // taken by whoever tells.
+    std::atomic<bool> untold_{false};
+    // Changed by the owner under lock_ only.
+    file_map map_;
+    change_signal signal_;
 };
 
 }  // namespace qz

@@ -159,6 +159,21 @@ class Tmux {
             out.pop_back();
         return out;
     }
+    // Enter, then waits until the program reads again: its screen ends with
+    // a prompt ("...> "), the question ("[y/n/c]") or the exit status. Keys
+    // typed earlier would be echoed by the terminal, not the line editor.
+    void enter() {
+        keys("Enter");
+        for (int k = 0; k < 200; ++k) {
+            std::string s = screen();
+            if (s.find("[exit status") != std::string::npos) return;
+            s.erase(s.find_last_not_of(" \n") + 1);
+            const std::string last = s.substr(s.rfind('\n') + 1);
+            if (!last.empty() && (last.back() == '>' || last.back() == ']')) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+        ADD_FAILURE() << "no prompt after Enter:\n" << screen();
+    }
     // Waits until the screen shows `text` (20 s at most); the last screen.
     std::string wait_for(const std::string& text) {
         std::string s;
@@ -216,10 +231,11 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type("set NAME 0 Alce");
         tmux.keys("Left Left");
         tmux.type("i");
-        tmux.wait_for("people.dbf> set NAME 0 Alice");
-        tmux.keys("Enter");
+        Tmux::print("typed 'set NAME 0 Alce', Left Left, 'i'",
+                    tmux.wait_for("people.dbf> set NAME 0 Alice"));
+        tmux.enter();
         tmux.type("show");
-        tmux.keys("Enter");
+        tmux.enter();
         std::string s = tmux.wait_for("  2  Ann");
         EXPECT_NE(s.find("  0  Alice"), std::string::npos) << s;
         EXPECT_NE(s.find("people.dbf*> show"), std::string::npos) << s;
@@ -227,12 +243,12 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
 
         // Up twice recalls the set; its record number is changed in place.
         tmux.keys("Up Up");
-        tmux.wait_for("people.dbf*> set NAME 0 Alice");
+        Tmux::print("Up Up", tmux.wait_for("people.dbf*> set NAME 0 Alice"));
         tmux.keys("Left Left Left Left Left Left BSpace");
         tmux.type("2");
         s = tmux.wait_for("people.dbf*> set NAME 2 Alice");
         Tmux::print("recalled with Up and changed", s);
-        tmux.keys("Enter");
+        tmux.enter();
 
         // Tab completes a field name typed in another case.
         tmux.type("set qt");
@@ -240,17 +256,17 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.wait_for("people.dbf*> set QTY");
         tmux.type("1 42");
         tmux.wait_for("people.dbf*> set QTY 1 42");
-        tmux.keys("Enter");
+        tmux.enter();
         // Two fields begin with N: Tab lists them; one more letter decides.
         tmux.type("find N");
         tmux.keys("Tab");
-        s = tmux.wait_for("NAME  NOTE");
+        Tmux::print("'find N', Tab", tmux.wait_for("NAME  NOTE"));
         tmux.type("a");
         tmux.keys("Tab");
         tmux.wait_for("people.dbf*> find NAME");
         tmux.type("Alice");
         tmux.wait_for("people.dbf*> find NAME Alice");
-        tmux.keys("Enter");
+        tmux.enter();
         s = tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
         Tmux::print("Tab listed NAME and NOTE, then completed NAME; find", s);
 
@@ -264,22 +280,22 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type(",q");
         tmux.keys("Tab");
         tmux.wait_for("people.dbf*> show --vertical --fields NAME,QTY");
-        tmux.keys("Enter");
+        tmux.enter();
         s = tmux.wait_for("NAME: Alice\nQTY: 3");
         EXPECT_NE(s.find("record 1\nNAME: Bob\nQTY: 42\n"), std::string::npos) << s;
         Tmux::print("show --vertical --fields, completed with Tab", s);
 
         // quit asks; c goes on editing, y saves and ends.
         tmux.type("quit");
-        tmux.keys("Enter");
-        tmux.wait_for("save changes to people.dbf? [y/n/c]");
+        tmux.enter();
+        Tmux::print("quit", tmux.wait_for("save changes to people.dbf? [y/n/c]"));
         tmux.type("c");
-        tmux.keys("Enter");
+        tmux.enter();
         tmux.wait_for("not quitting; save writes the table\npeople.dbf*>");
         tmux.type("quit");
-        tmux.keys("Enter");
+        tmux.enter();
         tmux.type("y");
-        tmux.keys("Enter");
+        tmux.enter();
         s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("saved 3 records"), std::string::npos) << s;
         EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
@@ -319,12 +335,12 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.wait_for("people.dbf> quit");
         tmux.keys("BSpace BSpace BSpace BSpace");
         tmux.type("add");
-        tmux.keys("Enter");
+        tmux.enter();
         tmux.wait_for("added record 3\npeople.dbf*>");
         tmux.keys("C-d");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
         tmux.type("n");
-        tmux.keys("Enter");
+        tmux.enter();
         std::string s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("qzdbf: changes not saved are lost\n[exit status 0]"), std::string::npos)
             << s;
@@ -339,7 +355,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
         tmux.type("quit");
-        tmux.keys("Enter");
+        tmux.enter();
         std::string s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
     }

@@ -13,8 +13,7 @@
 namespace fs = std::filesystem;
 
 TEST(EncodingCorpus, ChoicesAgainstDbfread) {
-    if (qz_test::run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") != 0)
-        GTEST_SKIP() << "python3-dbfread is not installed";
+    if (!qz_test::have_dbfread()) GTEST_SKIP() << "python3-dbfread is not installed";
     qz_test::Temp_dir dir;
     const std::string ours = dir.file("ours.tsv");
     std::ofstream out(ours);

@@ -111,7 +111,17 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
                                        le(0, 4),
                                        le(0, 8),
                                        le(0, 8),
-                                       dbl(-0.5)}}));
+                                       dbl(-0.5)},
+                                      {text_cell("", 8, false),
+                                       text_cell("", 6, true),
+                                       text_cell("", 8, true),
+                                       text_cell("", 8, true),
+                                       {' '},
+                                       text_cell("20241301", 8, false),
+                                       le(0, 4),
+                                       le(0, 8),
+                                       le(0, 8),
+                                       dbl(0)}}));
     Tqz_dbf_rw* h = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(h, nullptr);
     Tqz_dbf_value v;
@@ -142,6 +152,8 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
         {7, 1, QZ_DBF_VALUE_DECIMAL, 0, 0, "0.0000"},
         {8, 1, QZ_DBF_VALUE_NULL, 0, 0, nullptr},
         {9, 1, QZ_DBF_VALUE_DOUBLE, 0, -0.5, nullptr},
+        // Month 13 is no date: the cell's text.
+        {5, 2, QZ_DBF_VALUE_TEXT, 0, 0, "20241301"},
     };
     for (const expect& e : rows) {
         ASSERT_TRUE(qz_dbf_get_value(h, e.field, e.record, &v)) << e.field;
@@ -160,7 +172,7 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
     // No such cell: false, the value null.
     EXPECT_FALSE(qz_dbf_get_value(h, nf, 0, &v));
     EXPECT_EQ(v.kind, QZ_DBF_VALUE_NULL);
-    EXPECT_FALSE(qz_dbf_get_value(h, 0, 2, &v));
+    EXPECT_FALSE(qz_dbf_get_value(h, 0, 3, &v));
     EXPECT_FALSE(qz_dbf_get_value(h, 0, 0, nullptr));
     qz_dbf_close(h);
     EXPECT_FALSE(qz_dbf_get_value(nullptr, 0, 0, &v));

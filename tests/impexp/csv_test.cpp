@@ -142,7 +142,15 @@ TEST(CsvTypes, ValueForms) {
 }
 
 TEST(CsvTypes, ByteLengthsInTheTableEncoding) {
-    const qzdbf::Text_measure utf8(65001), cp1251(1251), cp866(866);
+    const qzdbf::Text_measure utf8("UTF-8"), cp1251("CP1251"), cp866("CP866"), latin1("ISO-8859-1");
+    EXPECT_TRUE(utf8.usable() && cp1251.usable() && cp866.usable() && latin1.usable());
+    // Several bytes a character, or no such encoding: not for tables.
+    EXPECT_FALSE(qzdbf::Text_measure("GBK").usable());
+    EXPECT_FALSE(qzdbf::Text_measure("UTF-16LE").usable());
+    EXPECT_FALSE(qzdbf::Text_measure("NO-SUCH-ONE").usable());
+    EXPECT_EQ(latin1.bytes("M\xC3\xBCller"), 6);
+    EXPECT_EQ(latin1.bytes("\xD0\x81"), -2);
+    EXPECT_EQ(utf8.bytes(std::string_view("a\0b", 3)), -1);
     EXPECT_EQ(utf8.bytes("Ёлка"), 8);
     EXPECT_EQ(cp1251.bytes("Ёлка"), 4);
     EXPECT_EQ(cp866.bytes("Ёлка"), 4);
@@ -178,7 +186,7 @@ TEST(CsvTypes, ColumnInference) {
     };
     for (const Case& c : cases) {
         qzdbf::Column_guess g;
-        const qzdbf::Text_measure m(65001);
+        const qzdbf::Text_measure m("UTF-8");
         for (const auto& s : c.cells) g.add(s, static_cast<size_t>(m.bytes(s)));
         SCOPED_TRACE(c.cells[0]);
         EXPECT_EQ(g.type(), c.type);

@@ -88,10 +88,6 @@ void dump_table(std::ostream& out, const std::string& rel, Tqz_dbf_rw* t) {
     }
 }
 
-bool have_dbfread() {
-    return qz_test::run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") == 0;
-}
-
 // Every getter on every cell of every table that opens, past the last field
 // and record too (neutral results; the sanitizer build checks the rest).
 void every_getter(Tqz_dbf_rw* t, Iqz_string_adp* adp) {
@@ -126,7 +122,7 @@ TEST(Corpus, EveryTableSurvivesAndReadsAsDbfreadReadsIt) {
     qz_options_set_ansi_code_page(65001);
     const std::vector<Manifest_row> rows = read_manifest();
     ASSERT_GT(rows.size(), 200u) << "the corpus is at " << QZ_CORPUS_DIR;
-    const bool dbfread = have_dbfread();
+    const bool dbfread = qz_test::have_dbfread();
     if (!dbfread) std::cout << "python3-dbfread is not installed: no comparison\n";
     qz_test::Temp_dir dir;
     std::string dump_path = dir.file("cells.tsv");

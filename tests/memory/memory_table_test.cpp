@@ -53,37 +53,6 @@ class MemoryHistory : public ::testing::Test {
     Tqz_dbf_memory* t = nullptr;
 };
 
-TEST_F(MemoryHistory, EveryKindOfChangeUndoesAndRedoesToTheSameBytes) {
-    std::vector<std::string> states{snapshot(*t)};
-    auto step = [&](auto change) {
-        change();
-        states.push_back(snapshot(*t));
-    };
-    step([&] { t->set_string(0, 1, "xyz"); });
-    step([&] { t->ins(1); });
-    step([&] { t->set_integer(1, 1, 77); });
-    step([&] { t->del(3); });
-    step([&] { t->add(); });
-    step([&] { t->set_double(2, 4, -0.5); });
-    step([&] { t->set_float(2, 0, 3.5f); });
-    step([&] { t->ins(0); });
-    step([&] { t->delete_records({0, 2}); });
-    EXPECT_EQ(t->get_nr(), 4u);
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 9u);
-    EXPECT_EQ(Tqz_history_item_adapter_base::get_live_count(), 9);
-
-    for (size_t k = states.size() - 1; k > 0; --k) {
-        ASSERT_TRUE(qz_history_manager_undo(m));
-        ASSERT_EQ(snapshot(*t), states[k - 1]) << "after undoing change " << k;
-        EXPECT_EQ(t->get_nr(), t->get_records()->get_size());
-    }
-    EXPECT_FALSE(qz_history_manager_can_undo(m));
-    for (size_t k = 1; k < states.size(); ++k) {
-        ASSERT_TRUE(qz_history_manager_redo(m));
-        ASSERT_EQ(snapshot(*t), states[k]) << "after redoing change " << k;
-    }
-}
-
 TEST_F(MemoryHistory, RecordOperationsAtTheEdges) {
     // Undo of del puts the record back at its index, deletion flag and all.
     t->get_records()->get_ptr(2)[0] = '*';

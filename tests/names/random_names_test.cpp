@@ -190,18 +190,18 @@ void report(const char* title, const Figures& fig) {
 
 TEST(NamesRandom, RepairedListsUnderUtf8) {
     Figures fig;
-    run(65001, 100000, 20261125, fig);
+    run(65001, 20000, 20261125, fig);
     report("UTF-8 system text", fig);
-    EXPECT_EQ(fig.lists, 100000);
+    EXPECT_EQ(fig.lists, 20000);
     EXPECT_GT(fig.changed, 0);
     EXPECT_EQ(fig.valid + fig.left_invalid, fig.names);
 }
 
 TEST(NamesRandom, RepairedListsUnderCp1251) {
     Figures fig;
-    run(1251, 30000, 1251, fig);
+    run(1251, 10000, 1251, fig);
     report("CP1251 system text", fig);
-    EXPECT_EQ(fig.lists, 30000);
+    EXPECT_EQ(fig.lists, 10000);
     EXPECT_EQ(fig.valid + fig.left_invalid, fig.names);
 }
 

@@ -40,17 +40,30 @@ TEST(FolderWatcher, ReportsEachChangedNameOnceInOrder) {
     ASSERT_NE(w.w, nullptr);
     EXPECT_EQ(w.log.entries().size(), 0u);
 
-    // A burst of writes to one file is one event; removal and renaming are
-    // changes too.
+    // A burst of writes to one file is gathered into one event (two when
+    // the watcher thread wakes in the middle of it, as on a loaded machine);
+    // removal and renaming are changes too.
     for (int i = 0; i < 20; ++i) qz_test::write_bytes(dir.file("burst.txt"), {uint8_t(i)});
     touch(dir.file("end1"));
-    ASSERT_TRUE(w.log.wait_for(2));
+    auto wait_for_name = [&](const std::string& name) {
+        for (size_t n = 1; n < 40; ++n) {
+            if (!w.log.wait_for(n)) return false;
+            if (w.log.names()[n - 1] == name) return true;
+        }
+        return false;
+    };
+    ASSERT_TRUE(wait_for_name("end1"));
+    const size_t bursts = w.log.size() - 1;
+    EXPECT_GE(bursts, 1u);
+    EXPECT_LE(bursts, 2u);
     std::remove(dir.file("old.txt").c_str());
     std::rename(dir.file("burst.txt").c_str(), dir.file("new name ü.txt").c_str());
     touch(dir.file("end2"));
-    ASSERT_TRUE(w.log.wait_for(6));
-    EXPECT_EQ(w.log.names(),
-              (Names{"burst.txt", "end1", "old.txt", "burst.txt", "new name ü.txt", "end2"}));
+    ASSERT_TRUE(wait_for_name("end2"));
+    Names want(bursts, "burst.txt");
+    for (const char* n : {"end1", "old.txt", "burst.txt", "new name ü.txt", "end2"})
+        want.push_back(n);
+    EXPECT_EQ(w.log.names(), want);
     for (const Event_log::Entry& e : w.log.entries()) EXPECT_EQ(e.kind, QZ_EVENT_FOLDER_CHANGE);
 
     // Only folders can be watched.

@@ -2,7 +2,9 @@
 // guarantee that checking changes nothing.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "bad_files.h"
 #include "qzk_file_dbf_ext.h"
@@ -118,17 +120,43 @@ TEST(Check, FieldLayouts) {
 
 // Values as other readers parse them.
 TEST(Check, ValuesOfEveryRecord) {
+    // Each record: a number, a two-letter text, a date and a logical, as
+    // other programs may leave them; the check counts the bad ones per field
+    // and quotes the first. The text "E5" right after the number must not
+    // be read as its exponent.
+    const char* const numbers[] = {"    1.50", "abc     ", "        ", "********",
+                                   "  +5    ", "-1.5e+3 ", "  1,5   ", "1.2.3   ",
+                                   "1e      ", "  -     ", "       5"};
+    const std::string euro = "\xE2\x82\xAC";  // three bytes of UTF-8
+    const std::string dates[] = {"20240229", euro + "12345", "19000229", "20000229",
+                                 "20230229", "20231301",     "        ", "20240100",
+                                 "20241231", "20240431",     "20240229"};
+    const char* const logicals = "TX? FynZTTT";
+    const unsigned n = 11;
     Temp_dir dir;
-    const std::string path = qz_safe::make_good_table(dir, "v.dbf");
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-    ASSERT_NE(t, nullptr);
-    qz_dbf_set_str(t, 2, 1, "20230230");  // no such day
-    qz_dbf_set_str(t, 2, 2, "2024-1-1");
-    qz_dbf_close(t);
-    Findings f = check(path, QZ_DBF_CHECK_VALUES);
-    EXPECT_NE(f.text.find("2 value(s) that are not a date, the first \"20230230\" in record 1"),
-              std::string::npos)
-        << f.text;
+    const std::string path = dir.file("v.dbf");
+    Tqz_dbf_field f[4];
+    qz_dbf_field_init(&f[0], "N", dbf_ft_numeric, 8, 2);
+    qz_dbf_field_init(&f[1], "C", dbf_ft_char, 2, 0);
+    qz_dbf_field_init(&f[2], "D", dbf_ft_date, 8, 0);
+    qz_dbf_field_init(&f[3], "L", dbf_ft_logical, 1, 0);
+    qz_dbf_close(qz_dbf_create(path.c_str(), 4, n, f, false));
+    std::vector<uint8_t> b = read_bytes(path);
+    const size_t header = b[8] | b[9] << 8;
+    for (unsigned r = 0; r < n; ++r) {
+        const std::string rec = std::string(" ") + numbers[r] + "E5" + dates[r] + logicals[r];
+        ASSERT_EQ(rec.size(), 20u);
+        std::copy(rec.begin(), rec.end(), b.begin() + header + 20 * r);
+    }
+    write_bytes(path, b);
+    Findings found = check(path, QZ_DBF_CHECK_VALUES);
+    // Values are quoted with every byte outside printable ASCII as \xNN.
+    for (const char* want :
+         {"field 0 (N): 4 value(s) that are not a number, the first \"abc     \" in record 1",
+          "field 2 (D): 6 value(s) that are not a date, the first \"\\xE2\\x82\\xAC12345\" in "
+          "record 1",
+          "field 3 (L): 2 value(s) that are not a logical value, the first \"X\" in record 1"})
+        EXPECT_NE(found.text.find(want), std::string::npos) << want << "\n" << found.text;
     // Without the flag, records are not read.
     EXPECT_FALSE(check(path).has_kind(QZ_DBF_CHECK_VALUE));
 }

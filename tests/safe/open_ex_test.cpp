@@ -42,6 +42,17 @@ TEST(OpenEx, KeepsTheCodePageFileUnlessAsked) {
     t = qz_dbf_open(path.c_str(), false, false);
     qz_dbf_close(t);
     EXPECT_NE(read_bytes(cpg), bytes_of("UTF8"));
+    // A memory table's save writes the .cpg unless it is to be kept.
+    EXPECT_FALSE(qz_dbf_mem_keep_cpg(nullptr, true));
+    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+    ASSERT_NE(m, nullptr);
+    for (bool keep : {true, false}) {
+        write_bytes(cpg, bytes_of("ISO-8859-2"));
+        EXPECT_TRUE(qz_dbf_mem_keep_cpg(m, keep));
+        EXPECT_TRUE(qz_dbf_mem_save(m));
+        EXPECT_EQ(read_bytes(cpg) == bytes_of("ISO-8859-2"), keep);
+    }
+    qz_dbf_mem_free(m);
 }
 
 TEST(OpenEx, RefusesWithReasonsAndForcesReadOnly) {

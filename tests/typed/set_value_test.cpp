@@ -399,3 +399,32 @@ TEST(TypedRead, BlankNullFlagsSetNoFlag) {
     EXPECT_EQ(read_shown(t, 1, 1), "7:");
     qz_dbf_close(t);
 }
+
+TEST(TypedRead, KeptLayoutFollowsEncodingAndTable) {
+    qz_test::Temp_dir dir;
+    const std::string a =
+        make_table(dir, "a", 0x03, {{"NAME", 'C', 4, 0, 0}}, 1, memo_kind::none, 0x03);
+    const std::string b = make_table(dir, "b", 0x03, {{"N", 'N', 4, 0, 0}, {"C", 'C', 2, 0, 0}}, 1,
+                                     memo_kind::none, 0x03);
+    std::vector<uint8_t> bytes = qz_test::read_bytes(a);
+    bytes[32 + 32 + 1 + 1] = 0xE9;  // é in CP1252, й in CP1251
+    qz_test::write_bytes(a, bytes);
+    Tqz_dbf_rw* t = qz_dbf_open_ex(a.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(read_shown(t, 0, 0), "7:\xC3\xA9");
+    ASSERT_TRUE(qz_dbf_set_encoding(t, "CP1251"));
+    EXPECT_EQ(read_shown(t, 0, 0), "7:\xD0\xB9");
+    Tqz_dbf_value v[2];
+    EXPECT_EQ(qz_dbf_get_record_values(t, 0, v, 2), 1);
+    EXPECT_EQ(std::string(v[0].text), "\xD0\xB9");
+    qz_dbf_close(t);
+    // A new handle (perhaps at the same address) on another table: its own
+    // fields.
+    t = qz_dbf_open_ex(b.c_str(), 0);
+    ASSERT_NE(t, nullptr);
+    const Tqz_dbf_value seven = int_v(7);
+    ASSERT_TRUE(qz_dbf_set_value(t, 0, 0, &seven));
+    EXPECT_EQ(qz_dbf_get_record_values(t, 0, v, 2), 2);
+    EXPECT_EQ(shown(v[0]), "2:7");
+    qz_dbf_close(t);
+}

@@ -100,10 +100,14 @@ struct Column {
 int run_import(const Import_options& o) {
     // CSV text is UTF-8, and so is every text handed to the library here.
     qz_options_set_ansi_code_page(65001);
+    // UTF-8, CP1251 and CP866 are the classic encodings, written by the
+    // table's flags; any other goes through the handle's encoding.
     const unsigned cp = table_code_page(o.encoding);
-    if (cp == 0)
-        return fail(kBadUsage,
-                    "--encoding '" + o.encoding + "': import writes UTF-8, CP1251 or CP866 tables");
+    const Text_measure measure(o.encoding);
+    if (!measure.usable())
+        return fail(kBadUsage, "--encoding '" + o.encoding +
+                                   "': import writes UTF-8 or a single-byte encoding iconv "
+                                   "knows (CP1252, ISO-8859-2, KOI8-R, ...)");
     struct stat st;
     if (::stat(o.destination.c_str(), &st) == 0) {
         if (!o.overwrite)
@@ -146,7 +150,6 @@ int run_import(const Import_options& o) {
     }
 
     // Pass 1: every record checked, the fields inferred.
-    const Text_measure measure(cp);
     std::vector<Column_guess> guesses(ncols);
     uint64_t records = 0;
     Progress bar("import: reading", file_size, "bytes");
@@ -165,7 +168,8 @@ int run_import(const Import_options& o) {
             const std::string_view cell = cells[c];
             if (cell.empty()) continue;
             const long bytes = measure.bytes(cell);
-            if (bytes == -1) return fail(kBadUsage, where(c) + "the text is not UTF-8");
+            if (bytes == -1)
+                return fail(kBadUsage, where(c) + "the text is not UTF-8 (or holds a NUL byte)");
             if (bytes == -2)
                 return fail(kBadUsage, where(c) + "a character " + o.encoding + " cannot hold");
             std::string why;
@@ -221,6 +225,12 @@ int run_import(const Import_options& o) {
                                   static_cast<unsigned int>(records), fields.data(), cp == 866);
     if (!t) return fail(kIoError, std::string("cannot create: ") + qz_dbf_last_error_message());
     if (cp == 65001) qz_dbf_set_utf8_flag(t, true);
+    char encoding_name[64] = "";
+    if (cp == 0 && (!qz_dbf_set_encoding(t, o.encoding.c_str()) ||
+                    !qz_dbf_get_encoding(t, encoding_name, sizeof encoding_name))) {
+        qz_dbf_close(t);
+        return fail(kBadUsage, "--encoding '" + o.encoding + "': " + qz_dbf_last_error_message());
+    }
     if (!csv.rewind() || !csv.next(cells)) {
         qz_dbf_close(t);
         return fail(kIoError, o.source + ": cannot be read again");
@@ -245,6 +255,10 @@ int run_import(const Import_options& o) {
                 case 'I':
                     ok = qz_dbf_set_int(t, c, r, std::atoi(text));
                     break;
+                case 'C':
+                    ok = cp != 0 ? qz_dbf_set_str(t, c, r, text)
+                                 : qz_dbf_set_cell_utf8(t, c, r, text, cells[c].size());
+                    break;
                 default:
                     ok = qz_dbf_set_str(t, c, r, text);
                     break;
@@ -266,6 +280,13 @@ int run_import(const Import_options& o) {
     if (r != records || !csv.error().empty())
         return fail(kIoError, o.source + ": changed while it was imported");
     if (!flushed) return fail(kIoError, o.destination + ": write error");
+    if (cp == 0) {
+        // The .cpg names the encoding (close wrote the flags' one).
+        std::FILE* cpg = std::fopen(temp_cpg.c_str(), "wb");
+        const bool written = cpg && std::fprintf(cpg, "%s\n", encoding_name) > 0;
+        if (!cpg || std::fclose(cpg) != 0 || !written)
+            return fail(kIoError, temp_cpg + ": cannot be written");
+    }
 
     // An existing DEST is replaced only while its writer lock is ours.
     Tqz_dbf_rw* old = nullptr;

@@ -1,8 +1,9 @@
 #include "csv_types.h"
 
-#include <string>
+#include <iconv.h>
 
-#include "qzk_basic.h"
+#include <cctype>
+#include <string>
 
 namespace qzdbf {
 
@@ -84,21 +85,37 @@ int read_logical(std::string_view t, bool wide) {
     return -1;
 }
 
-Text_measure::Text_measure(unsigned code_page) : cp_(code_page) {
-    if (cp_ == 65001) return;
-    // The code points the 8-bit code page stores: ASCII and whatever its
-    // upper half decodes to.
+Text_measure::Text_measure(const std::string& encoding) {
+    std::string n;
+    for (char c : encoding)
+        if (c != '-' && c != '_' && c != ' ') n += static_cast<char>(std::toupper(c));
+    if (n == "UTF8" || n == "65001") {
+        utf8_ = usable_ = true;
+        return;
+    }
+    iconv_t cd = ::iconv_open("UTF-32LE", encoding.c_str());
+    if (cd == reinterpret_cast<iconv_t>(-1)) return;
+    // The code points each byte stands for, alone; a single-byte encoding
+    // decodes nearly every byte of its upper half so (a few may be
+    // undefined), one of several bytes a character few of them.
     holds_.assign(0x110000 / 8, 0);
-    for (unsigned c = 0; c < 0x80; ++c) holds_[c / 8] |= static_cast<uint8_t>(1u << (c % 8));
-    for (unsigned b = 0x80; b < 0x100; ++b) {
-        const char byte = static_cast<char>(b);
-        wchar_t w[4] = {0};
-        if (qz_code_page_to_wide(cp_, &byte, 1, w, 4) != 1) continue;
-        const unsigned c = static_cast<unsigned>(w[0]);
-        // A byte the code page leaves undefined may decode to a stand-in.
-        if (c == 0xFFFD || c == '?' || c >= 0x110000) continue;
+    unsigned upper = 0;
+    bool ascii = true;
+    for (unsigned b = 1; b < 0x100; ++b) {
+        char in = static_cast<char>(b);
+        uint32_t c = 0;
+        char* ip = &in;
+        char* op = reinterpret_cast<char*>(&c);
+        size_t il = 1, ol = sizeof c;
+        ::iconv(cd, nullptr, nullptr, nullptr, nullptr);
+        if (::iconv(cd, &ip, &il, &op, &ol) == static_cast<size_t>(-1) || ol != 0) continue;
+        if (b < 0x80 && c != b) ascii = false;
+        if (c >= 0x110000) continue;
+        if (b >= 0x80) ++upper;
         holds_[c / 8] |= static_cast<uint8_t>(1u << (c % 8));
     }
+    ::iconv_close(cd);
+    usable_ = ascii && upper >= 96;
 }
 
 long Text_measure::bytes(std::string_view s) const {
@@ -109,6 +126,7 @@ long Text_measure::bytes(std::string_view s) const {
         unsigned c = p[i];
         size_t len = 1;
         if (c < 0x80) {
+            if (c == 0) return -1;  // no text holds a NUL
             ++i;
             ++count;
             continue;
@@ -134,7 +152,7 @@ long Text_measure::bytes(std::string_view s) const {
         if ((len == 3 && c < 0x800) || (len == 4 && (c < 0x10000 || c > 0x10FFFF)) ||
             (c >= 0xD800 && c <= 0xDFFF))
             return -1;
-        if (cp_ == 65001) {
+        if (utf8_) {
             count += static_cast<long>(len);
         } else {
             if (!(holds_[c / 8] & (1u << (c % 8)))) return -2;

@@ -38,17 +38,20 @@ bool read_date(std::string_view text, bool compact, char* out);
 // Y/N/1/0 (values given for an L field).
 int read_logical(std::string_view text, bool wide);
 
-// Byte lengths of UTF-8 text in a table encoding (65001, 1251 or 866).
+// Byte lengths of UTF-8 text in a table encoding: UTF-8 or any single-byte
+// encoding iconv knows whose lower half is ASCII.
 class Text_measure {
   public:
-    explicit Text_measure(unsigned code_page);
+    explicit Text_measure(const std::string& encoding);
+    // False for an encoding iconv does not know, or one with characters of
+    // several bytes other than UTF-8.
+    bool usable() const { return usable_; }
     // The bytes `utf8` takes in the table; -1 when it is not UTF-8, -2 when
     // it holds a character the encoding cannot store.
     long bytes(std::string_view utf8) const;
-    unsigned code_page() const { return cp_; }
 
   private:
-    unsigned cp_;
+    bool utf8_ = false, usable_ = false;
     std::vector<uint8_t> holds_;  // one bit per code point the encoding stores
 };
 

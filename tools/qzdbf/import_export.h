@@ -14,7 +14,7 @@ struct Import_options {
     std::string destination;  // the table to make
     // NAME:TYPE:LEN[:DEC],... one per column, in order; empty: inferred.
     std::string fields;
-    std::string encoding = "UTF-8";  // the table's text: UTF-8, CP1251 or CP866
+    std::string encoding = "UTF-8";  // the table's text: UTF-8 or a single-byte one
     char delimiter = ',';
     bool overwrite = false;  // replace an existing DEST
     bool quiet = false;      // no progress bar, no notes on repaired names

@@ -1,7 +1,9 @@
 #include "record_view.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cwchar>
+#include <string>
 
 #include "cli.h"
 #include "qzk_file_dbf_ext.h"
