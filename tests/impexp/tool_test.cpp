@@ -106,13 +106,13 @@ TEST_F(Impexp, ImportInfersFieldsAndDumpGivesTheCsvBack) {
     EXPECT_EQ(read_text(file("out.cpg")).substr(0, 5), "UTF-8");
     // Only the table and its .cpg are left: no lock file, no temporary.
     EXPECT_EQ(folder_names(dir.path()), (std::vector<std::string>{"in.csv", "out.cpg", "out.dbf"}));
-    // The dump: the same cells, dates as the table stores them, and the
-    // deletion column.
+    // The dump: the same cells as typed values (dates YYYY-MM-DD, logicals
+    // true/false), and the deletion column.
     EXPECT_EQ(qzdbf("dump --csv " + quoted(file("out.dbf")), &rc),
               "ID,IMA,PRICE,OK,DAY,NOTE,ZIP,deleted\r\n"
-              "1,Ёлкин Пётр,12.50,T,20240229,\"a, b\",007,false\r\n"
-              "-20,\"Smith, \"\"Jr\"\"\",0.25,F,,\"two\nlines\",12345,false\r\n"
-              "300,,,,19991231,,,false\r\n");
+              "1,Ёлкин Пётр,12.50,true,2024-02-29,\"a, b\",007,false\r\n"
+              "-20,\"Smith, \"\"Jr\"\"\",0.25,false,,\"two\nlines\",12345,false\r\n"
+              "300,,,,1999-12-31,,,false\r\n");
 
     // Importing that dump again gives the same table and the same dump.
     write_text(file("again.csv"), qzdbf("dump --csv " + quoted(file("out.dbf"))));
@@ -123,7 +123,7 @@ TEST_F(Impexp, ImportInfersFieldsAndDumpGivesTheCsvBack) {
     std::string second = qzdbf("dump --csv " + quoted(file("again.dbf")));
     // The second table has the first one's deletion column as a field.
     EXPECT_NE(second.find("DELETED,deleted\r\n"), std::string::npos);
-    EXPECT_NE(second.find(",007,F,false\r\n"), std::string::npos) << second;
+    EXPECT_NE(second.find(",007,false,false\r\n"), std::string::npos) << second;
 }
 
 TEST_F(Impexp, GivenFieldsEncodingAndDelimiter) {
