@@ -106,8 +106,8 @@ TEST_F(Impexp, ImportInfersFieldsAndDumpGivesTheCsvBack) {
     EXPECT_EQ(read_text(file("out.cpg")).substr(0, 5), "UTF-8");
     // Only the table and its .cpg are left: no lock file, no temporary.
     EXPECT_EQ(folder_names(dir.path()), (std::vector<std::string>{"in.csv", "out.cpg", "out.dbf"}));
-    // The dump: the same cells, logicals as true/false, and the deletion
-    // column.
+    // The dump: the same cells as typed values (dates YYYY-MM-DD, logicals
+    // true/false), and the deletion column.
     EXPECT_EQ(qzdbf("dump --csv " + quoted(file("out.dbf")), &rc),
               "ID,IMA,PRICE,OK,DAY,NOTE,ZIP,deleted\r\n"
               "1,Ёлкин Пётр,12.50,true,2024-02-29,\"a, b\",007,false\r\n"

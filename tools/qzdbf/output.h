@@ -21,7 +21,12 @@ class Output {
 
     void put(const std::string& text) {
         buffer_ += text;
-        if (buffer_.size() >= kBlock) flush();
+        if (buffer_.size() >= block_) {
+            flush();
+            // The first blocks are small, so that the reader sees the first
+            // lines at once; then they grow, for speed.
+            if (block_ < kBlock) block_ *= 2;
+        }
     }
     void put(char c) { buffer_ += c; }
     // Hands the buffered text on; false once the reader is gone or a write
@@ -35,6 +40,7 @@ class Output {
 
   private:
     static constexpr size_t kBlock = 1 << 16;
+    size_t block_ = 1 << 10;
     std::string buffer_;
     FILE* out_ = stdout;
     bool pager_ = false, gone_ = false, failed_ = false, finished_ = false;
