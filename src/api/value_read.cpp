@@ -1,5 +1,7 @@
 #include "api/value_read.h"
 
+#include "dbf/dbase7_descriptors.h"
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -31,6 +33,29 @@ int64_t le_int(const unsigned char* p, unsigned n) {
 double le_double(const unsigned char* p) {
     double d;
     std::memcpy(&d, p, 8);
+    return d;
+}
+
+// dBASE 7 keeps numbers big-endian with their order bits flipped, so that
+// their bytes sort as the numbers do; all zeros is an empty cell.
+uint64_t be_uint(const unsigned char* p, unsigned n) {
+    uint64_t v = 0;
+    for (unsigned k = 0; k < n; ++k) v = v << 8 | p[k];
+    return v;
+}
+bool all_zero(const unsigned char* p, unsigned n) {
+    for (unsigned k = 0; k < n; ++k)
+        if (p[k]) return false;
+    return true;
+}
+int64_t dbase7_int(const unsigned char* p) {
+    return static_cast<int32_t>(static_cast<uint32_t>(be_uint(p, 4) ^ 0x80000000u));
+}
+double dbase7_double(const unsigned char* p) {
+    uint64_t bits = be_uint(p, 8);
+    bits = (bits >> 63) ? bits & ~(uint64_t(1) << 63) : ~bits;
+    double d;
+    std::memcpy(&d, &bits, 8);
     return d;
 }
 
@@ -176,6 +201,7 @@ cell_reader::cell_reader(Tqz_dbf_rw* h, Tqz_dbf_basic* b, const std::string& enc
     code_page = code_page_of(encoding_name);
     const uint8_t version = b->get_header()[0];
     visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
+    dbase7 = qz::dbf::is_dbase7_version(version);
     nulls.read_layout(*b);
     bool any_wide = false;
     unsigned int at = 0;
@@ -361,13 +387,23 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
         }
         case 'I':
         case '+':
-            if (n >= 4) {
+            if (dbase7) {
+                if (n >= 4 && !all_zero(p, 4)) {
+                    v.kind = QZ_DBF_VALUE_INT;
+                    v.i = dbase7_int(p);
+                }
+            } else if (n >= 4) {
                 v.kind = QZ_DBF_VALUE_INT;
                 v.i = le_int(p, 4);
             }
             break;
         case 'O':
-            if (n >= 8) {
+            if (dbase7) {
+                if (n >= 8 && !all_zero(p, 8)) {
+                    v.kind = QZ_DBF_VALUE_DOUBLE;
+                    v.d = dbase7_double(p);
+                }
+            } else if (n >= 8) {
                 v.kind = QZ_DBF_VALUE_DOUBLE;
                 v.d = le_double(p);
             }
@@ -392,6 +428,22 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
                 // Julian day 2440588 is 1970-01-01.
                 v.kind = QZ_DBF_VALUE_DATETIME;
                 v.i = (jd - 2440588) * 86400000LL + ms;
+            }
+            break;
+        case '@':
+            // Milliseconds as a big-endian double, counted so that day 1 is
+            // 0001-01-01 (day 719163 is 1970-01-01). Tables in the wild keep
+            // the plain double; one with its top bit set is taken as the
+            // order-flipped form of the O fields (a timestamp is positive).
+            if (n >= 8 && !all_zero(p, 8)) {
+                uint64_t bits = be_uint(p, 8) & ~(uint64_t(1) << 63);
+                double stored;
+                std::memcpy(&stored, &bits, 8);
+                const double ms = stored - 719163.0 * 86400000.0;
+                if (std::isfinite(ms) && std::fabs(ms) < 9.0e18) {
+                    v.kind = QZ_DBF_VALUE_DATETIME;
+                    v.i = std::llround(ms);
+                }
             }
             break;
         case 'B':

@@ -60,6 +60,7 @@ class cell_reader {
     bool ascii_same = false;     // ASCII text reads the same in the encoding
     unsigned int code_page = 0;  // for the table-driven converter; 0: through iconv
     bool visual_foxpro = false;
+    bool dbase7 = false;  // version 0x04 or 0x8C: I, +, O and @ big-endian
     qz::dbf::null_flags nulls;
     // Field offsets and widths within the record image (character fields
     // over 255 bytes, FoxPro and Clipper: the length's high byte in the

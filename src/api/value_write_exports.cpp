@@ -1,6 +1,7 @@
 // Cells written as typed values: the value checked against the field's
 // type, converted to the table's encoding, and stored as the field's bytes
 // (memo values appended to the memo file, nulls in the null flags).
+#include <cstring>
 #include <string>
 
 #include "api/cell_errors.h"
@@ -12,6 +13,7 @@
 #include "dbf/typed_cell.h"
 #include "errors/last_error.h"
 #include "memo/dbt_rw.h"
+#include "dbf/dbase7_descriptors.h"
 #include "memo/fpt_rw.h"
 #include "memo/memo_blocks.h"
 #include "qzk_file_dbf_ext.h"
@@ -47,6 +49,10 @@ class cell_writer {
                 return fail(qz::errors::value, "the text holds characters the table's encoding (" +
                                                    reader.encoding() + ") cannot hold");
         }
+        if (qz::dbf::is_dbase7_version(table.get_header()[0]) && std::strchr("I+O@", layout.type))
+            return fail(qz::errors::value,
+                        std::string("fields of type ") + layout.type +
+                            " of dBASE 7 tables are not written by this library");
         if (qz::dbf::is_memo_type(layout)) return write_memo(v, table_text);
         std::string image, why;
         if (!qz::dbf::encode_cell(layout, v, table_text, image, why))

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "dbf/dbase7_descriptors.h"
 #include "dbf/dbf_format.h"
 #include "support/filesystem.h"
 
@@ -243,7 +244,7 @@ class checker {
         } else if (!known_version(v)) {
             add(fatal, k_version, std::string("not a dBASE table: unknown version byte ") + hex,
                 "header byte 0");
-        } else if ((v & 0x07) == 0x04) {
+        } else if ((v & 0x07) == 0x04 && !is_dbase7_version(v)) {
             add(fatal, k_version,
                 std::string("not a dBASE table this library reads: version ") + hex +
                     " (level 7, 48-byte field descriptors)",
@@ -268,7 +269,44 @@ class checker {
                 "header bytes 1-3");
     }
 
+    // dBASE 7: 48-byte descriptors from byte 68 on, ended by 0x0D and
+    // followed by the field-properties structure within the header length.
+    void check_dbase7_descriptors() {
+        const uint64_t span = std::min<uint64_t>(header_length, size);
+        std::vector<uint8_t> area(static_cast<size_t>(span), 0);
+        std::memcpy(area.data(), header, std::min<size_t>(header_size, area.size()));
+        size_t got = header_size;
+        if (area.size() > header_size)
+            got += std::fread(area.data() + header_size, 1, area.size() - header_size, file.get());
+        area.resize(got);
+        std::vector<std::string> names;
+        parse_dbase7_descriptors(area.data(), area.size(), fields, names);
+        const size_t end = dbase7_descriptors_at + dbase7_descriptor_size * fields.size();
+        const std::string where = "header byte " + std::to_string(end);
+        if (end >= area.size() || area[end] != descriptor_terminator) {
+            if (header_length > size)
+                add(fatal, k_header,
+                    "not a dBASE table: cut inside the field descriptors (the file has " +
+                        std::to_string(size) + " bytes)",
+                    where);
+            else
+                add(error, k_terminator,
+                    "no terminator (0x0D) after the field descriptors within the header length",
+                    where);
+        }
+        if (out.not_a_table()) return;
+        if (fields.empty()) {
+            add(fatal, k_header, "not a dBASE table: no field descriptors", "header byte 68");
+            return;
+        }
+        check_field_list();
+    }
+
     void check_descriptors() {
+        if (is_dbase7_version(header[hdr_version])) {
+            check_dbase7_descriptors();
+            return;
+        }
         // Descriptors from byte 32 on, ended by 0x0D, within the header
         // length and the file.
         const uint64_t span = std::min<uint64_t>(header_length, size) - header_size;
@@ -334,6 +372,11 @@ class checker {
                         std::to_string(expected) + ")",
                     "header bytes 8-9");
         }
+        check_field_list();
+    }
+
+    // The fields one by one, their names, and the record length they need.
+    void check_field_list() {
         uint32_t sum = 1;
         for (size_t i = 0; i < fields.size(); ++i) {
             const Tdbf_descriptor& d = fields[i];

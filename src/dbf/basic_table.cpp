@@ -184,6 +184,7 @@ bool Tqz_dbf_basic::lay_out_new(unsigned int n_fields, unsigned int n_records,
     put_u16(header + hdr_header_length, static_cast<uint16_t>(n_fields * 32u + 33u));
     put_u16(header + hdr_record_length, static_cast<uint16_t>(record_length));
 
+    long_names.clear();
     if ((!fields && n_fields > 0) || n_fields > 0x7FFFFFFFu / descriptor_size ||
         !set_nf(static_cast<int>(n_fields)))
         return false;
@@ -217,6 +218,7 @@ bool Tqz_dbf_basic::set_nf(int n) {
         descriptors = nullptr;
     }
     nf = n;
+    if (long_names.size() > static_cast<size_t>(n)) long_names.resize(static_cast<size_t>(n));
     return true;
 }
 
@@ -224,6 +226,7 @@ void Tqz_dbf_basic::free_descriptors() {
     std::free(descriptors);
     descriptors = nullptr;
     nf = 0;
+    long_names.clear();
 }
 
 void Tqz_dbf_basic::load_cpg(const std::wstring& table_path) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "dbf/dbf_format.h"
 #include "dbf/fast_find.h"
@@ -63,6 +64,12 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // binary in Visual FoxPro tables); 0 when there is no such field.
     // The descriptors as read (get_nf() of them), to tell a changed layout.
     const qz::dbf::Tdbf_descriptor* get_descriptors() const { return descriptors; }
+    // A dBASE 7 table's full field name (up to 31 bytes, table encoding);
+    // get_field_name gives its first 10 bytes. Null for other tables and
+    // fields that do not exist.
+    const char* get_long_field_name(unsigned int field) const {
+        return field < long_names.size() ? long_names[field].c_str() : nullptr;
+    }
     uint8_t get_field_flags(unsigned int field) {
         const qz::dbf::Tdbf_descriptor* d = descriptor(field);
         return d ? d->bytes[18] : 0;
@@ -198,6 +205,7 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     int32_t nf = 0;
     qz::dbf::Tdbf_descriptor* descriptors = nullptr;  // malloc'd, nf entries
     std::map<std::string, unsigned int> field_index;
+    std::vector<std::string> long_names;  // dBASE 7 tables only, nf entries
     bool dos_flag = false;
     bool utf8_flag = false;
     // Raw field bytes of the last get_string, NUL-terminated (lengths go up

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "code_page_text.h"
+#include "dbf/dbase7_descriptors.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
 
@@ -82,7 +83,17 @@ void Tqz_dbf_disk::read_descriptors() {
     // Descriptors lie one after another, so one sequential buffered read
     // serves the whole scan.
     std::vector<Tdbf_descriptor> found;
-    if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
+    long_names.clear();
+    if (is_dbase7_version(header[hdr_version])) {
+        // 48-byte descriptors: the whole header area is read and parsed.
+        const uint64_t n = std::min<uint64_t>(header_length, file_size);
+        std::vector<uint8_t> area(static_cast<size_t>(n), 0);
+        if (fseeko(file, 0, SEEK_SET) == 0 && n > 0) {
+            const size_t got = std::fread(area.data(), 1, area.size(), file);
+            area.resize(got);
+        }
+        parse_dbase7_descriptors(area.data(), area.size(), found, long_names);
+    } else if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
         for (uint64_t k = 0;; ++k) {
             uint64_t pos = header_size + descriptor_size * k;
             if (pos >= file_size) break;
@@ -97,7 +108,10 @@ void Tqz_dbf_disk::read_descriptors() {
     }
     std::clearerr(file);
 
-    if (!set_nf(static_cast<int>(found.size()))) return;
+    if (!set_nf(static_cast<int>(found.size()))) {
+        long_names.clear();
+        return;
+    }
     uint32_t offset = 1;
     for (size_t k = 0; k < found.size(); ++k) {
         descriptors[k] = found[k];
@@ -389,7 +403,8 @@ void Tqz_dbf_disk::add_records(unsigned int count) {
 void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {
     auto bracket = update_bracket();
     Tdbf_descriptor* d = descriptor(field);
-    if (!d) return;
+    // A dBASE 7 descriptor is 48 bytes: the 32-byte form would not go back.
+    if (!d || is_dbase7_version(header[hdr_version])) return;
     Tqz_dbf_basic::set_field_name(field, name);
     window.write_through(header_size + descriptor_size * static_cast<uint64_t>(field), d->bytes,
                          descriptor_size);

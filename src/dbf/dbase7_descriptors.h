@@ -1,0 +1,35 @@
+// dBASE 7 tables (version 0x04, or 0x8C with a memo file): after the 32-byte
+// header come a 32-byte language-driver name and 4 reserved bytes, then
+// 48-byte field descriptors ended by 0x0D (name 32 bytes NUL-padded, type at
+// 32, length at 33, decimals at 34), then the field-properties structure.
+// The descriptors are turned into the 32-byte form the rest of the library
+// keeps; the full names (up to 31 characters) are kept beside them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "dbf/dbf_format.h"
+
+namespace qz::dbf {
+
+constexpr size_t dbase7_descriptors_at = 68;  // 32 header + 32 driver name + 4 reserved
+constexpr size_t dbase7_descriptor_size = 48;
+constexpr size_t dbase7_name_size = 32;
+constexpr size_t dbase7_type = 32, dbase7_length = 33, dbase7_decimals = 34;
+
+inline bool is_dbase7_version(uint8_t version) {
+    return version == 0x04 || version == 0x8C;
+}
+
+// Parses the descriptors in `area` (the first `size` bytes of the file, cut
+// to the header length). Stops at 0x0D or at the first descriptor that does
+// not end within `size`. Each descriptor's name is cut to its first 10 bytes
+// for the 32-byte form (the classic interface's 11-byte names); the full
+// name, up to its NUL or 31 bytes, goes to `long_names`.
+void parse_dbase7_descriptors(const uint8_t* area, size_t size, std::vector<Tdbf_descriptor>& out,
+                              std::vector<std::string>& long_names);
+
+}  // namespace qz::dbf
