@@ -48,6 +48,7 @@ const table_encoding& handle_encoding(Tqz_dbf_rw* h) {
         h->encoding_choice =
             qz::strconv::choose_encoding(h->encoding_request.c_str(), has_cpg ? &cpg : nullptr,
                                          basic->get_header()[29], fallback);
+        qz::strconv::apply_driver_name(h->encoding_choice, basic->get_language_driver_name());
     } else {
         // Other storages hand over text already decoded.
         h->encoding_choice = {"UTF-8", encoding_source::fallback};

@@ -227,6 +227,7 @@ void Tqz_dbf_basic::free_descriptors() {
     descriptors = nullptr;
     nf = 0;
     long_names.clear();
+    driver_name.clear();
 }
 
 void Tqz_dbf_basic::load_cpg(const std::wstring& table_path) {

@@ -70,6 +70,8 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     const char* get_long_field_name(unsigned int field) const {
         return field < long_names.size() ? long_names[field].c_str() : nullptr;
     }
+    // A dBASE 7 table's language-driver name ("DB437US0"); empty for others.
+    const std::string& get_language_driver_name() const { return driver_name; }
     uint8_t get_field_flags(unsigned int field) {
         const qz::dbf::Tdbf_descriptor* d = descriptor(field);
         return d ? d->bytes[18] : 0;
@@ -206,6 +208,7 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     qz::dbf::Tdbf_descriptor* descriptors = nullptr;  // malloc'd, nf entries
     std::map<std::string, unsigned int> field_index;
     std::vector<std::string> long_names;  // dBASE 7 tables only, nf entries
+    std::string driver_name;              // dBASE 7 tables only
     bool dos_flag = false;
     bool utf8_flag = false;
     // Raw field bytes of the last get_string, NUL-terminated (lengths go up

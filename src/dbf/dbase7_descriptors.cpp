@@ -26,4 +26,10 @@ void parse_dbase7_descriptors(const uint8_t* area, size_t size, std::vector<Tdbf
     }
 }
 
+std::string language_driver_name(const uint8_t* area, size_t size) {
+    std::string name;
+    for (size_t k = 32; k < 64 && k < size && area[k] != 0; ++k) name += static_cast<char>(area[k]);
+    return name;
+}
+
 }  // namespace qz::dbf

@@ -32,4 +32,7 @@ inline bool is_dbase7_version(uint8_t version) {
 void parse_dbase7_descriptors(const uint8_t* area, size_t size, std::vector<Tdbf_descriptor>& out,
                               std::vector<std::string>& long_names);
 
+// The language-driver name of bytes 32..63 up to its NUL ("DBWINUS0").
+std::string language_driver_name(const uint8_t* area, size_t size);
+
 }  // namespace qz::dbf

@@ -84,6 +84,7 @@ void Tqz_dbf_disk::read_descriptors() {
     // serves the whole scan.
     std::vector<Tdbf_descriptor> found;
     long_names.clear();
+    driver_name.clear();
     if (is_dbase7_version(header[hdr_version])) {
         // 48-byte descriptors: the whole header area is read and parsed.
         const uint64_t n = std::min<uint64_t>(header_length, file_size);
@@ -93,6 +94,7 @@ void Tqz_dbf_disk::read_descriptors() {
             area.resize(got);
         }
         parse_dbase7_descriptors(area.data(), area.size(), found, long_names);
+        driver_name = language_driver_name(area.data(), area.size());
     } else if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
         for (uint64_t k = 0;; ++k) {
             uint64_t pos = header_size + descriptor_size * k;

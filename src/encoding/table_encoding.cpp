@@ -175,6 +175,24 @@ uint32_t language_driver_code_page(uint8_t id) {
     return 0;
 }
 
+uint32_t driver_name_code_page(const std::string& name) {
+    auto digit = [&](size_t k) { return std::isdigit(static_cast<unsigned char>(name[k])) != 0; };
+    if (name.size() >= 5 && name.compare(0, 2, "DB") == 0 && digit(2) && digit(3) && digit(4)) {
+        const uint32_t cp = static_cast<uint32_t>(std::atoi(name.substr(2, 3).c_str()));
+        return code_page_to_iconv(cp).empty() ? 0 : cp;
+    }
+    if (name.compare(0, 5, "DBWIN") == 0) return 1252;
+    return 0;
+}
+
+void apply_driver_name(table_encoding& choice, const std::string& driver_name) {
+    if (choice.source != encoding_source::fallback) return;
+    if (const uint32_t cp = driver_name_code_page(driver_name)) {
+        choice.name = code_page_to_iconv(cp);
+        choice.source = encoding_source::language_driver;
+    }
+}
+
 bool read_cpg_text(const std::wstring& table_path, std::string& text) {
     const std::wstring cpg =
         qz::filesystem::find_companion(qz::filesystem::change_extension(table_path, L".cpg"));
@@ -218,13 +236,16 @@ table_encoding detect_table_encoding(const std::wstring& table_path, const char*
                                      const std::string& fallback) {
     FILE* f = qz::filesystem::wfopen(table_path, "rb");
     if (!f) return {};
-    unsigned char header[32];
+    unsigned char header[64] = {0};
     const size_t n = std::fread(header, 1, sizeof header, f);
     std::fclose(f);
-    if (n < sizeof header) return {};
+    if (n < 32) return {};
     std::string cpg;
     const bool has_cpg = read_cpg_text(table_path, cpg);
-    return choose_encoding(caller, has_cpg ? &cpg : nullptr, header[29], fallback);
+    table_encoding r = choose_encoding(caller, has_cpg ? &cpg : nullptr, header[29], fallback);
+    if ((header[0] == 0x04 || header[0] == 0x8C) && n == sizeof header)
+        apply_driver_name(r, std::string(reinterpret_cast<const char*>(header + 32), 32).c_str());
+    return r;
 }
 
 }  // namespace qz::strconv

@@ -43,6 +43,15 @@ std::string normalize_encoding_name(const std::string& text);
 // 0 for 0 (no driver named) and for ids without a code page iconv knows.
 uint32_t language_driver_code_page(uint8_t id);
 
+// The code page a dBASE 7 language-driver name stands for (header bytes
+// 32..63, as "DB437US0", "DB866RU0", "DBWINUS0"): "DB" and three digits is
+// that OEM code page, "DBWIN" the Windows Latin page 1252; 0 for other names.
+uint32_t driver_name_code_page(const std::string& name);
+
+// A choice that fell back to the default takes the code page of the dBASE 7
+// driver name instead, when it names one (as header byte 29 would).
+void apply_driver_name(table_encoding& choice, const std::string& driver_name);
+
 // The first line of the .cpg companion of the table at `table_path` (found
 // without regard to letter case); false when there is no readable file.
 bool read_cpg_text(const std::wstring& table_path, std::string& text);

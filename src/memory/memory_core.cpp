@@ -1,5 +1,7 @@
 #include "memory/memory_core.h"
 
+#include "dbf/dbase7_descriptors.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "code_page_text.h"
+#include "dbf/dbase7_descriptors.h"
 #include "memory/records.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
@@ -151,7 +154,17 @@ bool Tqz_dbf_memory_core::read_file(FILE* file) {
     // first that would not end within the header length.
     const unsigned header_length = get_header_length();
     std::vector<Tdbf_descriptor> found;
-    if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
+    long_names.clear();
+    driver_name.clear();
+    if (is_dbase7_version(header[hdr_version])) {
+        // 48-byte descriptors: the whole header area is read and parsed.
+        std::vector<uint8_t> area(
+            static_cast<size_t>(std::min<uint64_t>(header_length, file_size)));
+        if (fseeko(file, 0, SEEK_SET) == 0 && !area.empty())
+            area.resize(std::fread(area.data(), 1, area.size(), file));
+        parse_dbase7_descriptors(area.data(), area.size(), found, long_names);
+        driver_name = language_driver_name(area.data(), area.size());
+    } else if (fseeko(file, static_cast<off_t>(header_size), SEEK_SET) == 0) {
         for (uint64_t k = 0;; ++k) {
             if (header_size + descriptor_size * k >= file_size) break;
             if (((descriptor_size * k + 64) & 0xFFFF) > header_length) break;
@@ -212,6 +225,9 @@ bool Tqz_dbf_memory_core::save() {
 bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
     std::wstring path = path_w ? path_w : L"";
     if (path.empty()) return false;
+    // dBASE 7 tables are read, not written: their 48-byte descriptors and
+    // big-endian numbers would not come back as they were.
+    if (is_dbase7_version(header[hdr_version])) return false;
     // The new table goes to a sibling and is renamed over the file: a
     // process killed at any moment leaves the old table or the new one,
     // whole, never an empty or cut one.

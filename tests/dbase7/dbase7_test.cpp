@@ -26,6 +26,7 @@ struct cell {
 struct table_case {
     const char* path;
     unsigned fields, records;
+    const char* encoding;                 // from the language-driver name at bytes 32..63
     std::vector<const char*> long_names;  // the first fields' full names
     std::vector<cell> cells;
 };
@@ -61,6 +62,7 @@ const std::vector<table_case>& cases() {
         {"php-xbase/dBase/dBaseVII_int.dbf",
          1,
          6,
+         "CP866",
          {"INT"},
          {{0, 0, "int:1"},
           {0, 1, "int:-1"},
@@ -70,16 +72,19 @@ const std::vector<table_case>& cases() {
         {"php-xbase/dBase/dBaseVII_double.dbf",
          1,
          5,
+         "CP1252",
          {"double"},
          {{0, 0, "d:-199.99"}, {0, 2, "d:43.65"}, {0, 3, "d:150.48"}, {0, 4, "d:0"}}},
         {"php-xbase/dBase/dBaseVII_ts.dbf",
          1,
          15,
+         "CP866",
          {"TS"},
          {{0, 0, "ms:-11644473600000"}, {0, 3, "ms:0"}, {0, 9, "ms:946684800000"}}},
         {"php-xbase/dBase/dBaseVII.dbf",
          12,
          3,
+         "CP866",
          {"NAME", "BIRTHDAY", "IS_MAN", "BIO", "MONEY", "IMAGE", "AUTO_INC", "INTEGER", "LARGE_INT",
           "DATETIME"},
          {{0, 0, "text:Groot"},
@@ -92,22 +97,26 @@ const std::vector<table_case>& cases() {
         {"javadbf/inventory.dbf",
          6,
          12,
+         "CP437",
          {"Item ID", "Supplier ID", "Description", "Qty"},
          {{0, 0, "int:1"}, {2, 0, "text:Dartboard"}, {3, 0, "int:53"}, {3, 1, "int:69"}}},
         {"ruby-dbf/dbase_8c.dbf",
          6,
          10,
+         "CP437",
          {"ID", "Name", "Species", "Length CM", "Description", "OLE Graphic"},
          {{0, 1, "int:2"}, {1, 0, "text:Clown Triggerfish"}, {3, 1, "d:228"}}},
         {"javadbf/fixtures/dbase_7.dbf",
          4,
          3,
+         "CP1252",
          {"ACTION", "DATE", "USER", "ID"},
          {{1, 0, "date:20150223"}, {2, 0, "text:DFG"}}},
-        {"javadbf/test_delete.dbf", 1, 3, {"FNAME"}, {{0, 1, "text:michael"}}},
+        {"javadbf/test_delete.dbf", 1, 3, "CP1251", {"FNAME"}, {{0, 1, "text:michael"}}},
         {"javadbf/bug-102/bug102.dbf",
          103,
          18,
+         "CP1252",
          {"DataNumber", "Index1"},
          {{0, 0, "d:193786"}, {1, 0, "text:WT-05561 GULF POWER CO."}}},
     };
@@ -122,6 +131,9 @@ TEST(Dbase7, CorpusTablesReadFieldByFieldAndValueByValue) {
         ASSERT_NE(t, nullptr);
         EXPECT_EQ(qz_dbf_get_nf(t), c.fields);
         EXPECT_EQ(qz_dbf_get_nr(t), c.records);
+        char encoding[32] = "";
+        qz_dbf_get_encoding(t, encoding, sizeof encoding);
+        EXPECT_STREQ(encoding, c.encoding);
         for (size_t f = 0; f < c.long_names.size(); ++f) {
             // The classic interface gives the first 10 bytes of the name.
             const std::string full = c.long_names[f];
@@ -245,6 +257,24 @@ TEST(Dbase7, TypedWritesToBigEndianFieldsAreRefused) {
     ASSERT_TRUE(qz_dbf_get_value(t, 0, 0, &back));
     EXPECT_EQ(shown(back), "int:1");
     qz_dbf_close(t);
+    EXPECT_EQ(qz_test::read_bytes(path), before);
+}
+
+// A memory table loads the same fields and cells, and does not save a
+// dBASE 7 table (its descriptors and numbers would not come back).
+TEST(Dbase7, MemoryTablesLoadButDoNotSave) {
+    qz_test::Temp_dir dir;
+    const std::string path = qz_test::copy_with_companions(
+        std::string(QZ_CORPUS_DIR) + "/javadbf/inventory.dbf", dir.path());
+    const std::vector<uint8_t> before = qz_test::read_bytes(path);
+    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(qz_dbf_mem_get_nf(m), 6u);
+    EXPECT_EQ(qz_dbf_mem_get_nr(m), 12u);
+    EXPECT_STREQ(qz_dbf_mem_get_field_name(m, 1), "Supplier I");
+    EXPECT_EQ(qz_dbf_mem_get_field_flen(m, 2), 40u);
+    EXPECT_FALSE(qz_dbf_mem_save(m));
+    qz_dbf_mem_free(m);
     EXPECT_EQ(qz_test::read_bytes(path), before);
 }
 
