@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,20 @@ constexpr size_t dbase7_type = 32, dbase7_length = 33, dbase7_decimals = 34;
 
 inline bool is_dbase7_version(uint8_t version) {
     return version == 0x04 || version == 0x8C;
+}
+
+// An I or + cell of a dBASE 7 table as its 4 bytes were copied into an
+// int32_t in file order: big-endian with the sign bit flipped; all zeros (an
+// empty cell) gives 0.
+inline int32_t dbase7_integer(int32_t raw) {
+    uint8_t b[4];
+    std::memcpy(b, &raw, 4);
+    if ((b[0] | b[1] | b[2] | b[3]) == 0) return 0;
+    const uint32_t v =
+        (uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | b[3]) ^ 0x80000000u;
+    int32_t out;
+    std::memcpy(&out, &v, 4);
+    return out;
 }
 
 // Parses the descriptors in `area` (the first `size` bytes of the file, cut

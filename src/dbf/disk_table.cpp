@@ -304,7 +304,8 @@ void Tqz_dbf_disk::write_value(int field, int record, T value) {
 }
 
 int Tqz_dbf_disk::get_integer(int field, int record) {
-    return read_value<int32_t>(field, record);
+    const int32_t raw = read_value<int32_t>(field, record);
+    return is_dbase7_version(header[hdr_version]) ? dbase7_integer(raw) : raw;
 }
 
 float Tqz_dbf_disk::get_float(int field, int record) {
@@ -329,6 +330,8 @@ void Tqz_dbf_disk::set_string(int field, int record, const char* text) {
 }
 
 void Tqz_dbf_disk::set_integer(int field, int record, int value) {
+    // dBASE 7 integers are not written (their order-flipped form is read only).
+    if (is_dbase7_version(header[hdr_version])) return;
     write_value<int32_t>(field, record, value);
 }
 

@@ -313,7 +313,8 @@ T Tqz_dbf_memory_core::read_value(int field, int record) {
 }
 
 int Tqz_dbf_memory_core::get_integer(int field, int record) {
-    return read_value<int32_t>(field, record);
+    const int32_t raw = read_value<int32_t>(field, record);
+    return is_dbase7_version(header[hdr_version]) ? dbase7_integer(raw) : raw;
 }
 
 float Tqz_dbf_memory_core::get_float(int field, int record) {
@@ -339,6 +340,8 @@ void Tqz_dbf_memory_core::set_string(int field, int record, const char* text) {
 }
 
 void Tqz_dbf_memory_core::set_integer(int field, int record, int value) {
+    // dBASE 7 integers are not written (their order-flipped form is read only).
+    if (is_dbase7_version(header[hdr_version])) return;
     begin_update();
     update();
     // The field's length in bytes of the value, at most all four of them.

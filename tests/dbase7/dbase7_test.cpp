@@ -142,6 +142,12 @@ TEST(Dbase7, CorpusTablesReadFieldByFieldAndValueByValue) {
             EXPECT_EQ(std::string(classic), full.substr(0, 10));
         }
         for (const cell& x : c.cells) {
+            // Integers read the same through the classic interface.
+            if (std::strncmp(x.shown, "int:", 4) == 0 &&
+                qz_dbf_get_field_type(t, x.field) == dbf_ft_integer) {
+                bool ok = false;
+                EXPECT_STREQ(qz_dbf_get_str(t, x.field, x.record, ok), x.shown + 4);
+            }
             Tqz_dbf_value v;
             ASSERT_TRUE(qz_dbf_get_value(t, x.field, x.record, &v));
             EXPECT_EQ(shown(v), x.shown) << "field " << x.field << " record " << x.record;
