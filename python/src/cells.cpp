@@ -154,10 +154,10 @@ static py::object decimal_of(const char* digits, size_t length) {
 py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
                     bool decimals) {
     need_datetime_api();
-    if (field.type == 'B') {
-        // B fields hold 8-byte doubles as this library writes them, in any
+    if (field.type == 'B' && field.length == 8) {
+        // 8-byte B fields hold doubles as this library writes them, in any
         // table (the typed read takes B as a binary memo outside Visual
-        // FoxPro tables).
+        // FoxPro tables); wider ones hold a memo's block number.
         bool ok = false;
         const double d = qz_dbf_get_dbl(table, index, record, ok);
         if (!ok) return py::none();
