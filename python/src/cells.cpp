@@ -202,8 +202,9 @@ py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, 
                 static_cast<int>(rest / 1000 % 60), static_cast<int>(rest % 1000) * 1000));
         }
         case QZ_DBF_VALUE_TEXT: {
+            // Trailing blanks pad a field; a memo's are its own.
             size_t len = v.text ? v.length : 0;
-            while (len > 0 && v.text[len - 1] == ' ') --len;
+            while (field.type != 'M' && len > 0 && v.text[len - 1] == ' ') --len;
             return steal(PyUnicode_DecodeUTF8(v.text ? v.text : "", static_cast<Py_ssize_t>(len),
                                               "replace"));
         }

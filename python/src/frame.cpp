@@ -255,17 +255,24 @@ py::tuple date_column(const py::str& name, py::array days_array, py::array mask_
 // G, _NullFlags and the rarer ones) show in the typed read of their cells:
 // the first records' values decide whether the column is read cell by cell.
 void probe_typed(Tqz_dbf_rw* h, column& col, unsigned total, bool decimals) {
+    // Text cells are never null but through _NullFlags, which a C field
+    // may have: a null only counts when no text follows.
     Tqz_dbf_value v;
+    bool null_seen = false;
     for (unsigned r = 0; r < std::min(total, 64u); ++r) {
         std::memset(&v, 0, sizeof v);
         if (!qz_dbf_get_value(h, col.field, r, &v)) return;
-        if (v.kind == QZ_DBF_VALUE_NULL) continue;
+        if (v.kind == QZ_DBF_VALUE_NULL) {
+            null_seen = true;
+            continue;
+        }
         if (v.kind == QZ_DBF_VALUE_TEXT) return;
         col.kind = column_kind::cell;
         if (v.kind == QZ_DBF_VALUE_DATETIME) col.cell_as = "datetime";
         if (v.kind == QZ_DBF_VALUE_DECIMAL && !decimals) col.cell_as = "currency";
         return;
     }
+    if (null_seen) col.kind = column_kind::cell;
 }
 
 // Blanks the cells the table's _NullFlags mark null, whatever their bytes
