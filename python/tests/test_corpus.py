@@ -14,6 +14,8 @@ def test_corpus_frames_equal_dbfread_but_for_named_quirks():
     unexplained = []
     for path in cc.corpus_tables():
         status, diffs, _ = cc.compare(path)
+        if status == "error":  # a table dbfread reads and this library refuses
+            unexplained += [(path.name, diffs[0])] if path.name not in cc.KNOWN else []
         if not status.startswith("compared"):
             continue
         compared += 1
