@@ -6,6 +6,7 @@ Failures raise subclasses of :class:`Error` carrying the library's message.
 """
 
 import collections as _collections
+import datetime as _datetime
 
 import numpy as _np
 
@@ -207,18 +208,29 @@ def check(path, values=False):
     return _qzdbf.check(str(path), bool(values))
 
 
-def read_dataframe(path, columns=None, encoding=None, skip_deleted=True):
+# The instants datetime64[ns] holds.
+_NS_FIRST = _datetime.datetime(1677, 9, 22)
+_NS_LAST = _datetime.datetime(2262, 4, 11)
+
+
+def read_dataframe(path, columns=None, encoding=None, skip_deleted=True, decimal=False):
     """Read a table into a pandas DataFrame, column by column.
 
     dtypes: N with decimals, F, B float64; N without decimals and I nullable
     Int64 (float64 when a cell holds a fraction); D datetime64 (NaT when
     blank; object datetime.date values when a date lies outside the years
-    datetime64[ns] holds, 1677 to 2262); L nullable boolean; C and M object (str). ``columns`` picks fields
-    by name; ``skip_deleted`` leaves out records marked deleted.
+    datetime64[ns] holds, 1677 to 2262); L nullable boolean; C object (str);
+    M the memo's text (bytes for a binary memo), G, P and memo B bytes; T
+    datetime64 (NaT when null); Y float64 (decimal.Decimal objects with
+    ``decimal=True``, as N with decimals; T datetime.datetime objects when one
+    lies outside 1677 to 2262); other types object values as
+    ``t[i, name]`` gives them. Cells a _NullFlags field marks null are
+    None/NaN/NaT/<NA>. ``columns`` picks fields by name; ``skip_deleted``
+    leaves out records marked deleted.
     """
     import pandas as pd
 
-    with open(path, "r", encoding) as t:
+    with open(path, "r", encoding, decimal) as t:
         parts = t.read_columns(None if columns is None else list(columns), bool(skip_deleted))
     arrays = []
     for name, kind, values, mask in parts:
@@ -228,6 +240,17 @@ def read_dataframe(path, columns=None, encoding=None, skip_deleted=True):
             arrays.append(pd.arrays.BooleanArray(values, mask))
         elif kind == "datetime64[ns]":
             arrays.append(values.view("datetime64[ns]"))
+        elif kind == "datetime":
+            # datetime.datetime objects (None for null) as datetime64[ns],
+            # unless one lies outside the years that type holds: then the
+            # objects stay, as for dates.
+            if all(v is None or _NS_FIRST <= v <= _NS_LAST for v in values):
+                arrays.append(_np.array(values, dtype="datetime64[ns]"))
+            else:
+                arrays.append(values)
+        elif kind == "currency":
+            arrays.append(_np.array([_np.nan if v is None else v for v in values],
+                                    dtype="float64"))
         elif kind == "date":
             # A column with a date outside the years datetime64[ns] holds
             # stays datetime.date objects rather than wrap.

@@ -154,10 +154,10 @@ static py::object decimal_of(const char* digits, size_t length) {
 py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsigned record,
                     bool decimals) {
     need_datetime_api();
-    if (field.type == 'B') {
-        // B fields hold 8-byte doubles as this library writes them, in any
+    if (field.type == 'B' && field.length == 8) {
+        // 8-byte B fields hold doubles as this library writes them, in any
         // table (the typed read takes B as a binary memo outside Visual
-        // FoxPro tables).
+        // FoxPro tables); wider ones hold a memo's block number.
         bool ok = false;
         const double d = qz_dbf_get_dbl(table, index, record, ok);
         if (!ok) return py::none();
@@ -202,8 +202,9 @@ py::object get_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, 
                 static_cast<int>(rest / 1000 % 60), static_cast<int>(rest % 1000) * 1000));
         }
         case QZ_DBF_VALUE_TEXT: {
+            // Trailing blanks pad a field; a memo's are its own.
             size_t len = v.text ? v.length : 0;
-            while (len > 0 && v.text[len - 1] == ' ') --len;
+            while (field.type != 'M' && len > 0 && v.text[len - 1] == ' ') --len;
             return steal(PyUnicode_DecodeUTF8(v.text ? v.text : "", static_cast<Py_ssize_t>(len),
                                               "replace"));
         }

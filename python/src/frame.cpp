@@ -23,7 +23,9 @@ namespace qzpy {
 
 namespace {
 
-enum class column_kind { real, integer, date, boolean, text, memo };
+// `cell`: a Python object per cell from the typed read (memo text or
+// bytes, datetimes, currency and the rarer types).
+enum class column_kind { real, integer, date, boolean, text, cell };
 
 // One column being read: typed values with a mask of blanks, or Python
 // strings straight into an object array.
@@ -35,6 +37,9 @@ struct column {
     bool from_image = false;
     unsigned offset = 0;
     bool any_real = false;  // an N field without decimals holding a fraction
+    // For a `cell` column, what pandas makes of its objects: "datetime"
+    // (datetime64), "currency" (float64) or "object".
+    const char* cell_as = "object";
     py::array_t<double> reals;
     py::array_t<int64_t> ints;
     py::array_t<bool> mask;
@@ -54,18 +59,20 @@ column_kind kind_of(const field_info& f) {
         case 'N':
             return f.decimals > 0 ? column_kind::real : column_kind::integer;
         case 'F':
-        case 'B':
             return column_kind::real;
+        case 'B':
+            // An 8-byte B holds a double; a wider one a memo's block number.
+            return f.length == 8 ? column_kind::real : column_kind::cell;
         case 'I':
             return column_kind::integer;
         case 'D':
             return column_kind::date;
         case 'L':
             return column_kind::boolean;
-        case 'M':
-            return column_kind::memo;
-        default:
+        case 'C':
             return column_kind::text;
+        default:
+            return column_kind::cell;
     }
 }
 
@@ -151,7 +158,7 @@ void cell_by_getter(Tqz_dbf_rw* h, const field_info& f, column& col, py::ssize_t
             break;
         }
         case column_kind::text:
-        case column_kind::memo:
+        case column_kind::cell:
             break;
     }
 }
@@ -207,7 +214,7 @@ bool cell_from_image(const field_info& f, column& col, const unsigned char* imag
             return true;
         }
         case column_kind::text:
-        case column_kind::memo:
+        case column_kind::cell:
             return false;
     }
     return false;
@@ -244,6 +251,62 @@ py::tuple date_column(const py::str& name, py::array days_array, py::array mask_
     return py::make_tuple(name, "datetime64[ns]", days, py::none());
 }
 
+// The field types the descriptors report as C without being text (T, Y,
+// G, _NullFlags and the rarer ones) show in the typed read of their cells:
+// the first records' values decide whether the column is read cell by cell.
+void probe_typed(Tqz_dbf_rw* h, column& col, unsigned total, bool decimals) {
+    // Text cells are never null but through _NullFlags, which a C field
+    // may have: a null only counts when no text follows.
+    Tqz_dbf_value v;
+    bool null_seen = false;
+    for (unsigned r = 0; r < std::min(total, 64u); ++r) {
+        std::memset(&v, 0, sizeof v);
+        if (!qz_dbf_get_value(h, col.field, r, &v)) return;
+        if (v.kind == QZ_DBF_VALUE_NULL) {
+            null_seen = true;
+            continue;
+        }
+        if (v.kind == QZ_DBF_VALUE_TEXT) return;
+        col.kind = column_kind::cell;
+        if (v.kind == QZ_DBF_VALUE_DATETIME) col.cell_as = "datetime";
+        if (v.kind == QZ_DBF_VALUE_DECIMAL && !decimals) col.cell_as = "currency";
+        return;
+    }
+    if (null_seen) col.kind = column_kind::cell;
+}
+
+// Blanks the cells the table's _NullFlags mark null, whatever their bytes
+// (row i of each column is record records[i]); the `cell` columns have them
+// already from the typed read.
+void blank_null_cells(Tqz_dbf_rw* h, std::vector<column>& cols,
+                      const std::vector<unsigned>& records) {
+    Tqz_dbf_value v;
+    for (column& col : cols) {
+        if (col.kind == column_kind::cell) continue;
+        for (size_t i = 0; i < records.size(); ++i) {
+            std::memset(&v, 0, sizeof v);
+            if (!qz_dbf_get_value(h, col.field, records[i], &v) || v.kind != QZ_DBF_VALUE_NULL) {
+                continue;
+            }
+            // (Default-made arrays are empty but not null: the kind says
+            // which buffers the column has.)
+            const column_kind k = col.kind;
+            if (k == column_kind::real || k == column_kind::integer) {
+                col.real_data[i] = std::nan("");
+            }
+            if (k == column_kind::integer || k == column_kind::date || k == column_kind::boolean) {
+                col.mask_data[i] = true;
+            }
+            if (k == column_kind::text) {
+                PyObject* old = col.object_data[i];
+                Py_INCREF(Py_None);
+                col.object_data[i] = Py_None;
+                Py_XDECREF(old);
+            }
+        }
+    }
+}
+
 }  // namespace
 
 py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bool by_cells) {
@@ -265,7 +328,8 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
         col.field = chosen[c];
         const field_info& f = fields[col.field];
         col.kind = kind_of(f);
-        if (record_size > 0 && readable_from_image(f)) {
+        if (f.type == 'C') probe_typed(h, col, total, t.decimals());
+        if (record_size > 0 && col.kind != column_kind::cell && readable_from_image(f)) {
             col.offset = qz_dbf_get_field_offset(h, col.field);
             // A damaged header may place a field past the record's end.
             col.from_image = col.offset >= 1 && col.offset + f.length <= record_size;
@@ -288,7 +352,7 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                 col.mask = py::array_t<bool>(capacity);
                 break;
             case column_kind::text:
-            case column_kind::memo:
+            case column_kind::cell:
                 // numpy.empty fills an object array with None.
                 col.objects = empty_objects(capacity, "dtype"_a = "object");
                 if (col.from_image) col.texts = std::make_unique<text_maker>(enc);
@@ -299,7 +363,7 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
         if (col.mask) col.mask_data = col.mask.mutable_data();
         if (col.bools) col.bool_data = col.bools.mutable_data();
         if (col.objects) col.object_data = static_cast<PyObject**>(col.objects.mutable_data());
-        const bool text = col.kind == column_kind::text || col.kind == column_kind::memo;
+        const bool text = col.kind == column_kind::text || col.kind == column_kind::cell;
         (text ? texts : typed).push_back(&col);
     }
 
@@ -312,6 +376,10 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
     std::vector<unsigned> records;
     std::vector<const unsigned char*> images;
     py::ssize_t row = 0;
+    // Tables with a _NullFlags field mark cells null apart from their bytes.
+    bool null_flags = false;
+    for (const field_info& f : fields) null_flags |= strcasecmp(f.name.c_str(), "_NullFlags") == 0;
+    std::vector<unsigned> all_records;
     for (unsigned first = 0; first < total;) {
         const unsigned want = std::min(chunk, total - first);
         records.clear();
@@ -353,8 +421,8 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                     if (v == nullptr) throw py::error_already_set();
                 } else {
                     bool ok = false;
-                    py::object o = col->kind == column_kind::memo
-                                       ? memo_value(h, col->field, records[j], enc)
+                    py::object o = col->kind == column_kind::cell
+                                       ? get_cell(h, f, col->field, records[j], t.decimals())
                                        : text_value(qz_dbf_get_str(h, col->field, records[j], ok));
                     v = o.release().ptr();
                 }
@@ -364,9 +432,11 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                 Py_XDECREF(old);
             }
         }
+        if (null_flags) all_records.insert(all_records.end(), records.begin(), records.end());
         row += static_cast<py::ssize_t>(records.size());
         first += want;
     }
+    if (null_flags) blank_null_cells(h, cols, all_records);
 
     // Deleted records left out: the arrays keep only the rows read.
     auto cut = [&](py::array a) -> py::array {
@@ -396,8 +466,10 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                 out.append(py::make_tuple(name, "bool", cut(col.bools), cut(col.mask)));
                 break;
             case column_kind::text:
-            case column_kind::memo:
                 out.append(py::make_tuple(name, "str", cut(col.objects), py::none()));
+                break;
+            case column_kind::cell:
+                out.append(py::make_tuple(name, col.cell_as, cut(col.objects), py::none()));
                 break;
         }
     }
@@ -519,7 +591,7 @@ unsigned long long read_cells_c(table& t) {
                 case column_kind::boolean:
                     sink += qz_dbf_get_bool(h, fi, r, ok);
                     break;
-                case column_kind::memo: {
+                case column_kind::cell: {
                     unsigned length = 0, type = 0;
                     qz_dbf_get_memo_bytes(h, fi, r, ok, length, type);
                     sink += length;

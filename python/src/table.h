@@ -59,6 +59,8 @@ class table {
     void enter_use() { ++in_use_; }
     void leave_use() { --in_use_; }
     const std::vector<field_info>& field_list() const { return fields_; }
+    // True when N and F cells with decimals (and Y) read as decimal.Decimal.
+    bool decimals() const { return decimals_; }
 
   private:
     void open_handle(unsigned options);
