@@ -178,8 +178,7 @@ std::vector<uint8_t> hand_made(const std::string& name) {
     b[68 + 32] = 'C';
     b[68 + 33] = 8;
     b[68 + 48] = 0x0D;
-    const char rec[] = " hello   ";
-    b.insert(b.end(), rec, rec + 9);
+    for (char ch : std::string(" hello   ")) b.push_back(static_cast<uint8_t>(ch));
     b.push_back(0x1A);
     return b;
 }
