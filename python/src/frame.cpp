@@ -321,6 +321,11 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
     py::object empty_objects = py::module_::import("numpy").attr("empty");
     const std::string& enc = t.encoding();
 
+    // dBASE 7 tables keep their integers big-endian with the sign bit
+    // flipped: those cells go through the getters.
+    unsigned char head[32] = {0};
+    const bool level7 = qz_dbf_get_header(h, head) && (head[0] == 0x04 || head[0] == 0x8C);
+
     std::vector<column> cols(chosen.size());
     std::vector<column*> typed, texts;
     for (size_t c = 0; c < chosen.size(); ++c) {
@@ -329,7 +334,8 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
         const field_info& f = fields[col.field];
         col.kind = kind_of(f);
         if (f.type == 'C') probe_typed(h, col, total, t.decimals());
-        if (record_size > 0 && col.kind != column_kind::cell && readable_from_image(f)) {
+        if (record_size > 0 && col.kind != column_kind::cell && readable_from_image(f) &&
+            !(level7 && f.type == 'I')) {
             col.offset = qz_dbf_get_field_offset(h, col.field);
             // A damaged header may place a field past the record's end.
             col.from_image = col.offset >= 1 && col.offset + f.length <= record_size;
