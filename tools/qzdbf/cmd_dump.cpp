@@ -17,6 +17,7 @@
 #include "cell_values.h"
 #include "checked_open.h"
 #include "cli.h"
+#include "record_view.h"
 #include "dump.h"
 #include "output.h"
 #include "qzk_file_dbf_ext.h"
@@ -25,28 +26,6 @@
 namespace qzdbf {
 
 namespace {
-
-// Columns a text takes on the terminal: its characters as the library reads
-// system text, wide ones counting two where the C library knows them.
-size_t display_width(const std::string& text) {
-    if (text.empty()) return 0;
-    int n = qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    if (n <= 0) return text.size();
-    std::wstring w(static_cast<size_t>(n), L'\0');
-    qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), w.data(), n);
-    size_t width = 0;
-    for (wchar_t c : w) {
-        int cw = ::wcwidth(c);
-        width += cw < 0 ? 1 : static_cast<size_t>(cw);
-    }
-    return width;
-}
-
-void pad_to(std::string& line, const std::string& text, size_t width, bool right) {
-    size_t w = display_width(text);
-    std::string pad(width > w ? width - w : 0, ' ');
-    line += right ? pad + text : text + pad;
-}
 
 // Ends a line of the columns, without the padding after its last value.
 void put_line(Output& out, std::string& line) {
@@ -73,31 +52,6 @@ constexpr size_t kMemoColumns = 40;
 constexpr size_t kTextColumns = 60;
 // Longest a memo gets on a "name: value" line.
 constexpr size_t kVerticalMemo = 400;
-
-// Line breaks and tabs as spaces, and the text cut to `columns` with a
-// marker, so that one value stays on one line.
-std::string one_line(std::string text, size_t columns) {
-    for (char& c : text)
-        if (c == '\n' || c == '\r' || c == '\t') c = ' ';
-    if (display_width(text) <= columns) return text;
-    const bool utf8 = qz_options_get_ansi_code_page() == 65001;
-    const std::string marker = utf8 ? "\xE2\x80\xA6" : "...";
-    const size_t keep = columns - (utf8 ? 1 : 3);
-    int n = qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    std::wstring w(static_cast<size_t>(n > 0 ? n : 0), L'\0');
-    if (n > 0) qz_code_page_to_wide(0, text.data(), static_cast<int>(text.size()), w.data(), n);
-    size_t width = 0, k = 0;
-    for (; k < w.size(); ++k) {
-        int cw = ::wcwidth(w[k]);
-        size_t add = cw < 0 ? 1 : static_cast<size_t>(cw);
-        if (width + add > keep) break;
-        width += add;
-    }
-    int m = qz_wide_to_code_page(0, w.data(), static_cast<int>(k), nullptr, 0);
-    std::string cut(static_cast<size_t>(m > 0 ? m : 0), '\0');
-    if (m > 0) qz_wide_to_code_page(0, w.data(), static_cast<int>(k), cut.data(), m);
-    return cut + marker;
-}
 
 // The columns a field takes in the aligned view, from its type and length.
 size_t field_columns(Tqz_dbf_rw* t, unsigned int f, bool raw) {

@@ -28,8 +28,8 @@ size_t char_width(wchar_t c) {
     return cw < 0 ? 1 : static_cast<size_t>(cw);
 }
 
-// A memo on one line: its breaks and tabs as blanks, cut to `columns` with
-// a marker.
+}  // namespace
+
 std::string one_line(std::string text, size_t columns) {
     for (char& c : text)
         if (c == '\n' || c == '\r' || c == '\t') c = ' ';
@@ -51,6 +51,8 @@ void pad_to(std::string& line, const std::string& text, size_t width, bool right
     const std::string pad(width > w ? width - w : 0, ' ');
     line += right ? pad + text : text + pad;
 }
+
+namespace {
 
 void put_line(std::string& line) {
     line.erase(line.find_last_not_of(' ') + 1);
