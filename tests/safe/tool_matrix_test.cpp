@@ -66,7 +66,7 @@ TEST(ToolMatrix, BadFilesAreRefusedWithAReasonAndLeftUntouched) {
     };
     const std::vector<Command> commands = {
         {"info", "info PATH", "", false},          {"info --force", "info --force PATH", "", false},
-        {"dump", "dump PATH", "", false},          {"dump --csv", "dump PATH --csv", "", false},
+        {"dump", "dump PATH", "", false},
         {"get", "get PATH 0 0", "", false},        {"set", "set PATH 0 0 x", "", true},
         {"append", "append PATH", "", true},       {"edit", "edit PATH", "quit\\n", true},
         {"watch", "watch PATH", "", false},        {"check", "check PATH", "", false},
