@@ -375,28 +375,6 @@ TEST_F(Impexp, ExportReadsBackEqualThroughOgr) {
     EXPECT_FALSE(qz_test::exists(file("x.nosuch")));
 }
 
-TEST_F(Impexp, ExportDecodesTheTableEncoding) {
-    // A CP1251 table (its language driver says so): the text reaches
-    // GeoJSON as the library decodes it.
-    const std::string src = QZ_CORPUS_DIR "/ruby-dbf/cp1251.dbf";
-    int rc = -1;
-    const std::string out = qzdbf("export " + quoted(src) + " " + quoted(file("c.geojson")), &rc);
-    ASSERT_EQ(rc, 0) << out;
-    const auto rows = read_back(file("c.geojson"));
-    Tqz_dbf_rw* t = qz_dbf_open_ex(src.c_str(), QZ_DBF_OPEN_READ_ONLY);
-    ASSERT_NE(t, nullptr);
-    ASSERT_EQ(rows.size(), qz_dbf_get_nr(t));
-    bool cyrillic = false;
-    for (unsigned r = 0; r < rows.size(); ++r) {
-        char buf[512];
-        ASSERT_GE(qz_dbf_get_cell_utf8(t, 1, r, buf, sizeof buf), 0);
-        EXPECT_EQ(rows[r][1], buf);
-        cyrillic = cyrillic || std::string(buf).find("\xD0") != std::string::npos;
-    }
-    qz_dbf_close(t);
-    EXPECT_TRUE(cyrillic);
-}
-
 TEST_F(Impexp, StatsAgreeWithAnotherReader) {
     const std::string src = QZ_CORPUS_DIR "/ruby-dbf/dbase_03.dbf";
     int rc = -1;
