@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include "qzk_file_dbf.h"
+
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -108,6 +110,36 @@ std::string copy_with_companions(const std::string& table, const std::string& to
 bool have_dbfread() {
     static const bool yes = run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") == 0;
     return yes;
+}
+
+bool make_char_table(const std::string& path, const std::vector<unsigned>& lengths,
+                     unsigned records) {
+    std::vector<Tqz_dbf_field> fields(lengths.size());
+    for (size_t i = 0; i < lengths.size(); ++i)
+        qz_dbf_field_init(&fields[i], ("F" + std::to_string(i)).c_str(), dbf_ft_char, lengths[i],
+                          0);
+    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), static_cast<unsigned>(fields.size()), records,
+                                  fields.data(), false);
+    if (!t) return false;
+    qz_dbf_close(t);
+    return true;
+}
+
+uint32_t u32_at(const std::vector<uint8_t>& b, size_t at) {
+    return at + 4 <= b.size() ? u16_at(b, at) | uint32_t(u16_at(b, at + 2)) << 16 : 0;
+}
+
+unsigned u16_at(const std::vector<uint8_t>& b, size_t at) {
+    return at + 2 <= b.size() ? unsigned(b[at]) | unsigned(b[at + 1]) << 8 : 0;
+}
+
+std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned offset,
+                     unsigned length) {
+    const size_t at = u16_at(b, 8) + size_t(u16_at(b, 10)) * record + offset;
+    if (at + length > b.size()) return "<missing>";
+    std::string s(b.begin() + at, b.begin() + at + length);
+    while (!s.empty() && s.back() == ' ') s.pop_back();
+    return s;
 }
 
 }  // namespace qz_test

@@ -44,4 +44,18 @@ std::string copy_with_companions(const std::string& table, const std::string& to
 // True when /usr/bin/python3 imports dbfread.
 bool have_dbfread();
 
+// Makes a table of `records` blank records with character fields F0, F1...
+// of the given lengths; false when it cannot.
+bool make_char_table(const std::string& path, const std::vector<unsigned>& lengths,
+                     unsigned records);
+
+// Little-endian numbers of a file's bytes (0 past the end).
+uint32_t u32_at(const std::vector<uint8_t>& b, size_t at);
+unsigned u16_at(const std::vector<uint8_t>& b, size_t at);
+
+// The bytes at `offset` (1 is the first field) of `length` of a record as
+// the file's bytes hold them, trailing spaces dropped; "<missing>" past the end.
+std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned offset,
+                     unsigned length);
+
 }  // namespace qz_test
