@@ -2,7 +2,6 @@
 
 Each difference is put in a category that says why the two readers differ;
 test_corpus.py fails on any difference left uncategorised.
-Run directly to print the whole report.
 """
 
 import codecs
@@ -169,23 +168,3 @@ def category(path, diff):
             return cat
     return None
 
-
-if __name__ == "__main__":
-    totals = {}
-    for path in corpus_tables():
-        status, diffs, enc = compare(path)
-        rel = path.relative_to(CORPUS)
-        totals[status] = totals.get(status, 0) + 1
-        if not status.startswith("compared"):
-            print(f"{status:8} {rel}: {diffs[0]}")
-            continue
-        totals["identical"] = totals.get("identical", 0) + (not diffs)
-        print(f"compared {rel} ({enc}): {len(diffs)} differences")
-        seen = {}
-        for d in diffs:
-            seen.setdefault(category(path, d), []).append(d)
-        for cat, ds in seen.items():
-            totals[cat] = totals.get(cat, 0) + len(ds)
-            print(f"    {len(ds)} x {cat}: e.g. {ds[0]}"[:300])
-    for k, v in totals.items():
-        print(f"{v:6}  {k}")
