@@ -8,7 +8,7 @@ import decimal
 import pytest
 
 import qzdbf
-import corpus_compare as cc
+import corpus as cc
 
 
 def typed_tables():
