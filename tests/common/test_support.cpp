@@ -10,6 +10,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -110,6 +111,40 @@ std::string copy_with_companions(const std::string& table, const std::string& to
 bool have_dbfread() {
     static const bool yes = run("/usr/bin/python3 -c 'import dbfread' 2>/dev/null") == 0;
     return yes;
+}
+
+std::vector<uint8_t> dbf_bytes(uint8_t version, const std::vector<Field_def>& fields,
+                               const std::vector<std::vector<std::string>>& records, uint8_t driver,
+                               size_t backlink) {
+    const size_t header = 32 + 32 * fields.size() + 1 + backlink;
+    size_t length = 1;
+    for (const Field_def& f : fields) length += f.length;
+    std::vector<uint8_t> b(header, 0);
+    const size_t numbers[][3] = {{4, 4, records.size()}, {8, 2, header}, {10, 2, length}};
+    for (const auto& n : numbers)
+        for (size_t i = 0; i < n[1]; ++i) b[n[0] + i] = static_cast<uint8_t>(n[2] >> (8 * i));
+    b[0] = version;
+    b[1] = 124, b[2] = b[3] = 1;
+    b[29] = driver;
+    for (size_t i = 0, offset = 1; i < fields.size(); offset += fields[i++].length) {
+        uint8_t* d = &b[32 + 32 * i];
+        std::memcpy(d, fields[i].name.data(), std::min<size_t>(fields[i].name.size(), 10));
+        d[11] = static_cast<uint8_t>(fields[i].type);
+        d[12] = static_cast<uint8_t>(offset);
+        d[16] = fields[i].length;
+        d[17] = fields[i].decimals;
+    }
+    b[32 + 32 * fields.size()] = 0x0D;
+    for (const auto& cells : records) {
+        b.push_back(' ');
+        for (size_t i = 0; i < fields.size(); ++i) {
+            std::string cell = i < cells.size() ? cells[i] : std::string();
+            cell.resize(fields[i].length, ' ');
+            b.insert(b.end(), cell.begin(), cell.end());
+        }
+    }
+    b.push_back(0x1A);
+    return b;
 }
 
 bool make_char_table(const std::string& path, const std::vector<unsigned>& lengths,

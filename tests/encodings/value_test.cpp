@@ -11,17 +11,11 @@
 
 namespace {
 
-struct field_def {
-    const char* name;
-    char type;
-    uint8_t length, decimals;
-};
-
-const field_def fields[] = {{"NAME", 'C', 8, 0}, {"COUNT", 'N', 6, 0}, {"PRICE", 'N', 8, 2},
-                            {"RATE", 'F', 8, 3}, {"OK", 'L', 1, 0},    {"DAY", 'D', 8, 0},
-                            {"ID", 'I', 4, 0},   {"CASH", 'Y', 8, 4},  {"WHEN", 'T', 8, 0},
-                            {"REAL", 'B', 8, 4}};
-constexpr unsigned nf = sizeof fields / sizeof fields[0];
+const std::vector<qz_test::Field_def> fields = {
+    {"NAME", 'C', 8}, {"COUNT", 'N', 6},  {"PRICE", 'N', 8, 2}, {"RATE", 'F', 8, 3},
+    {"OK", 'L', 1},   {"DAY", 'D', 8},    {"ID", 'I', 4},       {"CASH", 'Y', 8, 4},
+    {"WHEN", 'T', 8}, {"REAL", 'B', 8, 4}};
+const unsigned nf = static_cast<unsigned>(fields.size());
 
 std::string le(uint64_t v, int n) {
     std::string r;
@@ -33,40 +27,20 @@ std::string dbl(double d) {
     return std::string(reinterpret_cast<const char*>(&d), 8);
 }
 
-// Records given as their cells' bytes in field order.
+// A Visual FoxPro table (CP1252, with the backlink area) of these records,
+// each given as its bytes after the deletion flag.
 std::vector<uint8_t> table(const std::vector<std::string>& records) {
-    unsigned record_length = 1;
-    for (const field_def& f : fields) record_length += f.length;
-    const unsigned header_length = 32 + 32 * nf + 1 + 263;  // with the backlink area
-    std::vector<uint8_t> b(32, 0);
-    b[0] = 0x30;
-    b[1] = 124;
-    b[2] = b[3] = 1;
-    b[4] = static_cast<uint8_t>(records.size());
-    b[8] = header_length & 0xFF;
-    b[9] = header_length >> 8;
-    b[10] = static_cast<uint8_t>(record_length);
-    b[29] = 0x03;  // CP1252
-    unsigned offset = 1;
-    for (const field_def& f : fields) {
-        std::vector<uint8_t> d(32, 0);
-        std::memcpy(d.data(), f.name, std::strlen(f.name));
-        d[11] = static_cast<uint8_t>(f.type);
-        d[12] = static_cast<uint8_t>(offset);
-        d[16] = f.length;
-        d[17] = f.decimals;
-        offset += f.length;
-        b.insert(b.end(), d.begin(), d.end());
+    std::vector<std::vector<std::string>> cells;
+    for (const std::string& r : records) {
+        cells.emplace_back();
+        size_t at = 0;
+        for (const auto& f : fields) {
+            cells.back().push_back(r.substr(at, f.length));
+            at += f.length;
+        }
+        EXPECT_EQ(at, r.size());
     }
-    b.push_back(0x0D);
-    b.insert(b.end(), 263, 0);
-    for (const std::string& rec : records) {
-        EXPECT_EQ(rec.size() + 1, record_length);
-        b.push_back(' ');
-        b.insert(b.end(), rec.begin(), rec.end());
-    }
-    b.push_back(0x1A);
-    return b;
+    return qz_test::dbf_bytes(0x30, fields, cells, 0x03, 263);
 }
 
 TEST(EncodingValues, EveryFieldTypeReadsTyped) {
