@@ -8,7 +8,6 @@
 
 #include "csv_reader.h"
 #include "csv_types.h"
-#include "progress.h"
 
 namespace {
 
@@ -154,22 +153,6 @@ TEST(CsvTypes, ValuesAgainstGivenFields) {
             << c.cell << " " << c.type;
         EXPECT_EQ(why.empty(), c.fits) << why;
     }
-}
-
-TEST(Progress, Line) {
-    const std::string line = qzdbf::Progress::render("import", 250000, 1000000, "records", 2.0, 79);
-    EXPECT_NE(line.find(" 25%"), std::string::npos) << line;
-    EXPECT_NE(line.find("250,000/1,000,000 records, 125,000/s"), std::string::npos) << line;
-    // A quarter of the bar is filled.
-    const size_t open = line.find('['), close = line.find(']');
-    ASSERT_NE(close, std::string::npos) << line;
-    const std::string bar = line.substr(open + 1, close - open - 1);
-    EXPECT_EQ(bar.find_first_not_of('#'), bar.size() / 4) << line;
-    EXPECT_EQ(bar.find_first_not_of('.', bar.size() / 4), std::string::npos) << line;
-    EXPECT_LE(line.size(), 79u);
-    // Without a total: the count and the rate only.
-    EXPECT_EQ(qzdbf::Progress::render("check", 1234, 0, "files", 0.5, 79),
-              "check  1,234 files, 2,468/s");
 }
 
 }  // namespace
