@@ -113,17 +113,6 @@ TEST_F(Impexp, ImportInfersFieldsAndDumpGivesTheCsvBack) {
               "1,Ёлкин Пётр,12.50,true,2024-02-29,\"a, b\",007,false\r\n"
               "-20,\"Smith, \"\"Jr\"\"\",0.25,false,,\"two\nlines\",12345,false\r\n"
               "300,,,,1999-12-31,,,false\r\n");
-
-    // Importing that dump again gives the same table and the same dump.
-    write_text(file("again.csv"), qzdbf("dump --csv " + quoted(file("out.dbf"))));
-    ASSERT_EQ(rc, 0);
-    qzdbf("import --quiet " + quoted(file("again.csv")) + " " + quoted(file("again.dbf")), &rc);
-    ASSERT_EQ(rc, 0);
-    const std::string first = qzdbf("dump --csv " + quoted(file("out.dbf")));
-    std::string second = qzdbf("dump --csv " + quoted(file("again.dbf")));
-    // The second table has the first one's deletion column as a field.
-    EXPECT_NE(second.find("DELETED,deleted\r\n"), std::string::npos);
-    EXPECT_NE(second.find(",007,false,false\r\n"), std::string::npos) << second;
 }
 
 TEST_F(Impexp, GivenFieldsEncodingAndDelimiter) {
