@@ -225,6 +225,9 @@ int main(int argc, char** argv) {
     CHECK(strcmp(qz_dbf_get_ogr_driver(NULL), "") == 0);
     CHECK(qz_dbf_get_record_size(NULL) == 0 && qz_dbf_get_field_offset(NULL, 0) == 0);
     CHECK(qz_dbf_get_record_images(NULL, 0, 1, NULL, 0) == 0);
+    CHECK(qz_dbf_del_records_by_msk_progress_w(NULL, NULL, NULL, NULL) ==
+          QZ_DBF_DELMASK_CANNOT_OPEN);
+    CHECK(!qz_dbf_restruct_apply_progress(NULL, NULL, NULL));
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }
