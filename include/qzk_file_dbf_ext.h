@@ -356,6 +356,15 @@ QZ_DBF_API unsigned int qz_dbf_get_field_offset(Tqz_dbf_rw* handle, unsigned int
 QZ_DBF_API unsigned int qz_dbf_get_record_images(Tqz_dbf_rw* handle, unsigned int first,
                                                  unsigned int count, void* buffer, size_t size);
 
+/* ---- Long field names --------------------------------------------------------- */
+
+/* A field's whole name: for a dBASE 7 table the name its 48-byte descriptor
+ * holds (up to 31 bytes, in the table's encoding), of which
+ * qz_dbf_get_field_name gives the first 10; for any other table or storage
+ * the name qz_dbf_get_field_name gives. Per-handle text; null, with the last
+ * error, for a null handle or no such field. */
+QZ_DBF_API const char* qz_dbf_get_field_long_name(Tqz_dbf_rw* handle, unsigned int field);
+
 /* ---- Progress of long rewrites ------------------------------------------------
  *
  * Deleting records by mask and applying a restructure descriptor rewrite a

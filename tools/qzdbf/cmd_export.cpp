@@ -17,6 +17,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "export_writer.h"
 #include "import_export.h"
 #include "progress.h"
@@ -116,8 +117,7 @@ int run_export(const Export_options& o) {
         Tqz_dbf_rw* t;
         ~Closer() { qz_dbf_close(t); }
     } closer{t};
-    if (!o.encoding.empty() && !qz_dbf_set_encoding(t, o.encoding.c_str()))
-        return fail(kBadUsage, "--encoding '" + o.encoding + "': not an encoding iconv knows");
+    if (!apply_encoding(t, o.encoding, status)) return status;
 
     if (exists(o.destination)) w->remove(o.destination);
     std::string layer_name = o.layer;
@@ -138,7 +138,8 @@ int run_export(const Export_options& o) {
     const unsigned int nf = qz_dbf_get_nf(t);
     for (unsigned int f = 0; f < nf; ++f) {
         const Value_class c = value_class(t, f);
-        const char* name = qz_dbf_get_field_name(t, f);
+        // dBASE 7 names keep all their (up to 31) characters.
+        const char* name = qz_dbf_get_field_long_name(t, f);
         const int len = static_cast<int>(qz_dbf_get_field_flen(t, f));
         int width = 0, precision = 0;
         if (c == Value_class::real) {
