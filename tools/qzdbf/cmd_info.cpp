@@ -91,7 +91,7 @@ int run_info(const Read_options& o) {
         // The encoding the table's text is read and written in, and where
         // that choice came from; then the code page of the classic calls.
         char text[64] = "";
-        static const char* const from[] = {"unknown", "named by --encoding", "from the .cpg file",
+        static const char* const from[] = {"unknown", "named by the caller", "from the .cpg file",
                                            "from the language driver", "default"};
         const int source = qz_dbf_get_encoding(t, text, sizeof text);
         std::printf("encoding  %s (%s)\n", text, from[source >= 0 && source <= 4 ? source : 0]);
