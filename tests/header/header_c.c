@@ -95,6 +95,10 @@ int main(int argc, char** argv) {
     any_clear(&any);
     CHECK(qz_dbf_open_ex("/nonexistent/qz_header_c.dbf", QZ_DBF_OPEN_READ_ONLY) == NULL);
     CHECK(qz_dbf_last_error() == QZ_DBF_ERR_NOT_FOUND);
+    CHECK(qz_dbf_del_records_by_msk_progress_w(NULL, NULL, NULL, NULL) ==
+          QZ_DBF_DELMASK_CANNOT_OPEN);
+    CHECK(!qz_dbf_restruct_apply_progress(NULL, NULL, NULL));
+    CHECK(qz_dbf_get_field_long_name(NULL, 0) == NULL);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }
