@@ -6,7 +6,8 @@
 // watchers add their folders to the instance of one hub, and the hub's thread
 // hands the kernel's events out to them. The thread starts with the first
 // watcher and is joined when the last one is destroyed; a process that
-// watches nothing has no thread of ours.
+// watches nothing has no thread of ours (it keeps the idle inotify instance
+// for the next watcher: see spare_notify_fd).
 //
 // The thread sleeps in poll() on the inotify descriptor and an eventfd that
 // wakes it for shutdown. Each watcher gathers changes per file name until its
@@ -66,6 +67,12 @@ std::string system_name(const std::string& utf8) {
 
 struct Hub;
 
+// The inotify instance of the last hub that ended, kept for the next one.
+// Closing an instance waits for the kernel to retire its watches (tens of
+// milliseconds), which a host that opens and closes tables one after another
+// would pay every time; an instance without watches costs nothing to keep.
+std::atomic<int> spare_notify_fd{-1};
+
 }  // namespace
 
 // Guarded by the hubs' lock, but for `events` (fixed at create) and `stopping`.
@@ -110,12 +117,23 @@ struct Hub {
     bool frees_itself = false;                  // ... and frees the hub (it went from a callback)
 
     ~Hub() {
-        if (notify_fd >= 0) ::close(notify_fd);
+        int none = -1;
+        if (notify_fd >= 0 && !spare_notify_fd.compare_exchange_strong(none, notify_fd))
+            ::close(notify_fd);
         if (wake_fd >= 0) ::close(wake_fd);
     }
 
     bool open() {
-        notify_fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        notify_fd = spare_notify_fd.exchange(-1);
+        if (notify_fd >= 0) {
+            // Events of the watches the last hub removed (IN_IGNORED at
+            // least) go unread: their watch numbers are never given again.
+            alignas(inotify_event) char stale[4096];
+            while (::read(notify_fd, stale, sizeof stale) > 0) {
+            }
+        } else {
+            notify_fd = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        }
         wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
         return notify_fd >= 0 && wake_fd >= 0;
     }

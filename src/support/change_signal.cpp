@@ -99,7 +99,9 @@ void change_signal::attach(int fd) {
     pending_.store(false);
     last_ = INT64_MIN / 2;
     hub.signals.push_back(this);
-    hub.start();
+    // The thread starts with the first deferred change, not here: a handle
+    // opened and closed without writing twice within the gap never costs a
+    // thread start.
 }
 
 void change_signal::detach() {
@@ -132,6 +134,7 @@ void change_signal::raise_slow() {
         return;
     }
     pending_.store(true, std::memory_order_relaxed);
+    hub.start();
     hub.wake.notify_one();
 }
 
