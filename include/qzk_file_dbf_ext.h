@@ -321,12 +321,15 @@ QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
  * right-aligned, refused when wider than the field; L a bool; D a date;
  * I an integer of 32 bits; B (Visual FoxPro, or 8 bytes wide) and O a
  * number, stored as a double; Y a number or decimal, stored in units of 1/10000; T a date or
- * datetime; M text (or bytes, kept as a picture block of an .fpt), G, P,
- * W and B (dBASE) bytes, appended to the memo file (the old memo's blocks
- * are not reused); other types bytes of at most the field's length.
+ * datetime; @ a date or datetime from 0001-01-01 on; M text (or bytes,
+ * kept as a picture block of an .fpt), G, P, W and B (dBASE) bytes,
+ * appended to the memo file (the old memo's blocks are not reused); other
+ * types bytes of at most the field's length. dBASE 7 tables (version 0x04
+ * or 0x8C) get I and O in their big-endian, order-preserving form.
  * Null: the field's null flag when the table has one for it, else a blank
- * cell for C, V, N, F, D, L, T and memo fields; other fields refuse it.
- * Autoincrement (+), timestamp (@) and _NullFlags fields are not written.
+ * cell for C, V, N, F, D, L, T, @ and memo fields (and I and O of dBASE 7
+ * tables: zeros); other fields refuse it. Autoincrement (+) and
+ * _NullFlags fields are not written.
  * False, with the cell unchanged and the last error saying why
  * (QZ_DBF_ERR_VALUE for a value the field cannot hold, QZ_DBF_ERR_MEMO
  * when there is no memo file to take a memo, QZ_DBF_ERR_PERMISSION on a

@@ -31,6 +31,7 @@ class cell_writer {
         layout.decimals = static_cast<signed char>(table.get_field_dlen(field));
         const uint8_t version = table.get_header()[0];
         layout.visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
+        layout.dbase7 = qz::dbf::is_dbase7_version(version);
         nulls.read_layout(table);
     }
 
@@ -49,10 +50,6 @@ class cell_writer {
                 return fail(qz::errors::value, "the text holds characters the table's encoding (" +
                                                    reader.encoding() + ") cannot hold");
         }
-        if (qz::dbf::is_dbase7_version(table.get_header()[0]) && std::strchr("I+O@", layout.type))
-            return fail(qz::errors::value,
-                        std::string("fields of type ") + layout.type +
-                            " of dBASE 7 tables are not written by this library");
         if (qz::dbf::is_memo_type(layout)) return write_memo(v, table_text);
         std::string image, why;
         if (!qz::dbf::encode_cell(layout, v, table_text, image, why))
