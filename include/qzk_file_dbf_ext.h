@@ -350,6 +350,13 @@ QZ_DBF_API unsigned int qz_dbf_get_record_size(Tqz_dbf_rw* handle);
  * without such a field. A damaged header may place a field's bytes past
  * the image's end: check the offset and length against the record size. */
 QZ_DBF_API unsigned int qz_dbf_get_field_offset(Tqz_dbf_rw* handle, unsigned int field);
+/* The bytes `field` takes in a record: its length, except for character
+ * fields longer than 255 bytes (FoxPro and Clipper keep the length's high
+ * byte in the decimals byte), taken as such when the header's record length
+ * agrees. qz_dbf_get_field_flen keeps answering the length byte alone; the
+ * offsets above and the typed reads follow these widths. 0 without such a
+ * field; for memory tables too. */
+QZ_DBF_API unsigned int qz_dbf_get_field_width(Tqz_dbf_rw* handle, unsigned int field);
 /* Copies the images of the records `first`, `first` + 1, ... one after
  * another into `buffer` of `size` bytes: at most `count` records, as many
  * whole images as `size` holds, none past the last record the file holds

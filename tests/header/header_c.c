@@ -223,7 +223,8 @@ int main(int argc, char** argv) {
     }
     CHECK(qz_dbf_get_storage(NULL) == qz_dbf_storage_none);
     CHECK(strcmp(qz_dbf_get_ogr_driver(NULL), "") == 0);
-    CHECK(qz_dbf_get_record_size(NULL) == 0 && qz_dbf_get_field_offset(NULL, 0) == 0);
+    CHECK(qz_dbf_get_record_size(NULL) == 0 && qz_dbf_get_field_offset(NULL, 0) == 0 &&
+          qz_dbf_get_field_width(NULL, 0) == 0);
     CHECK(qz_dbf_get_record_images(NULL, 0, 1, NULL, 0) == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
