@@ -297,8 +297,9 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* handle, unsigned int field, unsigne
                                  Tqz_dbf_value* value);
 
 /* Visual FoxPro tables with a _NullFlags field: a cell whose null bit is
- * set reads as null, whatever its bytes; a varchar (V) whose length bit is
- * set reads as the text of the length in its last byte. Memo fields read
+ * set reads as null, whatever its bytes; a varchar (V) or varbinary (Q)
+ * whose length bit is set reads as the text (bytes) of the length in its
+ * last byte. Memo fields read
  * dBASE III and dBASE IV/V/7 .dbt memos alike, and FoxPro picture and
  * object blocks (and memos of fields flagged binary) as bytes. */
 
@@ -324,7 +325,11 @@ QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
  * datetime; @ a date or datetime from 0001-01-01 on; M text (or bytes,
  * kept as a picture block of an .fpt), G, P, W and B (dBASE) bytes,
  * appended to the memo file (the old memo's blocks are not reused); other
- * types bytes of at most the field's length. dBASE 7 tables (version 0x04
+ * types bytes of at most the field's length. V (text or bytes) and Q
+ * (bytes) shorter than the field, in a table whose _NullFlags has their
+ * length bit: the bytes, zeros, and the length in the field's last byte,
+ * the bit set (read back exactly); without that bit V is padded with
+ * blanks and Q with zeros. dBASE 7 tables (version 0x04
  * or 0x8C) get I and O in their big-endian, order-preserving form.
  * Null: the field's null flag when the table has one for it, else a blank
  * cell for C, V, N, F, D, L, T, @ and memo fields (and I and O of dBASE 7

@@ -454,6 +454,16 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
             }
             break;
         }
+        case 'Q': {
+            // Varbinary: with its length flag set, the length in the last byte.
+            unsigned e = n;
+            if (nulls.length_bit(field) >= 0 && n > 0 &&
+                nulls.get(*b, record, nulls.length_bit(field)))
+                e = p[n - 1] < n ? p[n - 1] : n - 1;
+            out.append(reinterpret_cast<const char*>(p), e);
+            v.kind = QZ_DBF_VALUE_BYTES;
+            break;
+        }
         default:
             out.append(reinterpret_cast<const char*>(p), n);
             v.kind = QZ_DBF_VALUE_BYTES;

@@ -54,8 +54,20 @@ class cell_writer {
         std::string image, why;
         if (!qz::dbf::encode_cell(layout, v, table_text, image, why))
             return fail(qz::errors::value, why);
+        // A varying field (V, Q) with a length flag keeps a shorter value
+        // as its bytes, zeros, and its length in the last byte.
+        bool shorter = false;
+        if ((layout.type == 'V' || layout.type == 'Q') && nulls.length_bit(field) >= 0 &&
+            (v.kind == QZ_DBF_VALUE_TEXT || v.kind == QZ_DBF_VALUE_BYTES)) {
+            const size_t n = v.kind == QZ_DBF_VALUE_TEXT ? table_text.size() : v.length;
+            if (n < layout.length) {
+                image.replace(n, std::string::npos, layout.length - n, '\0');
+                image.back() = static_cast<char>(n);
+                shorter = true;
+            }
+        }
         return store(image) && set_bit(nulls.null_bit(field), false) &&
-               set_bit(nulls.length_bit(field), false);
+               set_bit(nulls.length_bit(field), shorter);
     }
 
   private:
