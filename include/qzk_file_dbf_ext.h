@@ -338,7 +338,9 @@ QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
  * False, with the cell unchanged and the last error saying why
  * (QZ_DBF_ERR_VALUE for a value the field cannot hold, QZ_DBF_ERR_MEMO
  * when there is no memo file to take a memo, QZ_DBF_ERR_PERMISSION on a
- * read-only handle). Memo values are written to table files only. */
+ * read-only handle). Memo values are written to table files and to loaded
+ * (memory) tables, whose memo file takes them at once (the loaded table
+ * holds the writer lock) while the block number waits for the save. */
 QZ_DBF_API bool qz_dbf_set_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                  const Tqz_dbf_value* value);
 /* ---- Record images ----------------------------------------------------------

@@ -95,10 +95,12 @@ class cell_writer {
             return fail(qz::errors::value, std::string("a memo field of type ") + layout.type +
                                                " takes text or bytes");
         }
-        if (handle->current_storage() != Tqz_dbf_rw::storage::disk)
-            return fail(qz::errors::memo, "memo values are written only to a table file");
+        const auto storage = handle->current_storage();
+        if (storage != Tqz_dbf_rw::storage::disk && storage != Tqz_dbf_rw::storage::memory)
+            return fail(qz::errors::memo, "memo values are written only to dBASE tables");
         if (handle->is_read_only())
             return fail(qz::errors::permission, "the table is open read-only");
+        if (storage == Tqz_dbf_rw::storage::memory) reopen_memo_for_writing();
         std::string why;
         uint32_t block = 0;
         bool ok = false;
@@ -114,6 +116,19 @@ class cell_writer {
         if (layout.length != 4 && image.find_first_not_of(' ') == std::string::npos)
             return fail(qz::errors::memo, "the memo's block number does not fit the field");
         return store(image) && set_bit(nulls.null_bit(field), false);
+    }
+
+    // A loaded (memory) table reads its memo file opened read-only; it holds
+    // the table's writer lock, so the file is opened again for appending.
+    // Should that fail, it is opened for reading as before (and the append
+    // then fails with its reason).
+    void reopen_memo_for_writing() {
+        const wchar_t* path = handle->get_path().c_str();
+        if (Tqz_fpt_rw* fpt = table.get_fpt()) {
+            if (!fpt->is_writable() && !table.open_fpt(path, false)) table.open_fpt(path, true);
+        } else if (Tqz_dbt_rw* dbt = table.get_dbt()) {
+            if (!dbt->is_writable() && !table.open_dbt(path, false)) table.open_dbt(path, true);
+        }
     }
 
     bool store(const std::string& image) {
