@@ -46,8 +46,9 @@ enum {
     QZ_DBF_DELMASK_NO_MASK = 3,        /* the mask is null */
     QZ_DBF_DELMASK_COPY_FAILED = 4,    /* the temporary copy could not be made whole */
     QZ_DBF_DELMASK_REPLACE_FAILED = 5, /* the copy could not take the table's place */
-    QZ_DBF_DELMASK_UNKNOWN_LAYOUT = 6  /* the fields do not fill the records exactly, so a
+    QZ_DBF_DELMASK_UNKNOWN_LAYOUT = 6, /* the fields do not fill the records exactly, so a
                                           copy field by field would lose bytes */
+    QZ_DBF_DELMASK_CANCELLED = 7       /* the progress callback asked to stop */
 };
 
 /* qz_dbf_del_records_by_msk_and_fn, answering why it ended as it did. On
@@ -91,7 +92,8 @@ typedef enum Tqz_dbf_error {
     QZ_DBF_ERR_MEMO = 7,        /* the memo file is missing or unreadable */
     QZ_DBF_ERR_VALUE = 8,       /* a value the field cannot hold, or no value */
     QZ_DBF_ERR_MEMORY = 9,      /* out of memory */
-    QZ_DBF_ERR_INTERNAL = 10    /* anything else */
+    QZ_DBF_ERR_INTERNAL = 10,   /* anything else */
+    QZ_DBF_ERR_CANCELLED = 11   /* the caller's progress callback asked to stop */
 } Tqz_dbf_error;
 
 /* The code of the thread's last error (QZ_DBF_OK when none). */
@@ -370,6 +372,39 @@ QZ_DBF_API unsigned int qz_dbf_get_field_width(Tqz_dbf_rw* handle, unsigned int 
  * whole. Returns how many were copied (0 at the end, or without images). */
 QZ_DBF_API unsigned int qz_dbf_get_record_images(Tqz_dbf_rw* handle, unsigned int first,
                                                  unsigned int count, void* buffer, size_t size);
+
+/* ---- Long field names --------------------------------------------------------- */
+
+/* A field's whole name: for a dBASE 7 table the name its 48-byte descriptor
+ * holds (up to 31 bytes, in the table's encoding), of which
+ * qz_dbf_get_field_name gives the first 10; for any other table or storage
+ * the name qz_dbf_get_field_name gives. Per-handle text; null, with the last
+ * error, for a null handle or no such field. */
+QZ_DBF_API const char* qz_dbf_get_field_long_name(Tqz_dbf_rw* handle, unsigned int field);
+
+/* ---- Progress of long rewrites ------------------------------------------------
+ *
+ * Deleting records by mask and applying a restructure descriptor rewrite a
+ * whole table file. These forms tell a callback how far the rewrite is: it
+ * is called on the calling thread with the records copied so far and the
+ * records to copy, `done` never decreasing, every few thousand records and
+ * once with `done` equal to `total` when all are copied (before the new
+ * table takes the old one's place). A callback that returns non-zero stops
+ * the rewrite: the table file and its companions stay exactly as they were,
+ * the writer lock (".lk") is released and removed, and the last error is
+ * QZ_DBF_ERR_CANCELLED. A null callback makes them the plain calls. A
+ * memory table is changed in place without calls to the callback. */
+
+typedef int (*Tqz_dbf_progress_fn)(void* user, unsigned long long done,
+                                   unsigned long long total);
+
+/* qz_dbf_del_records_by_msk_why_w with progress; QZ_DBF_DELMASK_CANCELLED
+ * when the callback stopped it. */
+QZ_DBF_API int qz_dbf_del_records_by_msk_progress_w(const wchar_t* path, void* mask,
+                                                    Tqz_dbf_progress_fn progress, void* user);
+/* qz_dbf_restruct_apply with progress; false when the callback stopped it. */
+QZ_DBF_API bool qz_dbf_restruct_apply_progress(Tqz_dbf_rstrct* handle,
+                                               Tqz_dbf_progress_fn progress, void* user);
 
 #ifdef __cplusplus
 }

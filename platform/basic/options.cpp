@@ -45,8 +45,10 @@ unsigned int parse_codeset(const char* cs) {
 // current codeset is remembered (per thread: threads may run in different
 // locales). The C library hands out the codeset of a loaded locale at one
 // place for as long as the process runs, so the same pointer means the same
-// codeset and the name is compared only when the pointer changes.
-unsigned int code_page_of_locale() {
+// codeset and the name is compared only when the pointer changes. Kept out
+// of line, so that the common case of a code page set by the options is a
+// load and a return, without this function's frame.
+__attribute__((noinline)) unsigned int code_page_of_locale() {
     const char* cs = nl_langinfo(CODESET);
     if (!cs) return 65001;
     thread_local const char* last_pointer = nullptr;

@@ -9,7 +9,7 @@ import numpy as np
 import pytest
 
 import qzdbf
-import corpus_compare as cc
+import corpus as cc
 
 
 def same_values(a, b):

@@ -8,6 +8,8 @@
 #include "api/table_rw.h"
 #include "code_page_text.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
+#include "restruct/progress_report.h"
 #include "restruct/rstrct.h"
 
 using qz::api::guarded;
@@ -128,6 +130,15 @@ QZ_DBF_API void qz_dbf_restruct_get_field_old_name(Tqz_dbf_rstrct* h, int idx,
 
 QZ_DBF_API bool qz_dbf_restruct_apply(Tqz_dbf_rstrct* h) {
     return h ? guarded(false, [&] { return h->apply_restruct(); }) : false;
+}
+
+QZ_DBF_API bool qz_dbf_restruct_apply_progress(Tqz_dbf_rstrct* h, Tqz_dbf_progress_fn progress,
+                                               void* user) {
+    if (!h) return false;
+    return guarded(false, [&] {
+        qz::restruct::Progress_report report(progress, user);
+        return h->apply_restruct(&report);
+    });
 }
 
 QZ_DBF_API bool qz_dbf_try_restruct(Tqz_dbf_rw* handle, Tqz_dbf_rstrct* descriptor) {

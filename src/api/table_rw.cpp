@@ -11,8 +11,8 @@
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "notify/dbf_notifier.h"
-#include "ogr/ogr_table.h"
-#include "ogr/source_sniff.h"
+#include "ogr/dbf_signature.h"
+#include "ogr/ogr_module.h"
 #include "support/filesystem.h"
 
 namespace {
@@ -35,9 +35,14 @@ Tqz_dbf_memory* hold_memory_table(const wchar_t* path) {
 }  // namespace
 
 Tqz_dbf_rw::Tqz_dbf_rw() {
-    std::unique_ptr<Tqz_dbf_disk> d(new Tqz_dbf_disk());
-    ogr = new Tqz_dbf_ogr();
-    disk = d.release();
+    disk = new Tqz_dbf_disk();
+}
+
+Tqz_dbf_ogr_source* Tqz_dbf_rw::ogr_table() {
+    if (!ogr) {
+        if (const qz_ogr_module_entry* m = qz::ogr::module()) ogr = m->make_table();
+    }
+    return ogr;
 }
 
 Tqz_dbf_rw::~Tqz_dbf_rw() {
@@ -62,7 +67,10 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
         // GeoPackage as garbage.
         const std::string utf8 =
             qz::basic::wide_to_cp(65001, path ? path : L"", path ? std::wcslen(path) : 0);
-        if (qz::ogr::is_other_vector_source(utf8)) {
+        // Only a path that may be such a source loads the OGR module.
+        const qz_ogr_module_entry* m =
+            qz::ogr::may_be_other_vector_source(this->path, utf8) ? qz::ogr::module() : nullptr;
+        if (m && m->is_other_vector_source(utf8.c_str()) && ogr_table()) {
             result = ogr->open(utf8.c_str(), ro, dos_flag);
             if (result == 0) table = ogr;
         } else if ((result = disk->open(path, ro, dos_flag, false)) == 0) {
@@ -77,7 +85,7 @@ int Tqz_dbf_rw::open(const wchar_t* path, bool ro, bool dos_flag) {
             const int code_before = qz::errors::last_code();
             const std::string message_before = qz::errors::last_message();
             qz::errors::set_open_failure(this->path, !ro, lock_refused);
-            if (ogr_fallback) {
+            if (ogr_fallback && ogr_table()) {
                 result = ogr->open(path, ro || lock_refused, dos_flag);
                 if (result == 0) {
                     table = ogr;

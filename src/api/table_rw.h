@@ -9,7 +9,7 @@
 #include "encoding/table_encoding.h"
 
 class Tqz_dbf_disk;
-class Tqz_dbf_ogr;
+class Tqz_dbf_ogr_source;
 class Tqz_dbf_memory;
 class Tqz_dbf_memory_list;
 
@@ -219,6 +219,9 @@ class Tqz_dbf_rw {
     // A writable handle keeps an update bracket open on its file's notifier
     // from open or create until close.
     void begin_write_bracket();
+    // The OGR table, made (and the module loaded) on first need; null when
+    // the module cannot be loaded.
+    Tqz_dbf_ogr_source* ogr_table();
 
     std::wstring path;
     bool own_table = false;
@@ -226,6 +229,8 @@ class Tqz_dbf_rw {
     bool ogr_fallback = true;
     Tqz_dbf_ibasic* table = nullptr;
     Tqz_dbf_disk* disk = nullptr;
-    Tqz_dbf_ogr* ogr = nullptr;
+    // Made on the first open that needs OGR (loading the OGR module then);
+    // null while none did or when the module is not there.
+    Tqz_dbf_ogr_source* ogr = nullptr;
     Tqz_dbf_memory* memory = nullptr;  // one holder counted while set
 };

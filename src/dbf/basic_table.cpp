@@ -39,15 +39,6 @@ void Tqz_dbf_basic::set_utf8_flag(bool on) {
     if (on) dos_flag = false;
 }
 
-strconv::encodings Tqz_dbf_basic::get_encoding() const {
-    if (utf8_flag) return strconv::utf8;
-    return dos_flag ? strconv::cp866 : strconv::cp1251;
-}
-
-unsigned int Tqz_dbf_basic::table_code_page() const {
-    return strconv::encoding_table[get_encoding()].code_page;
-}
-
 // The conversions are built in a spare string and swapped in, so a text that
 // points into the scratch string (the result of the previous conversion) can
 // be converted again.
@@ -129,11 +120,6 @@ void Tqz_dbf_basic::set_field_name(unsigned int field, const char* name) {
 void Tqz_dbf_basic::set_field_name(unsigned int field, const wchar_t* name) {
     std::string ansi = name ? qz::basic::wide_to_cp(0, name, std::wcslen(name)) : std::string();
     set_field_name(field, ansi.c_str());
-}
-
-Tqz_dbf_field_type Tqz_dbf_basic::get_field_type(unsigned int field) {
-    Tdbf_descriptor* d = descriptor(field);
-    return d ? char2type(d->type()) : dbf_ft_unknown;
 }
 
 unsigned char Tqz_dbf_basic::get_field_flen(unsigned int field) {

@@ -11,6 +11,7 @@
 
 #include "dbf/dbf_format.h"
 #include "dbf/fast_find.h"
+#include "dbf/field.h"
 #include "dbf/ibasic.h"
 #include "dbf/number_text.h"
 #include "encoding/encodings.h"
@@ -33,7 +34,10 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     void set_dos_flag(bool on) override;
     bool get_utf8_flag() override { return utf8_flag; }
     void set_utf8_flag(bool on) override;
-    qz::strconv::encodings get_encoding() const;
+    qz::strconv::encodings get_encoding() const {
+        if (utf8_flag) return qz::strconv::utf8;
+        return dos_flag ? qz::strconv::cp866 : qz::strconv::cp1251;
+    }
 
     // Conversions between raw table bytes and caller text. The results point
     // into this table's scratch strings, valid until the next conversion.
@@ -53,7 +57,7 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     void get_field_name(unsigned int field, Iqz_string_adp* adp) override;
     void set_field_name(unsigned int field, const char* name) override;
     void set_field_name(unsigned int field, const wchar_t* name) override;
-    Tqz_dbf_field_type get_field_type(unsigned int field) override;
+    Tqz_dbf_field_type get_field_type(unsigned int field) override { return field_type(field); }
     // The type letter as the descriptor holds it (also one no type stands
     // for); 0 when there is no such field.
     char get_field_letter(unsigned int field) {
@@ -199,6 +203,11 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     qz::dbf::Tdbf_descriptor* descriptor(unsigned int field) {
         return field < static_cast<unsigned int>(nf) ? &descriptors[field] : nullptr;
     }
+    // get_field_type without the virtual call, for the cell operations.
+    Tqz_dbf_field_type field_type(unsigned int field) {
+        const qz::dbf::Tdbf_descriptor* d = descriptor(field);
+        return d ? char2type(d->type()) : dbf_ft_unknown;
+    }
     void free_descriptors();
 
     Tqz_fpt_rw* fpt = nullptr;  // owned
@@ -225,7 +234,9 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
                  : qz::dbf::number_format();
     }
     // The code page of the table's encoding (65001, 866 or 1251).
-    unsigned int table_code_page() const;
+    unsigned int table_code_page() const {
+        return qz::strconv::encoding_table[get_encoding()].code_page;
+    }
     // Stores `text` through set_string, or an empty text when it is longer
     // than the field; the result says which.
     bool set_fitting(unsigned int field, unsigned int record, const std::string& text);

@@ -110,7 +110,7 @@ const char* Tqz_dbf_basic::value_text(unsigned int field, unsigned int record, b
         return value_buffer;
     }
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    const Tqz_dbf_field_type type = get_field_type(field);
+    const Tqz_dbf_field_type type = field_type(field);
     switch (type) {
         case dbf_ft_numeric:
         case dbf_ft_float: {
@@ -171,7 +171,7 @@ const wchar_t* Tqz_dbf_basic::get_as_wchar_t(unsigned int field, unsigned int re
         ok = false;
         return nullptr;
     }
-    Tqz_dbf_field_type type = get_field_type(field);
+    Tqz_dbf_field_type type = field_type(field);
     if (type == dbf_ft_integer || type == dbf_ft_double) {
         ok = false;
         return nullptr;
@@ -213,7 +213,7 @@ int Tqz_dbf_basic::get_as_integer(unsigned int field, unsigned int record, bool&
         return 0;
     }
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_integer:
             ok = true;
             return get_integer(f, r);
@@ -231,7 +231,7 @@ double Tqz_dbf_basic::get_as_double(unsigned int field, unsigned int record, boo
         return 0.0;
     }
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_integer:
             ok = true;
             return get_integer(f, r);
@@ -249,7 +249,7 @@ bool Tqz_dbf_basic::get_as_bool(unsigned int field, unsigned int record, bool& o
         return false;
     }
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_integer:
             ok = true;
             return get_integer(f, r) != 0;
@@ -264,7 +264,7 @@ bool Tqz_dbf_basic::get_as_bool(unsigned int field, unsigned int record, bool& o
 bool Tqz_dbf_basic::get_as_any(unsigned int field, unsigned int record, Tqz_any* value) {
     if (!value) return false;
     bool ok = false;
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_numeric:
         case dbf_ft_float:
         case dbf_ft_double: {
@@ -302,7 +302,7 @@ bool Tqz_dbf_basic::set_fitting(unsigned int field, unsigned int record, const s
 bool Tqz_dbf_basic::set_as_string_raw(unsigned int field, unsigned int record, const char* raw) {
     if (!raw || !cell_ok(field, record)) return false;
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_numeric:
         case dbf_ft_float: {
             double v;
@@ -342,7 +342,7 @@ bool Tqz_dbf_basic::set_as_wstring(int field, int record, const wchar_t* text) {
 bool Tqz_dbf_basic::set_as_wchar_t(int field, int record, const wchar_t* text, unsigned int count) {
     const unsigned int f = static_cast<unsigned int>(field), r = static_cast<unsigned int>(record);
     if (!cell_ok(f, r)) return false;
-    switch (get_field_type(f)) {
+    switch (field_type(f)) {
         case dbf_ft_numeric:
         case dbf_ft_float:
         case dbf_ft_integer:
@@ -375,7 +375,7 @@ bool Tqz_dbf_basic::set_as_wchar_t(int field, int record, const wchar_t* text, u
 bool Tqz_dbf_basic::set_as_integer(unsigned int field, unsigned int record, int value) {
     if (!cell_ok(field, record)) return false;
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_numeric:
         case dbf_ft_memo:
         case dbf_ft_float:
@@ -410,7 +410,7 @@ bool Tqz_dbf_basic::set_as_integer(unsigned int field, unsigned int record, int 
 bool Tqz_dbf_basic::set_as_double(unsigned int field, unsigned int record, double value) {
     if (!cell_ok(field, record)) return false;
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_numeric:
         case dbf_ft_memo:
         case dbf_ft_float: {
@@ -444,7 +444,7 @@ bool Tqz_dbf_basic::set_as_double(unsigned int field, unsigned int record, doubl
 bool Tqz_dbf_basic::set_as_bool(unsigned int field, unsigned int record, bool value) {
     if (!cell_ok(field, record)) return false;
     const int f = static_cast<int>(field), r = static_cast<int>(record);
-    switch (get_field_type(field)) {
+    switch (field_type(field)) {
         case dbf_ft_integer:
             set_integer(f, r, value ? 1 : 0);
             break;

@@ -224,12 +224,29 @@ void number_cell_text(std::string& out, double v, const number_format& layout, u
 
 namespace {
 
+// The digits of 0..99 by twos.
+constexpr char digit_pairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Room for the significant digits of a number (at most 11), read 16 bytes at
+// a time from any of them: the digits, then '0' up to the end.
+struct digit_run {
+    char d[32];
+    digit_run() { std::memset(d, '0', sizeof d); }
+};
+
 // "%.11g" of a number given by its sign, its significant digits (1 to 11,
 // the first not 0, the last not 0) and the decimal exponent of the first
-// digit, right-aligned in 19 columns.
-size_t g11_from_digits(char* out, bool negative, const char* digits, int k, int exp10) {
+// digit, right-aligned in 19 columns. The digits are copied 16 bytes at a
+// time (fixed-size copies, no calls), the text end moved by the count that
+// counts.
+size_t g11_from_digits(char* out, bool negative, const digit_run& run, int k, int exp10) {
     // The text is written after 19 spaces, so that the 19 columns ending
-    // with it are one fixed-size copy (it is never longer than 18).
+    // with it are one fixed-size copy (it is never longer than 18, and no
+    // copy reaches past byte 19 + 18 + 16).
+    const char* digits = run.d;
     char buf[64];
     std::memset(buf, ' ', 19);
     char* const text = buf + 19;
@@ -237,22 +254,26 @@ size_t g11_from_digits(char* out, bool negative, const char* digits, int k, int 
     if (negative) *o++ = '-';
     if (exp10 >= -4 && exp10 < 11) {
         if (exp10 >= 0) {
-            for (int i = 0; i <= exp10; ++i) *o++ = i < k ? digits[i] : '0';
+            // The whole part: the digits up to the point, zeros past the last.
+            std::memcpy(o, digits, 16);
+            o += exp10 + 1;
             if (k > exp10 + 1) {
                 *o++ = '.';
-                for (int i = exp10 + 1; i < k; ++i) *o++ = digits[i];
+                std::memcpy(o, digits + exp10 + 1, 16);
+                o += k - exp10 - 1;
             }
         } else {
-            *o++ = '0';
-            *o++ = '.';
-            for (int i = 0; i < -exp10 - 1; ++i) *o++ = '0';
-            for (int i = 0; i < k; ++i) *o++ = digits[i];
+            std::memcpy(o, "0.000", 5);
+            o += 2 - exp10 - 1;
+            std::memcpy(o, digits, 16);
+            o += k;
         }
     } else {
         *o++ = digits[0];
         if (k > 1) {
             *o++ = '.';
-            for (int i = 1; i < k; ++i) *o++ = digits[i];
+            std::memcpy(o, digits + 1, 16);
+            o += k - 1;
         }
         *o++ = 'e';
         *o++ = exp10 < 0 ? '-' : '+';
@@ -312,11 +333,17 @@ size_t format_g19(char* out, double v) {
                 n = 10000000000ull;
                 ++exp10;
             }
-            char digits[12];
-            for (int i = 10; i >= 0; --i, n /= 10) digits[i] = static_cast<char>('0' + n % 10);
+            // Eleven digits: five pairs from the end, then the first.
+            digit_run run;
+            char* e = run.d + 11;
+            for (int i = 0; i < 5; ++i, n /= 100) {
+                e -= 2;
+                std::memcpy(e, digit_pairs + 2 * (n % 100), 2);
+            }
+            run.d[0] = static_cast<char>('0' + n);
             int k = 11;
-            while (k > 1 && digits[k - 1] == '0') --k;
-            return g11_from_digits(out, negative, digits, k, exp10);
+            while (k > 1 && run.d[k - 1] == '0') --k;
+            return g11_from_digits(out, negative, run, k, exp10);
         }
     }
     char buf[40];
@@ -336,7 +363,8 @@ size_t decimal_g19(const char* text, char* out) {
     bool negative = false;
     if (*p == '+' || *p == '-') negative = *p++ == '-';
     if (p[0] == '0' && (p[1] == 'x' || p[1] == 'X')) return 0;
-    char digits[12];
+    digit_run run;
+    char* const digits = run.d;
     int k = 0;           // significant digits kept
     int exp10 = 0;       // decimal exponent of the first of them
     int int_digits = 0;  // digits before the point, leading zeros included
@@ -385,7 +413,7 @@ size_t decimal_g19(const char* text, char* out) {
     if (!any || *p == 'e' || *p == 'E') return 0;
     if (!started) return zero_g19(out, negative);
     if (exp10 > 300 || exp10 < -300) return 0;
-    return g11_from_digits(out, negative, digits, k, exp10);
+    return g11_from_digits(out, negative, run, k, exp10);
 }
 
 size_t format_int(char* out, int v) {

@@ -11,6 +11,7 @@
 
 #include "code_page_text.h"
 #include "encoding/encodings.h"
+#include "encoding/utf8_scan.h"
 #include "qzk_basic.h"
 
 namespace qz::strconv {
@@ -266,24 +267,25 @@ const char* text_converter::convert_text(const char* src, size_t len, bool to_nu
         if (p < end && *p >= 0x80 && a.cp == b.cp) {
             // One page on both sides: the text stays as it is when all of it
             // is valid there.
-            while (p < end) {
-                if (*p < 0x80) {
-                    if (*p == 0 && to_nul) break;
-                    ++p;
-                    p += ascii_words(p, end, to_nul);
-                    continue;
-                }
-                // Two-byte UTF-8 (Cyrillic, Latin letters with marks) is the
-                // common case and checked here; the rest by utf8_next.
-                if (a.kind == k_utf8 && p[0] >= 0xC2 && p[0] < 0xE0 && end - p >= 2 &&
-                    (p[1] & 0xC0) == 0x80) {
-                    p += 2;
-                    continue;
-                }
-                char32_t c;
-                if (a.kind == k_utf8 ? !utf8_next(p, end, c) : a.table->decode[*p++] == no_char) {
+            if (a.kind == k_utf8) {
+                const size_t rest = static_cast<size_t>(end - p);
+                const size_t n = to_nul ? strnlen(reinterpret_cast<const char*>(p), rest) : rest;
+                if (utf8_well_formed(p, n))
+                    p += n;
+                else
                     fast = false;
-                    break;
+            } else {
+                while (p < end) {
+                    if (*p < 0x80) {
+                        if (*p == 0 && to_nul) break;
+                        ++p;
+                        p += ascii_words(p, end, to_nul);
+                        continue;
+                    }
+                    if (a.table->decode[*p++] == no_char) {
+                        fast = false;
+                        break;
+                    }
                 }
             }
         } else if (p < end && *p >= 0x80) {

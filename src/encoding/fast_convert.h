@@ -87,9 +87,17 @@ class text_converter {
             for (size_t i = 0; i + 8 <= len; i += 8) {
                 uint64_t w;
                 std::memcpy(&w, src + i, 8);
-                if (w & 0x8080808080808080ull) break;
-                // A zero byte ends the text: all of it was ASCII.
-                if ((w - 0x0101010101010101ull) & ~w & 0x8080808080808080ull) return src;
+                const uint64_t high = w & 0x8080808080808080ull;
+                // The lowest byte flagged here is the first zero byte (those
+                // above it may be flagged wrongly); it ends the text, and
+                // what follows it (an earlier text, in a reused buffer) does
+                // not count.
+                const uint64_t zero = (w - 0x0101010101010101ull) & ~w & 0x8080808080808080ull;
+                if (zero) {
+                    if (!(high & (zero ^ (zero - 1)))) return src;
+                    break;
+                }
+                if (high) break;
             }
         }
         const char* kept = convert_text(src, len, true, true, out);

@@ -21,6 +21,7 @@ enum code : int {
     value = 8,
     memory = 9,
     internal = 10,
+    cancelled = 11,
 };
 
 void set(int code, const std::string& message);

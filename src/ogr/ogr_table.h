@@ -20,9 +20,9 @@
 #include <cstdint>
 #include <string>
 
-#include "dbf/ibasic.h"
+#include "ogr/ogr_module.h"
 
-class Tqz_dbf_ogr final : public Tqz_dbf_ibasic {
+class Tqz_dbf_ogr final : public Tqz_dbf_ogr_source {
   public:
     Tqz_dbf_ogr() = default;
     ~Tqz_dbf_ogr() override;
@@ -31,8 +31,8 @@ class Tqz_dbf_ogr final : public Tqz_dbf_ibasic {
 
     // 0 on success; 1 for an empty path, a source OGR cannot open, or one
     // without layers. Layer 0 becomes current.
-    int open(const char* path, bool read_only, bool dos);
-    int open(const wchar_t* path, bool read_only, bool dos);
+    int open(const char* path, bool read_only, bool dos) override;
+    int open(const wchar_t* path, bool read_only, bool dos) override;
     // A shapefile attribute table (layer "dbf", no geometry) with `nf` fields
     // and `nr` empty records. Always returns 1, success included.
     int create(const char* path, unsigned int nf, unsigned int nr, Tqz_dbf_field* fields, bool dos);
@@ -40,10 +40,10 @@ class Tqz_dbf_ogr final : public Tqz_dbf_ibasic {
                bool dos);
     void close() override;
 
-    bool is_open() const { return ds != nullptr; }
+    bool is_open() const override { return ds != nullptr; }
     // OGR's name of the driver serving the source ("GPKG", "CSV", ...), or
     // "" while closed.
-    const char* driver_name() const;
+    const char* driver_name() const override;
     // The sum of all field widths of the current layer.
     unsigned int get_record_size();
 

@@ -11,7 +11,9 @@
 #include "dbf/basic_table.h"
 #include "dbf/disk_table.h"
 #include "memory/memory_table.h"
+#include "errors/last_error.h"
 #include "qzk_basic.h"
+#include "restruct/progress_report.h"
 #include "support/filesystem.h"
 #include "support/fileio.h"
 #include "support/safe_replace.h"
@@ -118,8 +120,9 @@ class Memo_carrier {
 
 // Writes the kept records of `source` to a new table at `temp`: values
 // travel as text (memo references as they are), deletion flags are not
-// copied.
-bool write_copy(Tqz_dbf_rw& source, const std::wstring& temp, void* mask, unsigned int& kept) {
+// copied. False when the copy failed or `progress` asked to stop.
+bool write_copy(Tqz_dbf_rw& source, const std::wstring& temp, void* mask, unsigned int& kept,
+                Progress_report& progress) {
     const unsigned int nf = source.get_nf();
     const unsigned int nr = held_records(source);
     const unsigned int gone = qz_bits_get_val_count(mask, 1);
@@ -136,8 +139,10 @@ bool write_copy(Tqz_dbf_rw& source, const std::wstring& temp, void* mask, unsign
     // file stays as it is).
     copy->set_utf8_flag(source.get_utf8_flag());
     copy->set_dos_flag(source.get_dos_flag());
+    progress.start(nr);
     unsigned int skipped = 0;
     for (unsigned int r = 0; r < nr; ++r) {
+        if (!progress.advance(r)) return false;
         if (qz_bits_get_bit(mask, r)) {
             ++skipped;
             continue;
@@ -163,12 +168,15 @@ bool write_copy(Tqz_dbf_rw& source, const std::wstring& temp, void* mask, unsign
         }
     }
     copy->close();
-    return whole_copy(temp, kept);
+    return whole_copy(temp, kept) && progress.finish();
 }
 
 }  // namespace
 
-delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mask) {
+delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mask,
+                              Progress_report* progress) {
+    Progress_report silent;
+    Progress_report& report = progress ? *progress : silent;
     if (!path) return delete_outcome::cannot_open;
     if (handle.open(path, true, false) != 0) {
         handle.close();
@@ -231,10 +239,14 @@ delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mas
     qz::filesystem::remove_file(temp);
 
     unsigned int kept = 0;
-    const bool copied = write_copy(handle, temp, mask, kept);
+    const bool copied = write_copy(handle, temp, mask, kept, report);
     handle.close();
     delete_outcome outcome = delete_outcome::copy_failed;
-    if (copied) {
+    if (report.cancelled()) {
+        qz::filesystem::remove_file(temp);
+        qz::errors::set(qz::errors::cancelled, table_path, "cancelled; the table is unchanged");
+        outcome = delete_outcome::cancelled;
+    } else if (copied) {
         outcome = qz::filesystem::replace_by_copy(temp, table_path)
                       ? delete_outcome::done
                       : delete_outcome::replace_failed;

@@ -19,12 +19,17 @@ enum class delete_outcome {
     copy_failed = 4,     // the temporary copy could not be made whole
     replace_failed = 5,  // the copy could not be put in place of the table
     unknown_layout = 6,  // the fields do not fill the records exactly
+    cancelled = 7,       // the progress callback asked to stop: nothing changed
 };
+
+class Progress_report;
 
 // Deletes the records of `path` whose bits are set in `mask`, through
 // `handle` (closed again on return). On every outcome but done, the table
-// at `path` is as it was.
-delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mask);
+// at `path` is as it was. `progress`, when given, hears how many of the
+// table's records the copy has been through.
+delete_outcome delete_by_mask(Tqz_dbf_rw& handle, const wchar_t* path, void* mask,
+                              Progress_report* progress = nullptr);
 
 // The classic result of an outcome: 0 for done and for failures of the
 // copy or its putting in place (the table is unchanged then), 1 otherwise.

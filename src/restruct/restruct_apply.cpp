@@ -17,7 +17,9 @@
 #include <memory>
 
 #include "api/table_rw.h"
+#include "errors/last_error.h"
 #include "memory/records.h"
+#include "restruct/progress_report.h"
 #include "restruct/restruct_sink.h"
 #include "restruct/rstrct.h"
 #include "support/filesystem.h"
@@ -43,9 +45,12 @@ unsigned int held_records(Tqz_dbf_ibasic& table) {
     return lo;
 }
 
-// Writes the new table, laid out in `sink`, from `old` to `fd`.
-bool write_table(int fd, Tqz_dbf_ibasic& old, Tqz_restruct_sink& sink) {
+// Writes the new table, laid out in `sink`, from `old` to `fd`. False when
+// a write fails or `progress` asks to stop.
+bool write_table(int fd, Tqz_dbf_ibasic& old, Tqz_restruct_sink& sink,
+                 qz::restruct::Progress_report& progress) {
     const unsigned int nr = held_records(old);
+    progress.start(nr);
     std::vector<unsigned char> head = sink.file_head(nr);
     if (!qz::filesystem::write_all(fd, head.data(), head.size())) return false;
     const size_t length = sink.get_records()->get_length();
@@ -59,14 +64,17 @@ bool write_table(int fd, Tqz_dbf_ibasic& old, Tqz_restruct_sink& sink) {
             if (!bytes || !qz::filesystem::write_all(fd, bytes, length * run)) return false;
             i += run;
         }
+        if (!progress.advance(uint64_t{first} + count)) return false;
     }
     const unsigned char eof = qz::dbf::end_of_file;
-    return qz::filesystem::write_all(fd, &eof, 1);
+    return qz::filesystem::write_all(fd, &eof, 1) && progress.finish();
 }
 
 }  // namespace
 
-bool Tqz_dbf_rstrct::apply_restruct() {
+bool Tqz_dbf_rstrct::apply_restruct(qz::restruct::Progress_report* progress) {
+    qz::restruct::Progress_report silent;
+    qz::restruct::Progress_report& report = progress ? *progress : silent;
     // 1. The table must open; nothing is touched otherwise.
     Tqz_dbf_rw* probe = qz_dbf_open_w(path.c_str(), true, false);
     if (!probe) return false;
@@ -117,7 +125,7 @@ bool Tqz_dbf_rstrct::apply_restruct() {
                 std::max<size_t>(1, std::min<size_t>((8u << 20) / length, held_records(old))));
             if (sink->lay_out(window)) {
                 made = qz::filesystem::replace_with(
-                    path, [&](int fd) { return write_table(fd, old, *sink); });
+                    path, [&](int fd) { return write_table(fd, old, *sink, report); });
                 // The code-page file says the table's encoding, as a table
                 // file's close writes it.
                 if (made) sink->save_cpg(path, false);
@@ -129,5 +137,7 @@ bool Tqz_dbf_rstrct::apply_restruct() {
     // 5. Either way the table at the path is whole: the backup goes.
     qz::filesystem::remove_file(backup);
     qz::filesystem::remove_file(backup_cpg);
+    if (report.cancelled())
+        qz::errors::set(qz::errors::cancelled, path, "cancelled; the table is unchanged");
     return made;
 }

@@ -44,6 +44,10 @@ class Tqz_fld_meta {
     int32_t old_no;
 };
 
+namespace qz::restruct {
+class Progress_report;
+}
+
 class Tqz_dbf_rstrct {
   public:
     Tqz_dbf_rstrct() = default;
@@ -90,8 +94,10 @@ class Tqz_dbf_rstrct {
     void get_old_name(int idx, Iqz_string_adp* out) const;
     // Whether the table file opens (read-only).
     bool is_dbf_writeble() const;
-    // Gives the table the descriptor's layout (restruct_apply.cpp).
-    bool apply_restruct();
+    // Gives the table the descriptor's layout (restruct_apply.cpp);
+    // `progress`, when given, hears how many records the rewrite of a table
+    // file has been through, and may stop it (the file is then unchanged).
+    bool apply_restruct(qz::restruct::Progress_report* progress = nullptr);
 
     const std::vector<Tqz_fld_meta>& entries() const { return fields; }
 

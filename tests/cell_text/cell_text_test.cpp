@@ -35,15 +35,9 @@ constexpr unsigned kNf = sizeof kFields / sizeof kFields[0];
 // their bytes as the little-endian value.
 const char* const kText[] = {"plain text", "\xC0\xE1\xE2 \xD0\xAF", "\x98\x81 odd",
                              "a\0hidden",  "\xE2\x82\xAC euro",     "   "};
-const char* const kNumber[] = {"  12.50",
-                               "-0.05",
-                               "1,5",
-                               "abc",
-                               "\xD0\xAF"
-                               "12",
-                               "1e3",
-                               "",
-                               " 7"};
+// clang-format off
+const char* const kNumber[] = {"  12.50", "-0.05", "1,5", "abc", "\xD0\xAF" "12", "1e3", "", " 7"};
+// clang-format on
 const char* const kFloat[] = {"  3.1416", "1,25", "-12345678.9", "1e300", "x", "\xAB", "0.0001"};
 const int kInts[] = {0, -1, 2147483647, -2147483647 - 1, 42};
 const double kDoubles[] = {0.0, -0.0, 1.5, 1e-300, 123456789012345.0, -2.5e10};

@@ -22,23 +22,12 @@ std::string printf_g19(double v) {
 
 TEST(NumberShown, DoublesOfEveryMagnitude) {
     std::mt19937_64 rng(11);
-    const double special[] = {0.0,
-                              -0.0,
-                              1e-4,
-                              9.99999999995e-5,
-                              99999999999.5,
-                              99999999999.4,
-                              1e11,
-                              0.5,
-                              2.5,
-                              -1234.5,
-                              123456789012.0,
-                              std::numeric_limits<double>::min(),
-                              std::numeric_limits<double>::max(),
-                              std::numeric_limits<double>::denorm_min(),
-                              std::numeric_limits<double>::infinity(),
-                              -std::numeric_limits<double>::infinity(),
-                              std::nan("")};
+    using lim = std::numeric_limits<double>;
+    // clang-format off
+    const double special[] = {0.0, -0.0, 1e-4, 9.99999999995e-5, 99999999999.5, 99999999999.4,
+                              1e11, 0.5, 2.5, -1234.5, 123456789012.0, lim::min(), lim::max(),
+                              lim::denorm_min(), lim::infinity(), -lim::infinity(), std::nan("")};
+    // clang-format on
     char out[64];
     for (double v : special) {
         qz::dbf::format_g19(out, v);

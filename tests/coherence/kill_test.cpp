@@ -17,7 +17,7 @@ using qz_test::write_bytes;
 
 namespace {
 
-constexpr int kKills = 200;
+constexpr int kKills = 50;
 
 // Starts the child on `table`, lets it make progress, kills it after a
 // random pause of up to `max_us`; the child's progress, or -1 when it never

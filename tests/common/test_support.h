@@ -44,4 +44,32 @@ std::string copy_with_companions(const std::string& table, const std::string& to
 // True when /usr/bin/python3 imports dbfread.
 bool have_dbfread();
 
+// A table file's bytes, laid out by hand: its fields, and its records given
+// as their cells' bytes in field order, each cut or padded with spaces to
+// its field's length (a deletion flag ' ' goes before each record). The
+// header holds `driver` as language driver and `backlink` zero bytes after
+// the field descriptors.
+struct Field_def {
+    std::string name;
+    char type;
+    uint8_t length, decimals = 0;
+};
+std::vector<uint8_t> dbf_bytes(uint8_t version, const std::vector<Field_def>& fields,
+                               const std::vector<std::vector<std::string>>& records,
+                               uint8_t driver = 0, size_t backlink = 0);
+
+// Makes a table of `records` blank records with character fields F0, F1...
+// of the given lengths; false when it cannot.
+bool make_char_table(const std::string& path, const std::vector<unsigned>& lengths,
+                     unsigned records);
+
+// Little-endian numbers of a file's bytes (0 past the end).
+uint32_t u32_at(const std::vector<uint8_t>& b, size_t at);
+unsigned u16_at(const std::vector<uint8_t>& b, size_t at);
+
+// The bytes at `offset` (1 is the first field) of `length` of a record as
+// the file's bytes hold them, trailing spaces dropped; "<missing>" past the end.
+std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned offset,
+                     unsigned length);
+
 }  // namespace qz_test

@@ -57,22 +57,9 @@ void expect_scan_like_sscanf(const std::string& text) {
 }
 
 TEST(NumberText, ScanningReadsWhatSscanfReads) {
-    for (const char* t : {"",
-                          " ",
-                          "0",
-                          "-0",
-                          "+5",
-                          "  12.7  ",
-                          "12,5",
-                          ".5",
-                          "5.",
-                          ".",
-                          "-.",
-                          "+",
-                          "1e5",
-                          "1e",
-                          "1e+",
-                          "1E-3x",
+    // What the random texts below cannot reach: other blanks, letters,
+    // hexadecimal, infinities and NaNs, extreme exponents, long mantissas.
+    for (const char* t : {"\t\n 42",
                           "2e-310",
                           "1e400",
                           "-1e400",
@@ -85,21 +72,12 @@ TEST(NumberText, ScanningReadsWhatSscanfReads) {
                           "NAN(123)",
                           "in",
                           "infin",
-                          "1.5e3.2",
+                          "12abc",
                           "00000000000000000000012",
-                          "123456789012345678901234567890",
-                          "4294967297",
                           "-2147483649",
-                          "9223372036854775807",
-                          "99999999999999999999",
-                          "\t\n 42",
-                          "1 2",
-                          "--1",
-                          "+-1",
+                          "123456789012345678901234567890",
                           "0.000000000000000000001",
                           "123456789.123456789123456789",
-                          "12abc",
-                          "e5",
                           "1.7976931348623157e308",
                           "4.9406564584124654e-324"})
         expect_scan_like_sscanf(t);
@@ -167,68 +145,6 @@ TEST(NumberText, FieldFormats) {
     EXPECT_FALSE(parse_format("%d", f));
     EXPECT_FALSE(parse_format("10.2f", f));
     EXPECT_FALSE(parse_format("%10.-lf", f));
-}
-
-// The cell writer against the field's printf format built as text and
-// applied by the C library, "%-W.e" when too long, nothing when still too
-// long; a negative decimal count ("%12.-1lf") reads as no precision.
-std::string old_cell_text(double v, char type, unsigned flen, int dlen) {
-    char format[20];
-    if (type == 'F')
-        std::snprintf(format, sizeof format, "%%%d.%dg", flen, flen);
-    else
-        std::snprintf(format, sizeof format, "%%%d.%dlf", flen, dlen);
-    std::string fmt = format;
-    size_t minus = fmt.find(".-");
-    if (minus != std::string::npos) fmt = fmt.substr(0, minus) + "lf";
-    char buf[2048];
-    std::snprintf(buf, sizeof buf, fmt.c_str(), v);
-    std::string out = buf;
-    if (out.size() > flen) {
-        std::snprintf(buf, sizeof buf, "%-*e", static_cast<int>(flen), v);
-        out = buf;
-        if (out.size() > flen) out.clear();
-    }
-    return out;
-}
-
-TEST(NumberCell, LayoutWritesTheBytesOfTheFieldFormat) {
-    C_locale c;
-    std::mt19937_64 rng(20261125);
-    const char types[] = {'N', 'F', 'M'};
-    const double special[] = {0.0,  -0.0,  HUGE_VAL, -HUGE_VAL, NAN,
-                              1e15, -1e15, 0.005,    2.675,     9.995};
-    std::string got;
-    for (int i = 0; i < 200000; ++i) {
-        const char type = types[rng() % 3];
-        // Mostly the lengths tables use, now and then anything a byte holds.
-        const unsigned flen = rng() % 8 == 0 ? static_cast<unsigned>(rng() % 256)
-                                             : 1 + static_cast<unsigned>(rng() % 24);
-        const int dlen = rng() % 16 == 0 ? static_cast<int>(static_cast<int8_t>(rng() % 256))
-                                         : static_cast<int>(rng() % (flen < 19 ? flen + 1 : 19));
-        double v = 0;
-        uint64_t bits = rng();
-        switch (i % 5) {
-            case 0:
-                std::memcpy(&v, &bits, 8);
-                break;  // anything, NaN and infinity included
-            case 1:
-                v = special[bits % 10];
-                break;
-            case 2:  // a half at the last kept decimal
-                v = (static_cast<double>(static_cast<int64_t>(bits % 200001) - 100000) + 0.5) /
-                    std::pow(10.0, dlen < 0    ? 6
-                                   : dlen > 15 ? 15
-                                               : dlen);
-                break;
-            default:
-                v = (static_cast<double>(bits % 2000001) / 1e6 - 1) *
-                    std::pow(10.0, static_cast<int>(rng() % 35) - 12);
-        }
-        number_cell_text(got, v, number_layout(type, flen, dlen), flen);
-        ASSERT_EQ(got, old_cell_text(v, type, flen, dlen))
-            << type << "(" << flen << "," << dlen << ") of " << v;
-    }
 }
 
 }  // namespace

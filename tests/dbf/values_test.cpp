@@ -75,74 +75,80 @@ class Values : public ::testing::Test {
     Tqz_dbf_rw* t = nullptr;
 };
 
-TEST_F(Values, NumbersOverflowDifferentlyInNumberAndCharacterFields) {
+// Each setter into each kind of field: what it reports and the bytes it
+// leaves, one write after another on the same record (a refused write
+// shows what it left of the one before).
+TEST_F(Values, WhatEachSetterStoresAndReports) {
     make({{"N62", dbf_ft_numeric, 6, 2},
           {"C6", dbf_ft_char, 6, 0},
           {"N122", dbf_ft_numeric, 12, 2},
           {"N3", dbf_ft_numeric, 3, 0},
-          {"C3", dbf_ft_char, 3, 0}},
-         1);
-    // An N field rounds to its decimals; too long, it tries the exponent
-    // form, then stores nothing, and still reports success.
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 0, 0, 123.456));
-    EXPECT_EQ(cell_bytes(0, 0), "123.46");
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 0, 0, 123456.0));
-    EXPECT_EQ(cell_bytes(0, 0), "      ");
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 0, 0, -123.456));  // "-123.46" is one too long
-    EXPECT_EQ(cell_bytes(0, 0), "      ");
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 2, 0, 1e15));
-    EXPECT_EQ(cell_bytes(2, 0), "1.000000e+15");
-    // An integer in an N field is never checked against the length: the
-    // storage cuts it.
-    EXPECT_TRUE(qz_dbf_set_int(t, 3, 0, 12345));
-    EXPECT_EQ(cell_bytes(3, 0), "123");
-    // A C field takes numbers left-aligned and refuses (emptied) what is too
-    // long.
-    EXPECT_TRUE(qz_dbf_set_int(t, 1, 0, 42));
-    EXPECT_EQ(cell_bytes(1, 0), "42    ");
-    EXPECT_FALSE(qz_dbf_set_int(t, 1, 0, 1234567));
-    EXPECT_EQ(cell_bytes(1, 0), "      ");
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 1, 0, 3.5));
-    EXPECT_EQ(cell_bytes(1, 0), "3.5   ");
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 1, 0, 1e10));
-    EXPECT_EQ(cell_bytes(1, 0), "1e+10 ");
-    EXPECT_FALSE(qz_dbf_set_dbl(t, 4, 0, 1234.5));
-    EXPECT_EQ(cell_bytes(4, 0), "   ");
-}
-
-TEST_F(Values, TextIntoNumberFields) {
-    make({{"N", dbf_ft_numeric, 10, 2},
+          {"C3", dbf_ft_char, 3, 0},
+          {"N102", dbf_ft_numeric, 10, 2},
           {"I", dbf_ft_integer, 4, 0},
           {"B", dbf_ft_double, 8, 0},
-          {"F", dbf_ft_float, 10, 2}},
+          {"F", dbf_ft_float, 10, 2},
+          {"L", dbf_ft_logical, 1, 0},
+          {"N61", dbf_ft_numeric, 6, 1},
+          {"D", dbf_ft_date, 8, 0}},
          1);
-    ASSERT_TRUE(qz_dbf_set_str(t, 0, 0, "1e3"));
-    EXPECT_EQ(cell_bytes(0, 0), "   1000.00");
-    ASSERT_TRUE(qz_dbf_set_int(t, 1, 0, 77));
-    ASSERT_TRUE(qz_dbf_set_dbl(t, 2, 0, 2.5));
-    // Not a number: the N field is emptied, the I and B fields keep their
-    // value; all three report failure.
-    EXPECT_FALSE(qz_dbf_set_str(t, 0, 0, "abc"));
-    EXPECT_EQ(cell_bytes(0, 0), "          ");
-    EXPECT_FALSE(qz_dbf_set_str(t, 1, 0, "abc"));
-    EXPECT_FALSE(qz_dbf_set_str(t, 2, 0, "x"));
-    bool ok = false;
-    EXPECT_EQ(qz_dbf_get_int(t, 1, 0, ok), 77);
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(qz_dbf_get_dbl(t, 2, 0, ok), 2.5);
-    // Text that starts with a number is that number.
-    EXPECT_TRUE(qz_dbf_set_str(t, 1, 0, " -12abc"));
-    EXPECT_EQ(qz_dbf_get_int(t, 1, 0, ok), -12);
-    // The I and B cells hold little-endian binary values.
-    EXPECT_EQ(cell_bytes(1, 0), std::string("\xF4\xFF\xFF\xFF", 4));
-    EXPECT_EQ(cell_bytes(2, 0), std::string("\0\0\0\0\0\0\x04\x40", 8));
-    // An F field is written with the g conversion at its full length.
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 3, 0, 3.14159));
-    EXPECT_EQ(cell_bytes(3, 0), "   3.14159");
-    EXPECT_STREQ(qz_dbf_get_str(t, 3, 0, ok), "            3.14159");
-    // Doubles into an I field are cut toward zero.
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 1, 0, -2.9));
-    EXPECT_EQ(qz_dbf_get_int(t, 1, 0, ok), -2);
+    struct Case {
+        unsigned field;
+        char how;  // d: set_dbl, i: set_int, s: set_str, b: set_bool
+        double number;
+        const char* text;
+        bool ok;
+        std::string bytes;  // empty: not looked at
+    };
+    const std::string two_and_a_half("\0\0\0\0\0\0\x04\x40", 8);
+    const Case cases[] = {
+        // An N field rounds to its decimals; too long, it tries the exponent
+        // form, then stores nothing, and still reports success.
+        {0, 'd', 123.456, "", true, "123.46"},
+        {0, 'd', 123456.0, "", true, "      "},
+        {0, 'd', -123.456, "", true, "      "},  // "-123.46" is one too long
+        {2, 'd', 1e15, "", true, "1.000000e+15"},
+        // An integer in an N field is never checked against the length.
+        {3, 'i', 12345, "", true, "123"},
+        // A C field takes numbers left-aligned and empties what is too long.
+        {1, 'i', 42, "", true, "42    "},
+        {1, 'i', 1234567, "", false, "      "},
+        {1, 'd', 3.5, "", true, "3.5   "},
+        {1, 'd', 1e10, "", true, "1e+10 "},
+        {4, 'd', 1234.5, "", false, "   "},
+        // Text into number fields: an N field is emptied by what is no
+        // number, I and B keep their value; text that starts with a number
+        // is that number; I and B cells are little-endian binary.
+        {5, 's', 0, "1e3", true, "   1000.00"},
+        {5, 's', 0, "abc", false, "          "},
+        {6, 'i', 77, "", true, std::string("\x4D\0\0\0", 4)},
+        {6, 's', 0, "abc", false, std::string("\x4D\0\0\0", 4)},
+        {6, 's', 0, " -12abc", true, "\xF4\xFF\xFF\xFF"},
+        {6, 'd', -2.9, "", true, "\xFE\xFF\xFF\xFF"},  // cut toward zero
+        {7, 'd', 2.5, "", true, two_and_a_half},
+        {7, 's', 0, "x", false, two_and_a_half},
+        // An F field is written with the g conversion at its full length.
+        {8, 'd', 3.14159, "", true, "   3.14159"},
+        // A boolean is a letter in every field but I and B; integers do not
+        // go into L fields, nor doubles into D fields.
+        {10, 'b', 1, "", true, "T     "},
+        {6, 'b', 1, "", true, std::string("\x01\0\0\0", 4)},
+        {7, 'b', 1, "", true, std::string("\0\0\0\0\0\0\xF0\x3F", 8)},
+        {9, 'i', 1, "", false, ""},
+        {11, 'd', 1.0, "", false, ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(fields[c.field].name) + " " + c.how + " " + c.text +
+                     std::to_string(c.number));
+        const bool ok = c.how == 'd'   ? qz_dbf_set_dbl(t, c.field, 0, c.number)
+                        : c.how == 'i' ? qz_dbf_set_int(t, c.field, 0, static_cast<int>(c.number))
+                        : c.how == 'b' ? qz_dbf_set_bool(t, c.field, 0, c.number != 0)
+                                       : qz_dbf_set_str(t, c.field, 0, c.text);
+        EXPECT_EQ(ok, c.ok);
+        if (!c.bytes.empty()) {
+            EXPECT_EQ(cell_bytes(c.field, 0), c.bytes);
+        }
+    }
 }
 
 TEST_F(Values, ReadingNumbersFromStoredText) {
@@ -174,7 +180,7 @@ TEST_F(Values, ReadingNumbersFromStoredText) {
     EXPECT_FALSE(ok);
 }
 
-TEST_F(Values, LogicalsBooleansAndVariants) {
+TEST_F(Values, LogicalsAndVariants) {
     make({{"L", dbf_ft_logical, 1, 0},
           {"N", dbf_ft_numeric, 6, 1},
           {"I", dbf_ft_integer, 4, 0},
@@ -203,17 +209,6 @@ TEST_F(Values, LogicalsBooleansAndVariants) {
     ASSERT_TRUE(qz_dbf_set_str(t, 4, 0, " TRUE "));
     EXPECT_TRUE(qz_dbf_get_bool(t, 4, 0, ok));
     EXPECT_TRUE(ok);
-
-    // A boolean is a letter in every field but I and B.
-    EXPECT_TRUE(qz_dbf_set_bool(t, 1, 0, true));
-    EXPECT_EQ(cell_bytes(1, 0), "T     ");
-    EXPECT_TRUE(qz_dbf_set_bool(t, 2, 0, true));
-    EXPECT_EQ(qz_dbf_get_int(t, 2, 0, ok), 1);
-    EXPECT_TRUE(qz_dbf_set_bool(t, 3, 0, true));
-    EXPECT_EQ(qz_dbf_get_dbl(t, 3, 0, ok), 1.0);
-    // Integers do not go into L and D fields.
-    EXPECT_FALSE(qz_dbf_set_int(t, 0, 0, 1));
-    EXPECT_FALSE(qz_dbf_set_dbl(t, 5, 0, 1.0));
 
     // Variants: each field type gives its kind; a cell without a value
     // leaves the variant as it was.

@@ -10,39 +10,12 @@
 
 namespace {
 
-// A table of one C field of `width` bytes holding `cells` (raw bytes), with
+// A table of one C field NAME of 10 bytes holding `cells` (raw bytes), with
 // the language-driver byte `driver`.
-std::vector<uint8_t> table_bytes(uint8_t driver, const std::vector<std::string>& cells,
-                                 uint8_t width = 10) {
-    std::vector<uint8_t> b(32, 0);
-    b[0] = 0x03;
-    b[1] = 124;
-    b[2] = 1;
-    b[3] = 1;
-    const uint32_t n = static_cast<uint32_t>(cells.size());
-    for (int i = 0; i < 4; ++i) b[4 + i] = static_cast<uint8_t>(n >> (8 * i));
-    const uint16_t header_length = 32 + 32 + 1, record_length = 1 + width;
-    b[8] = header_length & 0xFF;
-    b[9] = header_length >> 8;
-    b[10] = record_length & 0xFF;
-    b[11] = record_length >> 8;
-    b[29] = driver;
-    std::vector<uint8_t> d(32, 0);
-    const char name[] = "NAME";
-    for (int i = 0; i < 4; ++i) d[i] = static_cast<uint8_t>(name[i]);
-    d[11] = 'C';
-    d[12] = 1;
-    d[16] = width;
-    b.insert(b.end(), d.begin(), d.end());
-    b.push_back(0x0D);
-    for (const std::string& c : cells) {
-        b.push_back(' ');
-        std::string cell = c.substr(0, width);
-        cell.resize(width, ' ');
-        b.insert(b.end(), cell.begin(), cell.end());
-    }
-    b.push_back(0x1A);
-    return b;
+std::vector<uint8_t> table_bytes(uint8_t driver, const std::vector<std::string>& cells) {
+    std::vector<std::vector<std::string>> records;
+    for (const std::string& c : cells) records.push_back({c});
+    return qz_test::dbf_bytes(0x03, {{"NAME", 'C', 10}}, records, driver);
 }
 
 std::string detect(const std::string& path, const char* caller, unsigned int options, int& source) {

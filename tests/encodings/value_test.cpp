@@ -11,76 +11,36 @@
 
 namespace {
 
-struct field_def {
-    const char* name;
-    char type;
-    uint8_t length;
-    uint8_t decimals;
-};
+const std::vector<qz_test::Field_def> fields = {
+    {"NAME", 'C', 8}, {"COUNT", 'N', 6},  {"PRICE", 'N', 8, 2}, {"RATE", 'F', 8, 3},
+    {"OK", 'L', 1},   {"DAY", 'D', 8},    {"ID", 'I', 4},       {"CASH", 'Y', 8, 4},
+    {"WHEN", 'T', 8}, {"REAL", 'B', 8, 4}};
+const unsigned nf = static_cast<unsigned>(fields.size());
 
-const field_def fields[] = {
-    {"NAME", 'C', 8, 0}, {"COUNT", 'N', 6, 0}, {"PRICE", 'N', 8, 2}, {"RATE", 'F', 8, 3},
-    {"OK", 'L', 1, 0},   {"DAY", 'D', 8, 0},   {"ID", 'I', 4, 0},    {"CASH", 'Y', 8, 4},
-    {"WHEN", 'T', 8, 0}, {"REAL", 'B', 8, 4},
-};
-constexpr unsigned nf = sizeof fields / sizeof fields[0];
-
-void put_le(std::vector<uint8_t>& r, uint64_t v, int n) {
-    for (int k = 0; k < n; ++k) r.push_back(static_cast<uint8_t>(v >> (8 * k)));
-}
-
-std::vector<uint8_t> text_cell(const std::string& s, unsigned n, bool right) {
-    std::string c = right ? std::string(n - s.size(), ' ') + s : s + std::string(n - s.size(), ' ');
-    return std::vector<uint8_t>(c.begin(), c.end());
-}
-
-// Record values as raw cells in field order.
-std::vector<uint8_t> table(const std::vector<std::vector<std::vector<uint8_t>>>& records) {
-    unsigned record_length = 1;
-    for (const field_def& f : fields) record_length += f.length;
-    const unsigned header_length = 32 + 32 * nf + 1 + 263;  // with the backlink area
-    std::vector<uint8_t> b(32, 0);
-    b[0] = 0x30;
-    b[1] = 124;
-    b[2] = 1;
-    b[3] = 1;
-    b[4] = static_cast<uint8_t>(records.size());
-    b[8] = header_length & 0xFF;
-    b[9] = header_length >> 8;
-    b[10] = record_length & 0xFF;
-    b[11] = record_length >> 8;
-    b[29] = 0x03;  // CP1252
-    unsigned offset = 1;
-    for (const field_def& f : fields) {
-        std::vector<uint8_t> d(32, 0);
-        std::memcpy(d.data(), f.name, std::strlen(f.name));
-        d[11] = static_cast<uint8_t>(f.type);
-        d[12] = static_cast<uint8_t>(offset);
-        d[16] = f.length;
-        d[17] = f.decimals;
-        offset += f.length;
-        b.insert(b.end(), d.begin(), d.end());
-    }
-    b.push_back(0x0D);
-    b.insert(b.end(), 263, 0);
-    for (const auto& rec : records) {
-        b.push_back(' ');
-        for (const auto& cell : rec) b.insert(b.end(), cell.begin(), cell.end());
-    }
-    b.push_back(0x1A);
-    return b;
-}
-
-std::vector<uint8_t> le(uint64_t v, int n) {
-    std::vector<uint8_t> r;
-    put_le(r, v, n);
+std::string le(uint64_t v, int n) {
+    std::string r;
+    for (int k = 0; k < n; ++k) r.push_back(static_cast<char>(v >> (8 * k)));
     return r;
 }
 
-std::vector<uint8_t> dbl(double d) {
-    std::vector<uint8_t> r(8);
-    std::memcpy(r.data(), &d, 8);
-    return r;
+std::string dbl(double d) {
+    return std::string(reinterpret_cast<const char*>(&d), 8);
+}
+
+// A Visual FoxPro table (CP1252, with the backlink area) of these records,
+// each given as its bytes after the deletion flag.
+std::vector<uint8_t> table(const std::vector<std::string>& records) {
+    std::vector<std::vector<std::string>> cells;
+    for (const std::string& r : records) {
+        cells.emplace_back();
+        size_t at = 0;
+        for (const auto& f : fields) {
+            cells.back().push_back(r.substr(at, f.length));
+            at += f.length;
+        }
+        EXPECT_EQ(at, r.size());
+    }
+    return qz_test::dbf_bytes(0x30, fields, cells, 0x03, 263);
 }
 
 TEST(EncodingValues, EveryFieldTypeReadsTyped) {
@@ -88,40 +48,14 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
     const std::string path = dir.file("v.dbf");
     // 2001-02-03 04:05:06.789 is Julian day 2451944.
     const uint64_t when_ms = 4 * 3600000ull + 5 * 60000 + 6789;
-    qz_test::write_bytes(path, table({{text_cell("Caf\xE9", 8, false),
-                                       text_cell("-42", 6, true),
-                                       text_cell("12.50", 8, true),
-                                       text_cell("1.5e3", 8, true),
-                                       {'T'},
-                                       text_cell("20010203", 8, false),
-                                       le(static_cast<uint32_t>(-7), 4),
-                                       le(static_cast<uint64_t>(-123456789), 8),
-                                       [&] {
-                                           auto r = le(2451944, 4);
-                                           put_le(r, when_ms, 4);
-                                           return r;
-                                       }(),
-                                       dbl(2.25)},
-                                      {text_cell("", 8, false),
-                                       text_cell("", 6, true),
-                                       text_cell("***", 8, true),
-                                       text_cell("2,5", 8, true),
-                                       {'?'},
-                                       text_cell("", 8, false),
-                                       le(0, 4),
-                                       le(0, 8),
-                                       le(0, 8),
-                                       dbl(-0.5)},
-                                      {text_cell("", 8, false),
-                                       text_cell("", 6, true),
-                                       text_cell("", 8, true),
-                                       text_cell("", 8, true),
-                                       {' '},
-                                       text_cell("20241301", 8, false),
-                                       le(0, 4),
-                                       le(0, 8),
-                                       le(0, 8),
-                                       dbl(0)}}));
+    const std::string blank(14, ' ');
+    qz_test::write_bytes(
+        path,
+        table({"Caf\xE9    " + std::string("   -42   12.50   1.5e3T20010203") +
+                   le(static_cast<uint32_t>(-7), 4) + le(static_cast<uint64_t>(-123456789), 8) +
+                   le(2451944, 4) + le(when_ms, 4) + dbl(2.25),
+               blank + "     ***     2,5?        " + std::string(20, '\0') + dbl(-0.5),
+               blank + std::string(17, ' ') + "20241301" + std::string(20, '\0') + dbl(0)}));
     Tqz_dbf_rw* h = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(h, nullptr);
     Tqz_dbf_value v;
@@ -152,21 +86,21 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
         {7, 1, QZ_DBF_VALUE_DECIMAL, 0, 0, "0.0000"},
         {8, 1, QZ_DBF_VALUE_NULL, 0, 0, nullptr},
         {9, 1, QZ_DBF_VALUE_DOUBLE, 0, -0.5, nullptr},
-        // Month 13 is no date: the cell's text.
-        {5, 2, QZ_DBF_VALUE_TEXT, 0, 0, "20241301"},
+        {5, 2, QZ_DBF_VALUE_TEXT, 0, 0, "20241301"},  // month 13 is no date: the text
     };
     for (const expect& e : rows) {
-        ASSERT_TRUE(qz_dbf_get_value(h, e.field, e.record, &v)) << e.field;
-        EXPECT_EQ(v.kind, e.kind) << "field " << e.field << " record " << e.record;
+        SCOPED_TRACE("field " + std::to_string(e.field) + " record " + std::to_string(e.record));
+        ASSERT_TRUE(qz_dbf_get_value(h, e.field, e.record, &v));
+        EXPECT_EQ(v.kind, e.kind);
         if (e.kind == QZ_DBF_VALUE_INT || e.kind == QZ_DBF_VALUE_BOOL ||
             e.kind == QZ_DBF_VALUE_DATE || e.kind == QZ_DBF_VALUE_DATETIME) {
-            EXPECT_EQ(v.i, e.i) << "field " << e.field;
+            EXPECT_EQ(v.i, e.i);
         }
         if (e.kind == QZ_DBF_VALUE_DOUBLE || e.kind == QZ_DBF_VALUE_DECIMAL) {
-            EXPECT_DOUBLE_EQ(v.d, e.d) << "field " << e.field;
+            EXPECT_DOUBLE_EQ(v.d, e.d);
         }
         if (e.text) {
-            EXPECT_EQ(std::string(v.text, v.length), e.text) << "field " << e.field;
+            EXPECT_EQ(std::string(v.text, v.length), e.text);
         }
     }
     // No such cell: false, the value null.
@@ -176,24 +110,6 @@ TEST(EncodingValues, EveryFieldTypeReadsTyped) {
     EXPECT_FALSE(qz_dbf_get_value(h, 0, 0, nullptr));
     qz_dbf_close(h);
     EXPECT_FALSE(qz_dbf_get_value(nullptr, 0, 0, &v));
-}
-
-}  // namespace
-
-namespace {
-
-// A Visual FoxPro table of the corpus whose memo fields hold binary block
-// numbers (read in place, never written).
-TEST(EncodingValues, VisualFoxProMemosByBinaryBlockNumber) {
-    const std::string path = std::string(QZ_CORPUS_DIR) + "/ruby-dbf/dbase_30.dbf";
-    if (!qz_test::exists(path)) GTEST_SKIP() << "no corpus table " << path;
-    Tqz_dbf_rw* h = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-    ASSERT_NE(h, nullptr);
-    Tqz_dbf_value v;
-    ASSERT_TRUE(qz_dbf_get_value(h, 10, 0, &v));  // CLASSES, M4
-    EXPECT_EQ(v.kind, QZ_DBF_VALUE_TEXT);
-    EXPECT_EQ(std::string(v.text, v.length), "Domestic Life\r\nWeddings\r\n");
-    qz_dbf_close(h);
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 
 #include "csv_reader.h"
 #include "csv_types.h"
-#include "progress.h"
 
 namespace {
 
@@ -95,76 +94,6 @@ TEST(CsvReader, OtherDelimitersLineNumbersAndRewind) {
     std::fclose(f);
 }
 
-TEST(CsvTypes, ValueForms) {
-    struct Num {
-        const char* text;
-        bool ok;
-        size_t width, decimals;
-    };
-    for (const Num& n : std::vector<Num>{{"0", true, 1, 0},
-                                         {"-12", true, 3, 0},
-                                         {"3.250", true, 1, 3},
-                                         {"-0.5", true, 2, 1},
-                                         {"007", false, 0, 0},
-                                         {"-0", false, 0, 0},
-                                         {"-0.00", false, 0, 0},
-                                         {"1.", false, 0, 0},
-                                         {".5", false, 0, 0},
-                                         {"+1", false, 0, 0},
-                                         {"1e5", false, 0, 0},
-                                         {"1,5", false, 0, 0},
-                                         {" 1", false, 0, 0},
-                                         {"", false, 0, 0}}) {
-        SCOPED_TRACE(n.text);
-        qzdbf::Number_form f;
-        EXPECT_EQ(qzdbf::read_number(n.text, f), n.ok);
-        if (n.ok) {
-            EXPECT_EQ(f.int_width, n.width);
-            EXPECT_EQ(f.decimals, n.decimals);
-        }
-    }
-    char out[9];
-    EXPECT_TRUE(qzdbf::read_date("2024-02-29", false, out));
-    EXPECT_STREQ(out, "20240229");
-    EXPECT_FALSE(qzdbf::read_date("2023-02-29", false, out));
-    EXPECT_TRUE(qzdbf::read_date("2000-02-29", false, out));
-    EXPECT_FALSE(qzdbf::read_date("1900-02-29", false, out));
-    EXPECT_FALSE(qzdbf::read_date("2024-13-01", false, out));
-    EXPECT_FALSE(qzdbf::read_date("20240101", false, out));
-    EXPECT_TRUE(qzdbf::read_date("20240101", true, out));
-    EXPECT_FALSE(qzdbf::read_date("2024-1-01", true, out));
-    EXPECT_EQ(qzdbf::read_logical("TRUE", false), 1);
-    EXPECT_EQ(qzdbf::read_logical("f", false), 0);
-    EXPECT_EQ(qzdbf::read_logical("Y", false), -1);
-    EXPECT_EQ(qzdbf::read_logical("Y", true), 1);
-    EXPECT_EQ(qzdbf::read_logical("0", true), 0);
-    EXPECT_EQ(qzdbf::read_logical("yes", true), -1);
-}
-
-TEST(CsvTypes, ByteLengthsInTheTableEncoding) {
-    const qzdbf::Text_measure utf8("UTF-8"), cp1251("CP1251"), cp866("CP866"), latin1("ISO-8859-1");
-    EXPECT_TRUE(utf8.usable() && cp1251.usable() && cp866.usable() && latin1.usable());
-    // Several bytes a character, or no such encoding: not for tables.
-    EXPECT_FALSE(qzdbf::Text_measure("GBK").usable());
-    EXPECT_FALSE(qzdbf::Text_measure("UTF-16LE").usable());
-    EXPECT_FALSE(qzdbf::Text_measure("NO-SUCH-ONE").usable());
-    EXPECT_EQ(latin1.bytes("M\xC3\xBCller"), 6);
-    EXPECT_EQ(latin1.bytes("\xD0\x81"), -2);
-    EXPECT_EQ(utf8.bytes(std::string_view("a\0b", 3)), -1);
-    EXPECT_EQ(utf8.bytes("Ёлка"), 8);
-    EXPECT_EQ(cp1251.bytes("Ёлка"), 4);
-    EXPECT_EQ(cp866.bytes("Ёлка"), 4);
-    EXPECT_EQ(cp1251.bytes("\xE2\x82\xAC"), 1);   // the euro sign is in CP1251
-    EXPECT_EQ(cp866.bytes("\xE2\x82\xAC"), -2);   // but not in CP866
-    EXPECT_EQ(cp1251.bytes("\xE4\xB8\xAD"), -2);  // nor is a CJK character
-    EXPECT_EQ(utf8.bytes("\xE4\xB8\xAD"), 3);
-    EXPECT_EQ(utf8.bytes("\xF0\x9F\x98\x80"), 4);
-    for (const char* bad : {"\xFF", "a\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xE2\x82"}) {
-        EXPECT_EQ(utf8.bytes(bad), -1) << bad;
-        EXPECT_EQ(cp1251.bytes(bad), -1) << bad;
-    }
-}
-
 TEST(CsvTypes, ColumnInference) {
     struct Case {
         std::vector<std::string> cells;
@@ -183,6 +112,9 @@ TEST(CsvTypes, ColumnInference) {
         {{"123456789012345", "0.5"}, 'N', 17, 1},  // 15 digits still a number
         {{"2024-01-31", "x"}, 'C', 10, 0},
         {{"Ёлка", "ab"}, 'C', 8, 0},  // UTF-8 bytes as measured
+        {{"-0", "1"}, 'C', 2, 0},     // "-0" is no number a table would give back
+        {{"1.", "2"}, 'C', 2, 0},
+        {{"TRUE", "y"}, 'C', 4, 0},  // Y/N only where given fields say L
     };
     for (const Case& c : cases) {
         qzdbf::Column_guess g;
@@ -202,21 +134,18 @@ TEST(CsvTypes, ValuesAgainstGivenFields) {
         unsigned length, decimals;
         bool fits;
     };
-    for (const Case& c : std::vector<Case>{{"12345", 'N', 5, 0, true},
-                                           {"123456", 'N', 5, 0, false},
-                                           {"1.25", 'N', 6, 2, true},
-                                           {"1.255", 'N', 6, 2, false},  // no silent rounding
-                                           {"1234", 'N', 6, 2, false},   // 1234.00 is 7
-                                           {"x", 'N', 6, 2, false},
-                                           {"2147483647", 'I', 4, 0, true},
-                                           {"2147483648", 'I', 4, 0, false},
-                                           {"20240229", 'D', 8, 0, true},
-                                           {"2024-02-30", 'D', 8, 0, false},
-                                           {"y", 'L', 1, 0, true},
-                                           {"maybe", 'L', 1, 0, false},
-                                           {"abc", 'C', 3, 0, true},
-                                           {"abcd", 'C', 3, 0, false},
-                                           {"", 'N', 1, 0, true}}) {
+    for (const Case& c : std::vector<Case>{
+             {"12345", 'N', 5, 0, true},       {"123456", 'N', 5, 0, false},
+             {"1.25", 'N', 6, 2, true},        {"1.255", 'N', 6, 2, false},  // no silent rounding
+             {"1234", 'N', 6, 2, false},                                     // 1234.00 is 7
+             {"x", 'N', 6, 2, false},          {"2147483647", 'I', 4, 0, true},
+             {"2147483648", 'I', 4, 0, false}, {"20240229", 'D', 8, 0, true},
+             {"2024-02-30", 'D', 8, 0, false}, {"2000-02-29", 'D', 8, 0, true},
+             {"1900-02-29", 'D', 8, 0, false}, {"2024-13-01", 'D', 8, 0, false},
+             {"-0.5", 'N', 4, 1, true},        {"+1", 'N', 4, 0, false},
+             {"1e5", 'N', 4, 0, false},        {"y", 'L', 1, 0, true},
+             {"maybe", 'L', 1, 0, false},      {"abc", 'C', 3, 0, true},
+             {"abcd", 'C', 3, 0, false},       {"", 'N', 1, 0, true}}) {
         std::string why;
         EXPECT_EQ(qzdbf::value_fits(c.cell, std::string(c.cell).size(), c.type, c.length,
                                     c.decimals, why),
@@ -224,22 +153,6 @@ TEST(CsvTypes, ValuesAgainstGivenFields) {
             << c.cell << " " << c.type;
         EXPECT_EQ(why.empty(), c.fits) << why;
     }
-}
-
-TEST(Progress, Line) {
-    const std::string line = qzdbf::Progress::render("import", 250000, 1000000, "records", 2.0, 79);
-    EXPECT_NE(line.find(" 25%"), std::string::npos) << line;
-    EXPECT_NE(line.find("250,000/1,000,000 records, 125,000/s"), std::string::npos) << line;
-    // A quarter of the bar is filled.
-    const size_t open = line.find('['), close = line.find(']');
-    ASSERT_NE(close, std::string::npos) << line;
-    const std::string bar = line.substr(open + 1, close - open - 1);
-    EXPECT_EQ(bar.find_first_not_of('#'), bar.size() / 4) << line;
-    EXPECT_EQ(bar.find_first_not_of('.', bar.size() / 4), std::string::npos) << line;
-    EXPECT_LE(line.size(), 79u);
-    // Without a total: the count and the rate only.
-    EXPECT_EQ(qzdbf::Progress::render("check", 1234, 0, "files", 0.5, 79),
-              "check  1,234 files, 2,468/s");
 }
 
 }  // namespace

@@ -21,37 +21,10 @@ using qz_test::write_bytes;
 
 namespace {
 
-// A table of `records` blank records of the given character fields.
-bool make_table(const std::string& path, const std::vector<unsigned>& lengths, unsigned records) {
-    std::vector<Tqz_dbf_field> fields(lengths.size());
-    for (size_t i = 0; i < lengths.size(); ++i)
-        qz_dbf_field_init(&fields[i], ("F" + std::to_string(i)).c_str(), dbf_ft_char, lengths[i],
-                          0);
-    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), static_cast<unsigned>(fields.size()), records,
-                                  fields.data(), false);
-    if (!t) return false;
-    qz_dbf_close(t);
-    return true;
-}
-
-uint32_t u32_at(const std::vector<uint8_t>& b, size_t at) {
-    uint32_t v = 0;
-    for (size_t i = 0; i < 4 && at + i < b.size(); ++i) v |= uint32_t(b[at + i]) << (8 * i);
-    return v;
-}
-unsigned u16_at(const std::vector<uint8_t>& b, size_t at) {
-    return at + 2 <= b.size() ? unsigned(b[at]) | unsigned(b[at + 1]) << 8 : 0;
-}
-
-// The bytes of a cell as the file holds them, trailing spaces dropped.
-std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned offset,
-                     unsigned length) {
-    size_t at = u16_at(b, 8) + size_t(u16_at(b, 10)) * record + offset;
-    if (at + length > b.size()) return "<missing>";
-    std::string s(b.begin() + at, b.begin() + at + length);
-    while (!s.empty() && s.back() == ' ') s.pop_back();
-    return s;
-}
+using qz_test::raw_cell;
+using qz_test::u16_at;
+using qz_test::u32_at;
+const auto make_table = qz_test::make_char_table;
 
 std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record) {
     bool ok = false;

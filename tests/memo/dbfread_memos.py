@@ -1,24 +1,9 @@
 #!/usr/bin/python3
-"""Prints what dbfread reads from the memo fields of the sample tables.
-
-Usage: dbfread_memos.py CORPUS_DIR
-
-Every table that MANIFEST.tsv lists with an .fpt or .dbt memo file is opened
-with dbfread. Text is decoded as Latin-1, which maps each byte to one
-character, so encoding the decoded text again gives back the bytes of the
-file. One line per table, then one per memo cell of every whole record, in
-file order (live and deleted records alike), tab-separated:
-
-  T <path> ok <version> <memo file name> <field count>
-  T <path> unread <reason>
-  C <record> <field index> <field offset> <field length> <dbfread block> <kind> <memo> <cell>
-
-<kind> is "text" for text (dBASE memos and FoxPro type 1), otherwise the
-class dbfread gives a binary FoxPro memo (PictureMemo for type 0, ObjectMemo
-for type 2, BinaryMemo for the rest), "-" when there is no memo. <memo> is the
-memo's bytes in hex, "-" when dbfread has no memo for the cell (block 0 or an
-empty cell) and "!<error>" when dbfread fails on it. <cell> is the cell's
-bytes in hex.
+"""Prints what dbfread reads from the memo fields of the sample tables that
+MANIFEST.tsv lists with an .fpt or .dbt file, tab-separated (text decoded as
+Latin-1, so that its bytes come back unchanged):
+  T <path> ok <version> <memo file name> <field count>   or   T <path> unread <reason>
+  C <record> <field> <offset> <length> <dbfread block> <kind> <memo hex, "-" or "!error"> <cell hex>
 """
 import csv
 import os

@@ -57,46 +57,6 @@ inline std::string pattern(size_t n, char base = 'a') {
     return s;
 }
 
-struct Field {
-    std::string name;
-    char type;
-    uint8_t length;
-};
-
-// A .dbf file with the given version byte, fields and records; each record
-// is one cell text per field, padded with spaces to the field's length.
-inline std::vector<uint8_t> dbf_file(uint8_t version, const std::vector<Field>& fields,
-                                     const std::vector<std::vector<std::string>>& records) {
-    const size_t header_length = 32 + 32 * fields.size() + 1;
-    size_t record_length = 1;
-    for (const Field& f : fields) record_length += f.length;
-    std::vector<uint8_t> file(header_length, 0);
-    file[0] = version;
-    file[1] = 124, file[2] = 6, file[3] = 1;
-    for (int i = 0; i < 4; ++i) file[4 + i] = static_cast<uint8_t>(records.size() >> (8 * i));
-    file[8] = static_cast<uint8_t>(header_length),
-    file[9] = static_cast<uint8_t>(header_length >> 8);
-    file[10] = static_cast<uint8_t>(record_length),
-    file[11] = static_cast<uint8_t>(record_length >> 8);
-    for (size_t i = 0; i < fields.size(); ++i) {
-        put(file, 32 + 32 * i, fields[i].name.substr(0, 10));
-        file[32 + 32 * i + 11] = static_cast<uint8_t>(fields[i].type);
-        file[32 + 32 * i + 16] = fields[i].length;
-    }
-    file[header_length - 1] = 0x0D;
-    for (const auto& cells : records) {
-        std::string record = " ";
-        for (size_t i = 0; i < fields.size(); ++i) {
-            std::string cell = i < cells.size() ? cells[i] : std::string();
-            cell.resize(fields[i].length, ' ');
-            record += cell;
-        }
-        put(file, file.size(), record);
-    }
-    file.push_back(0x1A);
-    return file;
-}
-
 // A number right-aligned in a cell of `width`, as dBASE writes block numbers.
 inline std::string right(const std::string& text, size_t width) {
     return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;

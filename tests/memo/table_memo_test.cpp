@@ -24,7 +24,7 @@ void write_table(const qz_test::Temp_dir& dir, const std::string& name, uint8_t 
     for (size_t i = 0; i < cells.size(); ++i)
         records.push_back({right(std::to_string(i), 4), cells[i]});
     qz_test::write_bytes(dir.file(name),
-                         dbf_file(version, {{"ID", 'N', 4}, {"NOTE", 'M', 10}}, records));
+                         qz_test::dbf_bytes(version, {{"ID", 'N', 4}, {"NOTE", 'M', 10}}, records));
 }
 
 // A memo file holding `text` at block 8.
@@ -79,10 +79,9 @@ TEST(TableMemoFiles, VersionByteChoosesTheFileAndCaseIsIgnored) {
     const Case cases[] = {
         {"f.dbf", 0x83, {"f.fpt"}, "fpt: f.fpt"},  // with only one, either version finds it
         {"d.dbf", 0xF5, {"d.dbt"}, "dbt: d.dbt"},
-        {"n.dbf", 0xF5, {}, "none"},  // no memo file is no error
-        {"Cars.DBF", 0xF5, {"CARS.FPT"}, "fpt: CARS.FPT"},
-        {"cars2.DBF", 0x83, {"Cars2.Dbt"}, "dbt: Cars2.Dbt"},
-        {"e.dbf", 0x83, {"E.DBT", "e.dbt"}, "dbt: e.dbt"},  // the exact name wins
+        {"n.dbf", 0xF5, {}, "none"},                           // no memo file is no error
+        {"cars2.DBF", 0x83, {"Cars2.Dbt"}, "dbt: Cars2.Dbt"},  // letter case aside
+        {"e.dbf", 0x83, {"E.DBT", "e.dbt"}, "dbt: e.dbt"},     // the exact name wins
     };
     for (const Case& c : cases) {
         write_table(dir, c.table, c.version);

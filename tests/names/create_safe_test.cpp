@@ -10,70 +10,38 @@
 
 using namespace names_test;
 
-namespace {
-
-using Names = std::vector<std::string>;
-
-std::vector<Tqz_dbf_field> sample_fields() {
+TEST(NamesCreateSafe, OtherReadersSeeTheRepairedNames) {
+    Code_page utf8(65001);
+    qz_test::Temp_dir dir;
+    const std::string path = dir.file("safe.dbf");
+    const std::vector<std::string> repaired = {"ID", "ID1", "X", "CENA", "A_B"};
     std::vector<Tqz_dbf_field> f(5);
     qz_dbf_field_init(&f[0], "id", dbf_ft_numeric, 5, 0);
     qz_dbf_field_init(&f[1], "ID", dbf_ft_char, 10, 0);
     qz_dbf_field_init(&f[2], "1x", dbf_ft_numeric, 8, 2);
     qz_dbf_field_init(&f[3], "Цена", dbf_ft_numeric, 10, 2);
     qz_dbf_field_init(&f[4], "a#b", dbf_ft_char, 5, 0);
-    return f;
-}
-
-const Names repaired = {"ID", "ID1", "X", "CENA", "A_B"};
-
-std::string make_sample(const qz_test::Temp_dir& dir) {
-    std::string path = dir.file("safe.dbf");
-    auto fields = sample_fields();
-    Tqz_dbf_rw* t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, fields.data(), false);
-    EXPECT_NE(t, nullptr);
-    if (!t) return path;
+    Tqz_dbf_rw* t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, f.data(), false);
+    ASSERT_NE(t, nullptr);
     // The caller's array is repaired in place; the table has the same names.
-    EXPECT_EQ(names_of(fields), repaired);
+    EXPECT_EQ(names_of(f), repaired);
     for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(qz_dbf_get_field_name(t, i), repaired[i]);
-    EXPECT_TRUE(qz_dbf_set_int(t, 0, 0, 7));
-    EXPECT_TRUE(qz_dbf_set_str(t, 1, 0, "seven"));
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 3, 0, 12.5));
-    EXPECT_TRUE(qz_dbf_set_str(t, 4, 1, "ab"));
+    EXPECT_TRUE(qz_dbf_set_int(t, 0, 0, 7) && qz_dbf_set_str(t, 1, 0, "seven") &&
+                qz_dbf_set_dbl(t, 3, 0, 12.5) && qz_dbf_set_str(t, 4, 1, "ab"));
     qz_dbf_close(t);
-    return path;
+
+    ASSERT_TRUE(qz_test::have_dbfread()) << "python3-dbfread is missing";
+    std::string out;
+    EXPECT_EQ(qz_test::run("/usr/bin/python3 -c \"import sys, dbfread\n"
+                           "t = dbfread.DBF(sys.argv[1])\n"
+                           "print(','.join(t.field_names))\n"
+                           "for r in t: print(r['ID'], r['ID1'], r['CENA'], r['A_B'])\" '" +
+                               path + "' 2>&1",
+                           &out),
+              0);
+    EXPECT_EQ(out, "ID,ID1,X,CENA,A_B\n7 seven 12.5 \nNone  None ab\n");
+    ASSERT_EQ(qz_test::run("ogrinfo -ro -al '" + path + "' 2>&1", &out), 0) << out;
+    for (const std::string& name : repaired)
+        EXPECT_NE(out.find("\n" + name + ": "), std::string::npos) << name << "\n" << out;
+    EXPECT_NE(out.find("CENA (Real) = 12.5"), std::string::npos) << out;
 }
-
-TEST(NamesCreateSafe, OtherReadersSeeTheRepairedNames) {
-    Code_page utf8(65001);
-    qz_test::Temp_dir dir;
-    const std::string path = make_sample(dir);
-
-    if (!qz_test::have_dbfread()) {
-        ADD_FAILURE() << "python3-dbfread is missing";
-    } else {
-        std::string out;
-        int rc = qz_test::run(
-            "/usr/bin/python3 -c \"import sys, dbfread\n"
-            "t = dbfread.DBF(sys.argv[1])\n"
-            "print(','.join(t.field_names))\n"
-            "for r in t: print(r['ID'], r['ID1'], r['CENA'], r['A_B'])\" '" +
-                path + "' 2>&1",
-            &out);
-        EXPECT_EQ(rc, 0) << out;
-        EXPECT_EQ(out, "ID,ID1,X,CENA,A_B\n7 seven 12.5 \nNone  None ab\n");
-    }
-
-    if (qz_test::run("command -v ogrinfo >/dev/null 2>&1") != 0) {
-        ADD_FAILURE() << "ogrinfo (gdal-bin) is missing";
-    } else {
-        std::string out;
-        int rc = qz_test::run("ogrinfo -ro -al '" + path + "' 2>&1", &out);
-        EXPECT_EQ(rc, 0) << out;
-        for (const std::string& name : repaired)
-            EXPECT_NE(out.find("\n" + name + ": "), std::string::npos) << name << "\n" << out;
-        EXPECT_NE(out.find("CENA (Real) = 12.5"), std::string::npos) << out;
-        EXPECT_NE(out.find("ID1 (String) = seven"), std::string::npos) << out;
-    }
-}
-
-}  // namespace

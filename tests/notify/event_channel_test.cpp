@@ -72,38 +72,4 @@ TEST(EventChannel, ClientsChangingTheChannelDuringABroadcast) {
     qz_event_channel_destroy(nullptr);
 }
 
-TEST(UpdateEvents, KindsAndMergedCount) {
-    using Init = void (*)(Tqz_table*);
-    const struct {
-        Init init, clear;
-        int kind;
-    } kinds[] = {{qz_update_event_init, qz_update_event_clear, QZ_EVENT_UPDATE},
-                 {qz_begin_update_event_init, qz_begin_update_event_clear, QZ_EVENT_BEGIN_UPDATE},
-                 {qz_end_update_event_init, qz_end_update_event_clear, QZ_EVENT_END_UPDATE}};
-    Tqz_table ev;
-    for (const auto& k : kinds) {
-        k.init(&ev);
-        EXPECT_EQ(qz_event_kind(&ev), k.kind);
-        EXPECT_EQ(table_get(&ev, "count"), nullptr);
-        k.clear(&ev);
-        EXPECT_EQ(table_count(&ev), 0u);
-    }
-    qz_update_event_init(&ev);
-    for (int i = 0; i < 3; ++i) qz_update_event_init_details(&ev);
-    ASSERT_NE(table_get(&ev, "count"), nullptr);
-    EXPECT_EQ(any_get_integer(table_get(&ev, "count")), 3);
-    qz_update_event_clear(&ev);
-
-    // "event" must be an integer to count as a kind.
-    Tqz_any text;
-    any_init(&text);
-    any_assign_string(&text, "1");
-    table_init(&ev);
-    table_set(&ev, "event", &text);
-    EXPECT_EQ(qz_event_kind(&ev), 0);
-    EXPECT_EQ(qz_event_kind(nullptr), 0);
-    any_clear(&text);
-    table_clear(&ev);
-}
-
 }  // namespace

@@ -108,31 +108,6 @@ TEST(FolderWatcher, DestroyWaitsForARunningCallbackAndEndsTheThread) {
     EXPECT_EQ(qz_test::thread_count(), threads_before);
 }
 
-struct Self_destroying {
-    Iqz_folder_watcher* w = nullptr;
-    std::atomic<int> calls{0};
-};
-
-void destroy_proc(Tqz_table*, void* user) {
-    auto* c = static_cast<Self_destroying*>(user);
-    qz_folder_watcher_destroy(c->w);
-    ++c->calls;  // last: the thread touches the client no more once this is seen
-}
-
-TEST(FolderWatcher, DestroyFromItsOwnCallback) {
-    Temp_dir dir;
-    const size_t threads_before = qz_test::thread_count();
-    Self_destroying client;
-    client.w = qz_folder_watcher_create(qz_test::widen(dir.path()).c_str(), 0);
-    ASSERT_NE(client.w, nullptr);
-    qz_event_channel_add_client(qz_folder_watcher_get_events(client.w), &destroy_proc, &client);
-    touch(dir.file("a.txt"));
-    touch(dir.file("b.txt"));
-    // The thread ends by itself once the callback is over, after one call.
-    EXPECT_TRUE(qz_test::wait_thread_count(threads_before));
-    EXPECT_EQ(client.calls, 1);
-}
-
 TEST(FolderWatcher, WatchersOfOneFolderAreIndependent) {
     Temp_dir dir;
     // Two spellings of one folder: the kernel gives both the same watch.

@@ -237,7 +237,9 @@ TEST(Notifier, DiskTableTakesItsFilesNotifier) {
     EXPECT_EQ(qz_test::thread_count(), threads_before);
 }
 
-// A client that gives back the last reference from inside a delivery.
+// A client that gives back the last reference from inside a delivery: the
+// notifier's folder watcher is destroyed from its own callback, the last
+// watcher of the process, so the watcher thread must end by itself.
 struct Releasing_client {
     Tqz_dbf_notifier* n = nullptr;
     std::atomic<int> seen{0};

@@ -25,10 +25,16 @@ unsigned held_records(const std::string& path, unsigned claimed) {
     return static_cast<unsigned>(std::min<size_t>(claimed, (b.size() - header) / length));
 }
 
-// Every cell of every held record as text without trailing blanks; `kinds`
-// gets 't' for fields kept as text (C, L, D), 'n' for N (compared by value),
-// 'o' for the others (an F or B value may be written back shorter).
-std::vector<std::vector<std::string>> rows(const std::string& file, std::string* kinds) {
+// Records compared cell by cell per table: enough to cross every block and
+// page boundary of the rewrite; the count of the rest is checked.
+constexpr unsigned kCompared = 3000;
+
+// Every cell of the first kCompared held records as text without trailing
+// blanks; `held` gets the number of records the file holds. `kinds` gets 't'
+// for fields kept as text (C, L, D), 'n' for N (compared by value), 'o' for
+// the others (an F or B value may be written back shorter).
+std::vector<std::vector<std::string>> rows(const std::string& file, std::string* kinds,
+                                           unsigned& held) {
     std::vector<std::vector<std::string>> out;
     Tqz_dbf_rw* h = qz_dbf_open(file.c_str(), true, false);
     if (!h) return out;
@@ -37,7 +43,8 @@ std::vector<std::vector<std::string>> rows(const std::string& file, std::string*
         const char t = qz_dbftype2char(qz_dbf_get_field_type(h, f));
         *kinds += t == 'C' || t == 'L' || t == 'D' ? 't' : t == 'N' ? 'n' : 'o';
     }
-    for (unsigned r = 0, nr = held_records(file, qz_dbf_get_nr(h)); r < nr; ++r) {
+    held = held_records(file, qz_dbf_get_nr(h));
+    for (unsigned r = 0; r < held && r < kCompared; ++r) {
         out.emplace_back();
         for (unsigned f = 0; f < nf; ++f) {
             bool ok = false;
@@ -61,7 +68,17 @@ bool same_number(const std::string& a, const std::string& b) {
 TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
     const std::vector<std::string> tables = qz_test::corpus_tables();
     if (tables.empty()) GTEST_SKIP() << "no corpus at " QZ_CORPUS_DIR;
+    // The copies go to a RAM folder when the system has one: the test is
+    // about the records kept, and two hundred rewrites synced to a disk
+    // cost seconds.
+    const char* tmp = std::getenv("TMPDIR");
+    const std::string saved_tmp = tmp ? tmp : "";
+    if (qz_test::exists("/dev/shm")) setenv("TMPDIR", "/dev/shm", 1);
     qz_test::Temp_dir dir;
+    if (tmp)
+        setenv("TMPDIR", saved_tmp.c_str(), 1);
+    else
+        unsetenv("TMPDIR");
     const std::wstring saved_temp = qz_options_get_temp_wpath();
     qz_options_set_temp_wpath(qz_test::widen(dir.path() + "/").c_str());
     int rewritten = 0, n = 0;
@@ -74,13 +91,14 @@ TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
         qz_dbf_close(h);
         std::string kinds;
         const std::vector<uint8_t> bytes_before = qz_test::read_bytes(work);
-        const auto before = rows(work, &kinds);
+        unsigned held = 0;
+        const auto before = rows(work, &kinds, held);
         std::vector<std::vector<std::string>> kept;
         void* mask = qz_bits_create();
-        for (size_t r = 0; r < before.size(); ++r) {
+        for (unsigned r = 0; r < held; ++r) {
             if (r % 3 == 2)
-                qz_bits_set_bit(mask, static_cast<unsigned>(r), 1);
-            else
+                qz_bits_set_bit(mask, r, 1);
+            else if (r < before.size())
                 kept.push_back(before[r]);
         }
         const std::wstring wpath = qz_test::widen(work);
@@ -96,8 +114,10 @@ TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
         }
         qz_bits_destroy(mask);
         ++rewritten;
-        const auto after = rows(work, nullptr);
-        ASSERT_EQ(after.size(), kept.size());
+        unsigned left = 0;
+        const auto after = rows(work, nullptr, left);
+        ASSERT_EQ(left, held - held / 3);
+        ASSERT_GE(after.size(), kept.size());
         for (size_t r = 0; r < kept.size(); ++r) {
             ASSERT_EQ(after[r].size(), kept[r].size());
             for (size_t f = 0; f < kept[r].size(); ++f) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 
 #include "qzk_basic.h"
@@ -23,14 +24,33 @@ std::string names(Tqz_dbf_rstrct* d) {
     return out;
 }
 
-std::wstring old_name(Tqz_dbf_rstrct* d, int idx) {
-    std::wstring got = L"(none)";
-    Iqz_string_adp* adp = qz_string_adp_create(
-        nullptr, [](void* ctx, const wchar_t* s) { static_cast<std::wstring*>(ctx)->assign(s); },
-        &got);
-    qz_dbf_restruct_get_field_old_name(d, idx, adp);
-    qz_string_adp_destroy(adp);
-    return got;
+// Every entry as "NAME:status:old number:old type and length:old name"
+// ("?0:-" for an entry without an old field).
+std::string entries(Tqz_dbf_rstrct* d) {
+    std::string out;
+    for (int i = 0; i < qz_dbf_restruct_count(d); ++i) {
+        std::wstring old = L"-";  // stays when nothing is handed over
+        Iqz_string_adp* adp = qz_string_adp_create(
+            nullptr,
+            [](void* ctx, const wchar_t* s) { static_cast<std::wstring*>(ctx)->assign(s); }, &old);
+        qz_dbf_restruct_get_field_old_name(d, i, adp);
+        qz_string_adp_destroy(adp);
+        const Tqz_dbf_field_type t = qz_dbf_restruct_get_field_old_type(d, i);
+        out += std::string(i ? " " : "") + qz_dbf_restruct_get_field(d, i)->name + ":" +
+               std::to_string(qz_dbf_restruct_get_field_status(d, i)) + ":" +
+               std::to_string(qz_dbf_restruct_get_field_old_no(d, i)) + ":" +
+               (t == dbf_ft_unknown ? '?' : static_cast<char>(qz_dbftype2char(t))) +
+               std::to_string(qz_dbf_restruct_get_field_old_flen(d, i)) + ":" +
+               std::string(old.begin(), old.end());
+    }
+    return out;
+}
+
+Tqz_dbf_field make(const char* name, Tqz_dbf_field_type type, unsigned char flen,
+                   signed char dlen) {
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, name, type, flen, dlen);
+    return f;
 }
 
 class Descriptor : public ::testing::Test {
@@ -43,80 +63,77 @@ class Descriptor : public ::testing::Test {
     std::wstring path = dir.wfile("t.dbf");
 };
 
-TEST_F(Descriptor, LoadedEntriesStatusesAndEdits) {
+// One descriptor edited step by step; after each step every entry's name,
+// status (0 new, 1 kept, 2 changed), origin and old attributes. The status
+// is worked out live: an attribute changed back makes the entry kept again.
+TEST_F(Descriptor, EditsAndWhatEachEntryKnowsOfItsOrigin) {
     Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
     ASSERT_NE(d, nullptr);
-    ASSERT_EQ(qz_dbf_restruct_count(d), 3);
-    EXPECT_EQ(names(d), "A,B,C");
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(qz_dbf_restruct_get_field_old_no(d, i), i);
-        EXPECT_EQ(qz_dbf_restruct_get_field_status(d, i), 1);
-    }
-    Tqz_dbf_field* b = qz_dbf_restruct_get_field(d, 1);
-    EXPECT_EQ(b->type, 'N');
-    EXPECT_EQ(b->flen, 8);
-    EXPECT_EQ(b->dlen, 2);
-
-    // Written in place through the returned pointer: changed, then back.
-    std::strcpy(b->name, "BB");
-    EXPECT_EQ(qz_dbf_restruct_get_field_status(d, 1), 2);
-    std::strcpy(b->name, "B");
-    EXPECT_EQ(qz_dbf_restruct_get_field_status(d, 1), 1);
-    // Each attribute on its own changes the status.
-    for (int what = 0; what < 3; ++what) {
+    Tqz_dbf_field b = make("B", dbf_ft_numeric, 8, 2);
+    auto with = [&](void (*edit)(Tqz_dbf_field&)) {
         Tqz_dbf_field f = *qz_dbf_restruct_get_field(d, 1);
-        if (what == 0) f.type = 'F';
-        if (what == 1) f.flen = 9;
-        if (what == 2) f.dlen = 3;
+        edit(f);
         qz_dbf_restruct_set_field(d, 1, &f);
-        EXPECT_EQ(qz_dbf_restruct_get_field_status(d, 1), 2) << what;
-        EXPECT_EQ(qz_dbf_restruct_get_field_old_no(d, 1), 1) << "origin stays";
-        Tqz_dbf_field back;
-        qz_dbf_field_init(&back, "B", dbf_ft_numeric, 8, 2);
-        qz_dbf_restruct_set_field(d, 1, &back);
-        EXPECT_EQ(qz_dbf_restruct_get_field_status(d, 1), 1) << what;
+    };
+    const std::string kept = "A:1:0:C10:A B:1:1:N8:B C:1:2:L1:C";
+    const std::string b_changed = "A:1:0:C10:A B:2:1:N8:B C:1:2:L1:C";
+    struct Step {
+        const char* what;
+        std::function<void()> edit;
+        std::string after;
+    };
+    const std::vector<Step> steps = {
+        {"loaded", [] {}, kept},
+        {"renamed through the pointer",
+         [&] { std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "BB"); },
+         "A:1:0:C10:A BB:2:1:N8:B C:1:2:L1:C"},
+        {"named back", [&] { std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "B"); }, kept},
+        {"type", [&] { with([](Tqz_dbf_field& f) { f.type = 'F'; }); }, b_changed},
+        {"set back", [&] { qz_dbf_restruct_set_field(d, 1, &b); }, kept},
+        {"length", [&] { with([](Tqz_dbf_field& f) { f.flen = 9; }); }, b_changed},
+        {"set back", [&] { qz_dbf_restruct_set_field(d, 1, &b); }, kept},
+        {"decimals", [&] { with([](Tqz_dbf_field& f) { f.dlen = 3; }); }, b_changed},
+        {"set back", [&] { qz_dbf_restruct_set_field(d, 1, &b); }, kept},
+        {"added",
+         [&] {
+             Tqz_dbf_field n = make("NEW", dbf_ft_integer, 4, 0);
+             EXPECT_EQ(qz_dbf_restruct_add_field(d, &n), 3);
+         },
+         kept + " NEW:0:-1:?0:-"},
+        {"inserted",
+         [&] {
+             Tqz_dbf_field n = make("INS", dbf_ft_char, 5, 0);
+             qz_dbf_restruct_insert_field(d, 0, &n);
+         },
+         "INS:0:-1:?0:- " + kept + " NEW:0:-1:?0:-"},
+        {"removed by index", [&] { qz_dbf_restruct_remove_field_idx(d, 0); },
+         kept + " NEW:0:-1:?0:-"},
+        {"removed by name, type and length aside",
+         [&] {
+             Tqz_dbf_field n = make("NEW", dbf_ft_char, 1, 0);
+             qz_dbf_restruct_remove_field_val(d, &n);
+         },
+         kept},
+        {"name compared exactly",
+         [&] {
+             Tqz_dbf_field n = make("b", dbf_ft_numeric, 8, 2);
+             qz_dbf_restruct_remove_field_val(d, &n);
+         },
+         kept},
+        {"moved forward", [&] { qz_dbf_restruct_move_field(d, 0, 2); },
+         "B:1:1:N8:B C:1:2:L1:C A:1:0:C10:A"},
+        {"moved back", [&] { qz_dbf_restruct_move_field(d, 2, 0); }, kept},
+        {"last to first", [&] { qz_dbf_restruct_move_field(d, 2, 0); },
+         "C:1:2:L1:C A:1:0:C10:A B:1:1:N8:B"},
+        {"onto itself", [&] { qz_dbf_restruct_move_field(d, 1, 1); },
+         "C:1:2:L1:C A:1:0:C10:A B:1:1:N8:B"},
+    };
+    for (const Step& s : steps) {
+        s.edit();
+        EXPECT_EQ(entries(d), s.after) << s.what;
     }
-
-    Tqz_dbf_field n;
-    qz_dbf_field_init(&n, "NEW", dbf_ft_integer, 4, 0);
-    EXPECT_EQ(qz_dbf_restruct_add_field(d, &n), 3);
-    EXPECT_EQ(qz_dbf_restruct_get_field_status(d, 3), 0);
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_no(d, 3), -1);
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_type(d, 3), dbf_ft_unknown);
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_flen(d, 3), 0u);
-    EXPECT_EQ(old_name(d, 3), L"(none)");
-    qz_dbf_field_init(&n, "INS", dbf_ft_char, 5, 0);
-    qz_dbf_restruct_insert_field(d, 0, &n);
-    EXPECT_EQ(names(d), "INS,A,B,C,NEW");
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_no(d, 1), 0);
     qz_dbf_restruct_destroy(d);
     qz_dbf_restruct_destroy(nullptr);
-}
-
-TEST_F(Descriptor, MoveBothWaysAndRemoveByExactName) {
-    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-    qz_dbf_restruct_move_field(d, 0, 2);
-    EXPECT_EQ(names(d), "B,C,A");
-    EXPECT_EQ(qz_dbf_restruct_get_field_old_no(d, 2), 0);
-    qz_dbf_restruct_move_field(d, 2, 0);
-    EXPECT_EQ(names(d), "A,B,C");
-    qz_dbf_restruct_move_field(d, 2, 0);
-    EXPECT_EQ(names(d), "C,A,B");
-    qz_dbf_restruct_move_field(d, 1, 1);
-    EXPECT_EQ(names(d), "C,A,B");
-    // Moving keeps the status of every entry.
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(qz_dbf_restruct_get_field_status(d, i), 1);
-
-    Tqz_dbf_field f;
-    qz_dbf_field_init(&f, "b", dbf_ft_char, 1, 0);
-    qz_dbf_restruct_remove_field_val(d, &f);
-    EXPECT_EQ(names(d), "C,A,B");
-    qz_dbf_field_init(&f, "B", dbf_ft_char, 1, 0);  // type and length do not matter
-    qz_dbf_restruct_remove_field_val(d, &f);
-    EXPECT_EQ(names(d), "C,A");
-    qz_dbf_restruct_remove_field_idx(d, 0);
-    EXPECT_EQ(names(d), "A");
-    qz_dbf_restruct_destroy(d);
 }
 
 TEST_F(Descriptor, EmptyDescriptorAndIndexesOutsideTheEntries) {

@@ -1,6 +1,6 @@
-// Records deleted together from a memory table, against one-by-one deletes:
-// random sets of indexes on random tables, the undo giving back every byte,
-// and a record length changed between the removal and its undo.
+// Records deleted together from a memory table by a mask: random masks on
+// random tables against the records kept by hand, the undo giving back
+// every byte, undone and redone twice.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -69,25 +69,5 @@ TEST(MemoryMask, ManyRandomMasksAgainstOneByOneDeletes) {
     }
     qz_history_manager_clear(hm);
 }
-
-TEST(MemoryMask, IndexesInAnyOrderAndWithoutHistory) {
-    std::mt19937 rng(7);
-    Tqz_dbf_memory t(nullptr);
-    fill(t, 6, rng);
-    const std::vector<std::string> before = records_of(*t.get_records());
-    // Unsorted, repeated and out-of-range indexes: records 4 and 1 go.
-    ASSERT_TRUE(t.delete_records({4, 1, 4, 99}));
-    EXPECT_EQ(records_of(*t.get_records()),
-              (std::vector<std::string>{before[0], before[2], before[3], before[5]}));
-    EXPECT_EQ(t.get_nr(), 4u);
-    ASSERT_TRUE(t.delete_records_by_msk(nullptr));
-    EXPECT_EQ(t.get_nr(), 4u);
-}
-
-// A table whose header count a test may set behind the history's back.
-struct Open_table : Tqz_dbf_memory {
-    explicit Open_table(Iqz_history_manager* m) : Tqz_dbf_memory(m) {}
-    using Tqz_dbf_memory::set_record_count;
-};
 
 }  // namespace

@@ -23,8 +23,9 @@ int cmd_dump(const Args& args);
 // A path argument (system text) as wide text.
 std::wstring widen_path(const std::string& path);
 // Removes the records set in `mask` from the table at `path` and prints how
-// many went and how many are left; an exit status.
-int remove_by_mask(const std::string& path, void* mask);
+// many went and how many are left; an exit status. A progress bar named
+// `what` shows on a terminal while the table is rewritten.
+int remove_by_mask(const std::string& path, void* mask, const char* what = "delete");
 // edit's delmask: removes the named records of the loaded table at `path`
 // (seen through `view`) as one undoable step; false with a message.
 bool edit_delmask(Tqz_dbf_rw* view, const std::string& path, const Args& records,

@@ -15,6 +15,8 @@
 #include "cli.h"
 #include "command.h"
 #include "field_names.h"
+#include "progress.h"
+#include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
@@ -171,7 +173,9 @@ int run_alter(const std::string& path, const Alterations& changes) {
     const unsigned int records = qz_dbf_get_nr(before);
     qz_dbf_close(before);
 
-    const bool done = qz_dbf_restruct_apply(d);
+    Progress bar("alter", records);
+    const bool done = qz_dbf_restruct_apply_progress(d, Progress::library_callback, &bar);
+    bar.finish();
     qz_dbf_restruct_destroy(d);
     if (!done)
         return fail(kIoError, "cannot rewrite '" + path +

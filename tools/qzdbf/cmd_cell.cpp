@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <string>
 
+#include "cell_values.h"
 #include "checked_open.h"
 #include "cli.h"
 #include "command.h"
@@ -38,6 +39,17 @@ bool same_number(const std::string& a, const std::string& b) {
 struct Get_options : Dump_options {
     std::string field, record;
 };
+
+// A character or memo text cell as the typed reads see it (converted from
+// the table's encoding, trailing blanks dropped), in system text.
+std::string text_in_table_encoding(Tqz_dbf_rw* t, unsigned int field, unsigned int record) {
+    const long n = qz_dbf_get_cell_utf8(t, field, record, nullptr, 0);
+    if (n <= 0) return std::string();
+    std::string utf8(static_cast<size_t>(n) + 1, '\0');
+    qz_dbf_get_cell_utf8(t, field, record, utf8.data(), utf8.size());
+    utf8.resize(static_cast<size_t>(n));
+    return utf8_to_system(utf8);
+}
 
 int run_get(Get_options& o) {
     // Beyond one cell: the chosen fields of the records that match.
@@ -78,6 +90,13 @@ int run_get(Get_options& o) {
             return fail(kIoError, args[0] + ": memo file missing");
         }
         ok = true;
+        if (ok && text.rfind("<binary, ", 0) != 0 && writes_in_table_encoding(t))
+            text = text_in_table_encoding(t, field, record);
+    } else if (qz_dbf_get_field_type(t, field) == dbf_ft_char && writes_in_table_encoding(t)) {
+        // Character text in the encoding it is written in: --encoding, the
+        // .cpg file, the language driver, the flags.
+        cell_text(t, field, record, &ok);
+        if (ok) text = text_in_table_encoding(t, field, record);
     } else {
         text = cell_text(t, field, record, &ok);
     }
@@ -88,7 +107,7 @@ int run_get(Get_options& o) {
 }
 
 struct Set_options {
-    std::string path, field, record, value;
+    std::string path, field, record, value, encoding;
     bool force = false, truncate = false, raw = false;
 };
 
@@ -98,6 +117,10 @@ int run_set(const Set_options& o) {
     int status = kOk;
     Tqz_dbf_rw* t = open_table(args[0], Access::write, force, status);
     if (!t) return status;
+    if (!apply_encoding(t, o.encoding, status)) {
+        qz_dbf_close(t);
+        return status;
+    }
     unsigned int field = 0, record = 0;
     std::string error, value;
     if (!resolve_field(t, args[1], field, error) || !resolve_record(t, args[2], record, error)) {
@@ -123,7 +146,18 @@ int run_set(const Set_options& o) {
         return fail(kBadUsage, "field " + name + ", record " + std::to_string(record) + ": '" +
                                    args[3] + "' refused: " + error);
     }
-    if (!qz_dbf_set_str(t, field, record, value.c_str())) {
+    // Character text of a table file goes in the encoding its text is read
+    // in (--encoding, the .cpg file, the language driver, the flags).
+    const bool in_table_encoding =
+        qz_dbf_get_field_type(t, field) == dbf_ft_char && writes_in_table_encoding(t);
+    if (in_table_encoding) {
+        const std::string utf8 = system_to_utf8(value);
+        if (!qz_dbf_set_cell_utf8(t, field, record, utf8.c_str(), utf8.size())) {
+            const std::string why = qz_dbf_last_error_message();
+            qz_dbf_close(t);
+            return fail(kBadUsage, "'" + args[3] + "' refused: " + why);
+        }
+    } else if (!qz_dbf_set_str(t, field, record, value.c_str())) {
         qz_dbf_close(t);
         return fail(kFailed, "the field cannot hold '" + args[3] + "'");
     }
@@ -134,6 +168,7 @@ int run_set(const Set_options& o) {
     std::replace(given.begin(), given.end(), ',', '.');
     bool ok = false;
     std::string stored = cell_text(t, field, record, &ok);
+    if (in_table_encoding) stored = text_in_table_encoding(t, field, record);
     bool numeric = numeric_field(t, field);
     qz_dbf_close(t);
     if (numeric && !ok) {
@@ -168,6 +203,7 @@ Runner setup_set(CLI::App& cmd) {
     cmd.add_flag("--truncate", o->truncate, "cut text too long for the field between characters");
     cmd.add_flag("--raw", o->raw, "write a block number into a memo cell");
     cmd.add_flag("--force", o->force, "open a file that fails the check anyway");
+    add_encoding_option(cmd, o->encoding);
     // A value may look like an option ("--1", "-x"): what is left over after
     // the options is the value when none was given otherwise.
     cmd.allow_extras();

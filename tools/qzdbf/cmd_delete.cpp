@@ -10,6 +10,7 @@
 #include "checked_open.h"
 #include "cli.h"
 #include "command.h"
+#include "progress.h"
 #include "qzk_basic.h"
 #include "qzk_file_dbf_ext.h"
 
@@ -60,11 +61,14 @@ std::wstring widen_path(const std::string& path) {
     return wide;
 }
 
-int remove_by_mask(const std::string& path, void* mask) {
+int remove_by_mask(const std::string& path, void* mask, const char* what) {
     Tqz_dbf_rw* table = qz_dbf_open(path.c_str(), true, false);
     const unsigned int before = table ? qz_dbf_get_nr(table) : 0;
     if (table) qz_dbf_close(table);
-    const int reason = qz_dbf_del_records_by_msk_why_w(widen_path(path).c_str(), mask);
+    Progress bar(what, before);
+    const int reason = qz_dbf_del_records_by_msk_progress_w(widen_path(path).c_str(), mask,
+                                                            Progress::library_callback, &bar);
+    bar.finish();
     if (reason != QZ_DBF_DELMASK_DONE)
         return fail(reason == QZ_DBF_DELMASK_LOCKED ? kIoError : kFailed,
                     reason_text(reason, path));

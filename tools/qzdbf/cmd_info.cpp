@@ -88,12 +88,14 @@ int run_info(const Read_options& o) {
         std::printf("fields    %u\n", nf);
         std::printf("header    %u bytes\n", header_length);
         std::printf("record    %u bytes\n", record_length);
-        std::printf("encoding  %s\n", encoding);
+        // The encoding the table's text is read and written in, and where
+        // that choice came from; then the code page of the classic calls.
         char text[64] = "";
         static const char* const from[] = {"unknown", "named by the caller", "from the .cpg file",
                                            "from the language driver", "default"};
         const int source = qz_dbf_get_encoding(t, text, sizeof text);
-        std::printf("text      %s (%s)\n", text, from[source >= 0 && source <= 4 ? source : 0]);
+        std::printf("encoding  %s (%s)\n", text, from[source >= 0 && source <= 4 ? source : 0]);
+        std::printf("flags     %s (the classic calls' code page)\n", encoding);
     }
     if (nf > 0) {
         std::printf("\n  %4s  %-10s  %4s  %3s  %3s\n", "#", "name", "type", "len", "dec");

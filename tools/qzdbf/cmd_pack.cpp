@@ -67,7 +67,7 @@ int run_pack(const std::string& path) {
     } else if (marked == 0) {
         std::printf("removed 0 records, %u left\n", records);
     } else {
-        status = remove_by_mask(path, mask);
+        status = remove_by_mask(path, mask, "pack");
     }
     qz_bits_destroy(mask);
     return status;

@@ -12,6 +12,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "command.h"
 #include "import_export.h"
 #include "progress.h"
 #include "table_values.h"
@@ -111,8 +112,7 @@ int run_stats(const Stats_options& o) {
         Tqz_dbf_rw* t;
         ~Closer() { qz_dbf_close(t); }
     } closer{t};
-    if (!o.encoding.empty() && !qz_dbf_set_encoding(t, o.encoding.c_str()))
-        return fail(kBadUsage, "--encoding '" + o.encoding + "': not an encoding iconv knows");
+    if (!apply_encoding(t, o.encoding, status)) return status;
 
     const unsigned int nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t);
     const bool flags = qz_dbf_get_storage(t) != qz_dbf_storage_ogr;

@@ -106,12 +106,22 @@ void add_read_options(CLI::App& cmd, Read_options& o, bool layers) {
     if (layers)
         cmd.add_option("--layer", o.layer, "the layer N of a source OGR reads (counted from 0)")
             ->type_name("N");
-    cmd.add_option("--encoding", o.encoding,
-                   "read the table's text in this encoding (any name iconv knows: CP1252, "
-                   "ISO-8859-2, KOI8-R, UTF-8...) instead of the .cpg file or the language "
-                   "driver")
-        ->type_name("NAME");
+    add_encoding_option(cmd, o.encoding);
     cmd.add_flag("--force", o.force, "read a file that fails the check anyway");
+}
+
+void add_encoding_option(CLI::App& cmd, std::string& encoding) {
+    cmd.add_option("--encoding", encoding,
+                   "the table's text is in this encoding (any name iconv knows: CP1252, "
+                   "ISO-8859-2, KOI8-R, UTF-8...), whatever the .cpg file or the language "
+                   "driver say")
+        ->type_name("NAME");
+}
+
+bool apply_encoding(Tqz_dbf_rw* t, const std::string& encoding, int& status) {
+    if (encoding.empty() || qz_dbf_set_encoding(t, encoding.c_str())) return true;
+    status = fail(kBadUsage, "--encoding: no encoding named '" + encoding + "'");
+    return false;
 }
 
 Tqz_dbf_rw* open_for_reading(const Read_options& o, int& status) {
@@ -123,9 +133,8 @@ Tqz_dbf_rw* open_for_reading(const Read_options& o, int& status) {
         status = fail(kBadUsage, "--layer: " + error);
         return nullptr;
     }
-    if (!o.encoding.empty() && !qz_dbf_set_encoding(t, o.encoding.c_str())) {
+    if (!apply_encoding(t, o.encoding, status)) {
         qz_dbf_close(t);
-        status = fail(kBadUsage, "--encoding: no encoding named '" + o.encoding + "'");
         return nullptr;
     }
     return t;

@@ -75,6 +75,10 @@ struct Read_options {
 };
 // Declares PATH (first positional), --layer, --encoding and --force on `cmd`.
 void add_read_options(CLI::App& cmd, Read_options& o, bool layers = true);
+// Declares --encoding NAME, the same on every command that reads or writes
+// a table's text: the encoding named wins over the .cpg file and the
+// language driver.
+void add_encoding_option(CLI::App& cmd, std::string& encoding);
 
 }  // namespace qzdbf
 
@@ -83,5 +87,8 @@ namespace qzdbf {
 // Opens the table of `o` for reading (checked as open_table does), on its
 // layer and with its encoding; null with a message and `status` set.
 Tqz_dbf_rw* open_for_reading(const Read_options& o, int& status);
+// Gives `t` the encoding of --encoding (nothing when empty); false, with a
+// message and `status` set, for a name iconv does not know.
+bool apply_encoding(Tqz_dbf_rw* t, const std::string& encoding, int& status);
 
 }  // namespace qzdbf

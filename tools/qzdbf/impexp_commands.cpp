@@ -54,8 +54,7 @@ Runner setup_export(CLI::App& cmd) {
         ->required();
     cmd.add_option("--format", o->format, "a GDAL vector driver name (GPKG, CSV, GeoJSON, ...)")
         ->type_name("NAME");
-    cmd.add_option("--encoding", o->encoding, "the table's text encoding (default: as it says)")
-        ->type_name("NAME");
+    add_encoding_option(cmd, o->encoding);
     cmd.add_option("--layer", o->layer, "the layer's name (default: DEST's base name)")
         ->type_name("NAME");
     cmd.add_flag("--with-deleted", *with_deleted, "export the records marked deleted too");
@@ -71,8 +70,7 @@ Runner setup_stats(CLI::App& cmd) {
     auto o = std::make_shared<Stats_options>();
     cmd.add_option("PATH", o->path, "the table")->required();
     cmd.add_flag("--json", o->json, "one JSON object a field");
-    cmd.add_option("--encoding", o->encoding, "the table's text encoding (default: as it says)")
-        ->type_name("NAME");
+    add_encoding_option(cmd, o->encoding);
     cmd.add_option("--cap", o->distinct_cap, "count distinct values up to N (default 10000)")
         ->type_name("N")
         ->check(CLI::Range(1ul, 100000000ul));

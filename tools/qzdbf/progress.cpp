@@ -79,13 +79,26 @@ void Progress::tick() {
     std::fflush(stderr);
 }
 
-void Progress::finish() {
+void Progress::clear_line() {
     if (shown_) {
         std::fputs("\r\033[K", stderr);
         std::fflush(stderr);
     }
     shown_ = false;
+}
+
+void Progress::finish() {
+    clear_line();
     enabled_ = false;
+}
+
+int Progress::library_callback(void* user, unsigned long long done, unsigned long long total) {
+    auto* bar = static_cast<Progress*>(user);
+    if (bar) {
+        bar->total_ = total;
+        bar->report(done);
+    }
+    return 0;
 }
 
 }  // namespace qzdbf

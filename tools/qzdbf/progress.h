@@ -27,6 +27,17 @@ class Progress {
         done_ = done;
         if (enabled_ && (done_ & 1023) == 0) tick();
     }
+    // `done` as heard from the library's progress callback, at any step.
+    void report(uint64_t done) {
+        done_ = done;
+        if (enabled_) tick();
+    }
+    // Takes the bar off its line (if shown) so that other output can go to
+    // the terminal; the next tick draws it again.
+    void clear_line();
+    // A callback for the library's progress exports (Tqz_dbf_progress_fn),
+    // `user` being a Progress: reports `done` and never asks to stop.
+    static int library_callback(void* user, unsigned long long done, unsigned long long total);
     // A new phase of the same work, counted again from 0.
     void restart(std::string what, uint64_t total, const char* unit);
     // Clears the bar (if shown); nothing more is drawn.

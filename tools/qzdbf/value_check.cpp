@@ -5,9 +5,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <strings.h>
 #include <string>
 
 #include "cli.h"
+#include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
@@ -91,12 +93,19 @@ std::string character_text(wchar_t c) {
 
 bool check_text(Tqz_dbf_rw* t, unsigned int field, const std::string& input, bool truncate,
                 std::string& out, std::string& error) {
-    const unsigned cp = qz_dbf_get_utf8_flag(t) ? 65001 : qz_dbf_get_dos_flag(t) ? 866 : 1251;
-    const char* cp_name = cp == 65001 ? "UTF-8" : cp == 866 ? "CP866" : "CP1251";
+    std::string name;
+    const unsigned cp = text_code_page(t, name);
+    const char* cp_name = name.c_str();
     const std::wstring wide = to_wide(0, input);
     if (!input.empty() && (wide.empty() || from_wide(0, wide) != input)) {
         error = "it is not valid text in the terminal's encoding";
         return false;
+    }
+    if (cp == 0) {
+        // An encoding without a code page number here: the library checks
+        // the characters and the length when it writes.
+        out = input;
+        return true;
     }
     // Every character must survive the table's code page.
     for (wchar_t c : wide) {
@@ -126,6 +135,31 @@ bool check_text(Tqz_dbf_rw* t, unsigned int field, const std::string& input, boo
 }
 
 }  // namespace
+
+unsigned text_code_page(Tqz_dbf_rw* t, std::string& name) {
+    const unsigned flags = qz_dbf_get_utf8_flag(t) ? 65001 : qz_dbf_get_dos_flag(t) ? 866 : 1251;
+    if (!writes_in_table_encoding(t)) {
+        name = qz_code_page_iconv_name(flags);
+        return flags;
+    }
+    char chosen[64] = "";
+    qz_dbf_get_encoding(t, chosen, sizeof chosen);
+    name = chosen;
+    // The code pages that qzk_basic converts, by their iconv names.
+    static const unsigned known[] = {
+        65001, 1250, 1251, 1252,  1253,  1254,  1255,  1256,  1257,  1258,  866,  20127, 437,
+        850,   852,  855,  857,   860,   861,   862,   863,   864,   865,   869,  874,   932,
+        936,   949,  950,  10000, 20866, 21866, 28591, 28592, 28595, 28597, 28605};
+    for (unsigned cp : known) {
+        const char* n = qz_code_page_iconv_name(cp);
+        if (n && strcasecmp(n, chosen) == 0) return cp;
+    }
+    return 0;
+}
+
+bool writes_in_table_encoding(Tqz_dbf_rw* t) {
+    return qz_dbf_get_storage(t) == qz_dbf_storage_file;
+}
 
 bool valid_date(const std::string& d) {
     if (d.size() != 8) return false;

@@ -17,6 +17,16 @@ namespace qzdbf {
 bool check_value(Tqz_dbf_rw* table, unsigned int field, const std::string& input, bool truncate,
                  std::string& out, std::string& error);
 
+// Whether character text written through `table` goes in the encoding the
+// table's text is read in (a table file: --encoding, the .cpg file, the
+// language driver, the flags), rather than in the code page of its flags.
+bool writes_in_table_encoding(Tqz_dbf_rw* table);
+
+// The code page character text of `table` is checked against, with its
+// iconv name in `name`; 0 for an encoding that has no code page number here
+// (the library then checks the text as it writes it).
+unsigned text_code_page(Tqz_dbf_rw* table, std::string& name);
+
 // Whether `text` names a day of the calendar as YYYYMMDD.
 bool valid_date(const std::string& text);
 
