@@ -566,7 +566,11 @@ QZ_DBF_API bool qz_dbf_mem_restruct(Tqz_dbf_memory* handle, Tqz_dbf_rstrct* desc
  *    formatted with the new decimals (empty when the text is no number), to
  *    C the text (trimmed when it was not a C field); new fields are 0 (I, B)
  *    or blank. The memo file is not rewritten: memo fields keep their block
- *    numbers.
+ *    numbers. A dBASE 7 table gets 32-byte descriptors (version 0x8B with
+ *    its memo file, 0x03 without); its I, +, O and @ values are decoded and
+ *    written in the new field's form, and a field whose new type cannot take
+ *    them (@ other than into C, D or T) makes apply answer false with the
+ *    last error QZ_DBF_ERR_VALUE, the table untouched.
  * Indexes outside the entries give neutral answers (nothing done, -1, 0,
  * null). A descriptor is used by one thread at a time. */
 

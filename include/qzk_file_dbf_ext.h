@@ -299,8 +299,9 @@ QZ_DBF_API bool qz_dbf_get_value(Tqz_dbf_rw* handle, unsigned int field, unsigne
                                  Tqz_dbf_value* value);
 
 /* Visual FoxPro tables with a _NullFlags field: a cell whose null bit is
- * set reads as null, whatever its bytes; a varchar (V) whose length bit is
- * set reads as the text of the length in its last byte. Memo fields read
+ * set reads as null, whatever its bytes; a varchar (V) or varbinary (Q)
+ * whose length bit is set reads as the text (bytes) of the length in its
+ * last byte. Memo fields read
  * dBASE III and dBASE IV/V/7 .dbt memos alike, and FoxPro picture and
  * object blocks (and memos of fields flagged binary) as bytes. */
 
@@ -323,16 +324,25 @@ QZ_DBF_API long qz_dbf_get_column_values(Tqz_dbf_rw* handle, unsigned int field,
  * right-aligned, refused when wider than the field; L a bool; D a date;
  * I an integer of 32 bits; B (Visual FoxPro, or 8 bytes wide) and O a
  * number, stored as a double; Y a number or decimal, stored in units of 1/10000; T a date or
- * datetime; M text (or bytes, kept as a picture block of an .fpt), G, P,
- * W and B (dBASE) bytes, appended to the memo file (the old memo's blocks
- * are not reused); other types bytes of at most the field's length.
+ * datetime; @ a date or datetime from 0001-01-01 on; M text (or bytes,
+ * kept as a picture block of an .fpt), G, P, W and B (dBASE) bytes,
+ * appended to the memo file (the old memo's blocks are not reused); other
+ * types bytes of at most the field's length. V (text or bytes) and Q
+ * (bytes) shorter than the field, in a table whose _NullFlags has their
+ * length bit: the bytes, zeros, and the length in the field's last byte,
+ * the bit set (read back exactly); without that bit V is padded with
+ * blanks and Q with zeros. dBASE 7 tables (version 0x04
+ * or 0x8C) get I and O in their big-endian, order-preserving form.
  * Null: the field's null flag when the table has one for it, else a blank
- * cell for C, V, N, F, D, L, T and memo fields; other fields refuse it.
- * Autoincrement (+), timestamp (@) and _NullFlags fields are not written.
+ * cell for C, V, N, F, D, L, T, @ and memo fields (and I and O of dBASE 7
+ * tables: zeros); other fields refuse it. Autoincrement (+) and
+ * _NullFlags fields are not written.
  * False, with the cell unchanged and the last error saying why
  * (QZ_DBF_ERR_VALUE for a value the field cannot hold, QZ_DBF_ERR_MEMO
  * when there is no memo file to take a memo, QZ_DBF_ERR_PERMISSION on a
- * read-only handle). Memo values are written to table files only. */
+ * read-only handle). Memo values are written to table files and to loaded
+ * (memory) tables, whose memo file takes them at once (the loaded table
+ * holds the writer lock) while the block number waits for the save. */
 QZ_DBF_API bool qz_dbf_set_value(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                  const Tqz_dbf_value* value);
 /* ---- Record images ----------------------------------------------------------
@@ -349,6 +359,13 @@ QZ_DBF_API unsigned int qz_dbf_get_record_size(Tqz_dbf_rw* handle);
  * without such a field. A damaged header may place a field's bytes past
  * the image's end: check the offset and length against the record size. */
 QZ_DBF_API unsigned int qz_dbf_get_field_offset(Tqz_dbf_rw* handle, unsigned int field);
+/* The bytes `field` takes in a record: its length, except for character
+ * fields longer than 255 bytes (FoxPro and Clipper keep the length's high
+ * byte in the decimals byte), taken as such when the header's record length
+ * agrees. qz_dbf_get_field_flen keeps answering the length byte alone; the
+ * offsets above and the typed reads follow these widths. 0 without such a
+ * field; for memory tables too. */
+QZ_DBF_API unsigned int qz_dbf_get_field_width(Tqz_dbf_rw* handle, unsigned int field);
 /* Copies the images of the records `first`, `first` + 1, ... one after
  * another into `buffer` of `size` bytes: at most `count` records, as many
  * whole images as `size` holds, none past the last record the file holds

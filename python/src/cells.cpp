@@ -28,6 +28,13 @@ std::vector<field_info> read_fields(Tqz_dbf_rw* table) {
         f.type = letter > 0 ? static_cast<char>(letter) : 'C';
         f.length = qz_dbf_get_field_flen(table, i);
         f.decimals = qz_dbf_get_field_dlen(table, i);
+        // A character field over 255 bytes keeps the length's high byte in
+        // the decimals byte: its whole width, and no decimals.
+        const unsigned width = qz_dbf_get_field_width(table, i);
+        if (width > f.length) {
+            f.length = width;
+            f.decimals = 0;
+        }
         fields.push_back(std::move(f));
     }
     return fields;

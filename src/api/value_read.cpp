@@ -12,6 +12,7 @@
 #include "api/cell_errors.h"
 #include "dbf/basic_table.h"
 #include "dbf/disk_table.h"
+#include "dbf/field_widths.h"
 #include "encoding/encodings.h"
 #include "encoding/fast_convert.h"
 #include "memo/dbt_rw.h"
@@ -51,14 +52,6 @@ bool all_zero(const unsigned char* p, unsigned n) {
 int64_t dbase7_int(const unsigned char* p) {
     return static_cast<int32_t>(static_cast<uint32_t>(be_uint(p, 4) ^ 0x80000000u));
 }
-double dbase7_double(const unsigned char* p) {
-    uint64_t bits = be_uint(p, 8);
-    bits = (bits >> 63) ? bits & ~(uint64_t(1) << 63) : ~bits;
-    double d;
-    std::memcpy(&d, &bits, 8);
-    return d;
-}
-
 // The cell without blanks and NULs around it.
 void trim(const unsigned char*& p, unsigned& n) {
     while (n > 0 && (p[n - 1] == ' ' || p[n - 1] == 0)) --n;
@@ -203,25 +196,15 @@ cell_reader::cell_reader(Tqz_dbf_rw* h, Tqz_dbf_basic* b, const std::string& enc
     visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
     dbase7 = qz::dbf::is_dbase7_version(version);
     nulls.read_layout(*b);
-    bool any_wide = false;
-    unsigned int at = 0;
-    for (unsigned int f = 0; f < b->get_nf(); ++f) {
-        unsigned int w = b->get_field_flen(f);
-        const auto high = static_cast<unsigned char>(b->get_field_dlen(f));
-        letter.push_back(b->get_field_letter(f));
-        if (letter.back() == 'C' && high != 0 && !visual_foxpro) {
-            w += 256u * high;
-            any_wide = true;
-        }
-        offset.push_back(at);
-        width.push_back(w);
-        at += w;
-    }
+    for (unsigned int f = 0; f < b->get_nf(); ++f) letter.push_back(b->get_field_letter(f));
+    qz::dbf::field_widths widths = qz::dbf::widths_of(*b);
+    offset = std::move(widths.offset);
+    width = std::move(widths.width);
+    unsigned long at = 0;
+    for (unsigned int w : width) at += w;
     disk = dynamic_cast<Tqz_dbf_disk*>(b);
     core = dynamic_cast<Tqz_dbf_memory_core*>(b);
     use_image = (disk || core) && at + 1 == b->get_record_length();
-    if (any_wide && !use_image)  // the header does not confirm the long fields
-        for (unsigned int f = 0; f < b->get_nf(); ++f) width[f] = b->get_field_flen(f);
 }
 
 const unsigned char* cell_reader::cell_bytes(unsigned int field, unsigned int record, unsigned& n,
@@ -399,10 +382,7 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
             break;
         case 'O':
             if (dbase7) {
-                if (n >= 8 && !all_zero(p, 8)) {
-                    v.kind = QZ_DBF_VALUE_DOUBLE;
-                    v.d = dbase7_double(p);
-                }
+                if (n >= 8 && qz::dbf::dbase7_double(p, v.d)) v.kind = QZ_DBF_VALUE_DOUBLE;
             } else if (n >= 8) {
                 v.kind = QZ_DBF_VALUE_DOUBLE;
                 v.d = le_double(p);
@@ -435,15 +415,9 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
             // 0001-01-01 (day 719163 is 1970-01-01). Tables in the wild keep
             // the plain double; one with its top bit set is taken as the
             // order-flipped form of the O fields (a timestamp is positive).
-            if (n >= 8 && !all_zero(p, 8)) {
-                uint64_t bits = be_uint(p, 8) & ~(uint64_t(1) << 63);
-                double stored;
-                std::memcpy(&stored, &bits, 8);
-                const double ms = stored - 719163.0 * 86400000.0;
-                if (std::isfinite(ms) && std::fabs(ms) < 9.0e18) {
-                    v.kind = QZ_DBF_VALUE_DATETIME;
-                    v.i = std::llround(ms);
-                }
+            if (int64_t ms; n >= 8 && qz::dbf::timestamp_ms(p, ms)) {
+                v.kind = QZ_DBF_VALUE_DATETIME;
+                v.i = ms;
             }
             break;
         case 'B':
@@ -478,6 +452,16 @@ bool cell_reader::read(unsigned int field, unsigned int record, Tqz_dbf_value& v
                 out += raw;
                 v.kind = QZ_DBF_VALUE_BYTES;
             }
+            break;
+        }
+        case 'Q': {
+            // Varbinary: with its length flag set, the length in the last byte.
+            unsigned e = n;
+            if (nulls.length_bit(field) >= 0 && n > 0 &&
+                nulls.get(*b, record, nulls.length_bit(field)))
+                e = p[n - 1] < n ? p[n - 1] : n - 1;
+            out.append(reinterpret_cast<const char*>(p), e);
+            v.kind = QZ_DBF_VALUE_BYTES;
             break;
         }
         default:

@@ -31,6 +31,7 @@ class cell_writer {
         layout.decimals = static_cast<signed char>(table.get_field_dlen(field));
         const uint8_t version = table.get_header()[0];
         layout.visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
+        layout.dbase7 = qz::dbf::is_dbase7_version(version);
         nulls.read_layout(table);
     }
 
@@ -49,16 +50,24 @@ class cell_writer {
                 return fail(qz::errors::value, "the text holds characters the table's encoding (" +
                                                    reader.encoding() + ") cannot hold");
         }
-        if (qz::dbf::is_dbase7_version(table.get_header()[0]) && std::strchr("I+O@", layout.type))
-            return fail(qz::errors::value,
-                        std::string("fields of type ") + layout.type +
-                            " of dBASE 7 tables are not written by this library");
         if (qz::dbf::is_memo_type(layout)) return write_memo(v, table_text);
         std::string image, why;
         if (!qz::dbf::encode_cell(layout, v, table_text, image, why))
             return fail(qz::errors::value, why);
+        // A varying field (V, Q) with a length flag keeps a shorter value
+        // as its bytes, zeros, and its length in the last byte.
+        bool shorter = false;
+        if ((layout.type == 'V' || layout.type == 'Q') && nulls.length_bit(field) >= 0 &&
+            (v.kind == QZ_DBF_VALUE_TEXT || v.kind == QZ_DBF_VALUE_BYTES)) {
+            const size_t n = v.kind == QZ_DBF_VALUE_TEXT ? table_text.size() : v.length;
+            if (n < layout.length) {
+                image.replace(n, std::string::npos, layout.length - n, '\0');
+                image.back() = static_cast<char>(n);
+                shorter = true;
+            }
+        }
         return store(image) && set_bit(nulls.null_bit(field), false) &&
-               set_bit(nulls.length_bit(field), false);
+               set_bit(nulls.length_bit(field), shorter);
     }
 
   private:
@@ -86,10 +95,12 @@ class cell_writer {
             return fail(qz::errors::value, std::string("a memo field of type ") + layout.type +
                                                " takes text or bytes");
         }
-        if (handle->current_storage() != Tqz_dbf_rw::storage::disk)
-            return fail(qz::errors::memo, "memo values are written only to a table file");
+        const auto storage = handle->current_storage();
+        if (storage != Tqz_dbf_rw::storage::disk && storage != Tqz_dbf_rw::storage::memory)
+            return fail(qz::errors::memo, "memo values are written only to dBASE tables");
         if (handle->is_read_only())
             return fail(qz::errors::permission, "the table is open read-only");
+        if (storage == Tqz_dbf_rw::storage::memory) reopen_memo_for_writing();
         std::string why;
         uint32_t block = 0;
         bool ok = false;
@@ -105,6 +116,19 @@ class cell_writer {
         if (layout.length != 4 && image.find_first_not_of(' ') == std::string::npos)
             return fail(qz::errors::memo, "the memo's block number does not fit the field");
         return store(image) && set_bit(nulls.null_bit(field), false);
+    }
+
+    // A loaded (memory) table reads its memo file opened read-only; it holds
+    // the table's writer lock, so the file is opened again for appending.
+    // Should that fail, it is opened for reading as before (and the append
+    // then fails with its reason).
+    void reopen_memo_for_writing() {
+        const wchar_t* path = handle->get_path().c_str();
+        if (Tqz_fpt_rw* fpt = table.get_fpt()) {
+            if (!fpt->is_writable() && !table.open_fpt(path, false)) table.open_fpt(path, true);
+        } else if (Tqz_dbt_rw* dbt = table.get_dbt()) {
+            if (!dbt->is_writable() && !table.open_dbt(path, false)) table.open_dbt(path, true);
+        }
     }
 
     bool store(const std::string& image) {

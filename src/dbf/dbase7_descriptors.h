@@ -39,6 +39,35 @@ inline int32_t dbase7_integer(int32_t raw) {
     return out;
 }
 
+// An O cell of a dBASE 7 table (8 bytes in file order): big-endian, the
+// sign bit set for positive numbers and every bit inverted for negative
+// ones. False for all zeros (an empty cell).
+inline bool dbase7_double(const uint8_t* p, double& out) {
+    uint64_t bits = 0;
+    for (int k = 0; k < 8; ++k) bits = bits << 8 | p[k];
+    if (bits == 0) return false;
+    bits = (bits >> 63) ? bits & ~(uint64_t(1) << 63) : ~bits;
+    std::memcpy(&out, &bits, 8);
+    return true;
+}
+
+// An @ cell (8 bytes in file order): a big-endian double of milliseconds
+// counted with 0001-01-01 as day 1, as milliseconds since 1970-01-01. A
+// set top bit is taken as the order-flipped form of the O cells (a
+// timestamp is positive). False for all zeros or a value out of range.
+inline bool timestamp_ms(const uint8_t* p, int64_t& out) {
+    uint64_t bits = 0;
+    for (int k = 0; k < 8; ++k) bits = bits << 8 | p[k];
+    if (bits == 0) return false;
+    bits &= ~(uint64_t(1) << 63);
+    double stored;
+    std::memcpy(&stored, &bits, 8);
+    const double ms = stored - 719163.0 * 86400000.0;
+    if (!(ms > -9.0e18 && ms < 9.0e18)) return false;
+    out = static_cast<int64_t>(ms < 0 ? ms - 0.5 : ms + 0.5);
+    return true;
+}
+
 // Parses the descriptors in `area` (the first `size` bytes of the file, cut
 // to the header length). Stops at 0x0D or at the first descriptor that does
 // not end within `size`. Each descriptor's name is cut to its first 10 bytes

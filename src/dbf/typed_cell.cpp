@@ -25,6 +25,24 @@ std::string le_image(uint64_t v, unsigned n) {
     return out;
 }
 
+std::string be_image(uint64_t v, unsigned n) {
+    std::string out;
+    for (unsigned k = n; k-- > 0;) out.push_back(static_cast<char>(v >> (8 * k)));
+    return out;
+}
+
+// A dBASE 7 O cell: positive numbers with the sign bit set, negative ones
+// with every bit inverted, big-endian.
+std::string dbase7_double_image(double d) {
+    uint64_t bits;
+    std::memcpy(&bits, &d, sizeof bits);
+    bits = (bits >> 63) ? ~bits : bits | (uint64_t(1) << 63);
+    return be_image(bits, 8);
+}
+
+// Milliseconds from 0001-01-01 counted as day 1 to 1970-01-01.
+constexpr double timestamp_epoch_ms = 719163.0 * 86400000.0;
+
 std::string double_image(double d) {
     uint64_t bits;
     std::memcpy(&bits, &d, sizeof bits);
@@ -247,6 +265,11 @@ bool blank_reads_null(const cell_layout& f) {
         case 'L':
         case 'T':
             return true;
+        case 'I':
+        case 'O':
+            return f.dbase7;
+        case '@':
+            return true;
         default:
             return is_memo_type(f);
     }
@@ -321,7 +344,12 @@ bool encode_cell(const cell_layout& f, const Tqz_dbf_value& v, const std::string
             if (v.kind == QZ_DBF_VALUE_BOOL || !as_int64(v, i)) return refuse(f, v, why);
             if (i < std::numeric_limits<int32_t>::min() || i > std::numeric_limits<int32_t>::max())
                 return too_wide("the integer " + std::to_string(i));
-            image = le_image(static_cast<uint32_t>(static_cast<int32_t>(i)), 4);
+            // In dBASE 7 the image of the smallest integer is all zeros: the
+            // empty cell.
+            if (f.dbase7 && i == std::numeric_limits<int32_t>::min())
+                return too_wide("the integer " + std::to_string(i) + " (an empty cell in dBASE 7)");
+            const uint32_t bits = static_cast<uint32_t>(static_cast<int32_t>(i));
+            image = f.dbase7 ? be_image(bits ^ 0x80000000u, 4) : le_image(bits, 4);
             break;
         }
         case 'B':
@@ -332,7 +360,7 @@ bool encode_cell(const cell_layout& f, const Tqz_dbf_value& v, const std::string
                 why = "a number that is not finite does not go into a field";
                 return false;
             }
-            image = double_image(d);
+            image = f.dbase7 && f.type == 'O' ? dbase7_double_image(d) : double_image(d);
             break;
         }
         case 'Y': {
@@ -379,9 +407,22 @@ bool encode_cell(const cell_layout& f, const Tqz_dbf_value& v, const std::string
         case '0':
             why = "the null flags field is kept by the table itself";
             return false;
-        case '@':
-            why = "timestamp (@) fields are not written by this library";
-            return false;
+        case '@': {
+            int64_t ms;
+            if (!as_epoch_ms(v, ms)) return refuse(f, v, why);
+            // Whole milliseconds up to 2^53 stay exact in the double.
+            const double stored = static_cast<double>(ms) + timestamp_epoch_ms;
+            if (stored < 86400000.0 || stored > 9007199254740992.0) {
+                why =
+                    "the timestamp lies before 0001-01-01 or past the days a field of type @ "
+                    "counts exactly";
+                return false;
+            }
+            uint64_t bits;
+            std::memcpy(&bits, &stored, sizeof bits);
+            image = be_image(bits, 8);
+            break;
+        }
         default:
             if (v.kind != QZ_DBF_VALUE_BYTES) return refuse(f, v, why);
             if (v.length > n) return too_wide("bytes of " + std::to_string(v.length));

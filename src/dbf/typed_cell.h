@@ -16,6 +16,7 @@ struct cell_layout {
     unsigned int length = 0;
     int decimals = 0;
     bool visual_foxpro = false;  // version 0x30..0x32: B is a double, memos may take 4 bytes
+    bool dbase7 = false;  // version 0x04 or 0x8C: I, + and O big-endian with order bits flipped
 };
 
 // Whether the field keeps its value in a memo file (M, G, P, W, and B
@@ -26,8 +27,9 @@ bool is_memo_type(const cell_layout& f);
 // binary ones (I, B, O, Y, T, @, +, and memo block numbers of 4 bytes).
 std::string blank_image(const cell_layout& f);
 
-// Whether a blank image reads back as null (N, F, D, L, T, memo fields);
-// a blank C field is an empty text.
+// Whether a blank image reads back as null (N, F, D, L, T, memo fields,
+// and the zeros of I, O and @ in dBASE 7 tables); a blank C field is an
+// empty text.
 bool blank_reads_null(const cell_layout& f);
 
 // The image of `value` for a field that is no memo field, `length` bytes.
@@ -35,7 +37,11 @@ bool blank_reads_null(const cell_layout& f);
 // text values). False with `why` when the field cannot hold the value: a
 // kind the type does not take, a text or number too wide, an integer out
 // of range, a date that is none, a non-finite number, or a type written
-// by the table alone (+, _NullFlags).
+// by the table alone (+, _NullFlags). dBASE 7 tables keep I big-endian
+// with the sign bit flipped and O big-endian with the sign bit set for
+// positive numbers and every bit inverted for negative ones, so that the
+// bytes sort as the numbers; @ is a big-endian double of milliseconds
+// counted from 0001-01-01 as day 1, in every table.
 bool encode_cell(const cell_layout& f, const Tqz_dbf_value& value, const std::string& table_text,
                  std::string& image, std::string& why);
 

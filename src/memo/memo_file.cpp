@@ -36,6 +36,7 @@ void Tqz_memo_file::close() {
 bool Tqz_memo_file::open_file(const wchar_t* path, bool read_only) {
     if (file) std::fclose(file);
     file = qz::filesystem::wfopen(path ? path : L"", read_only ? "rb" : "rb+");
+    this->read_only = read_only;
     return file != nullptr;
 }
 

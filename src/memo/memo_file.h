@@ -18,6 +18,8 @@ class Tqz_memo_file {
     // Frees the buffer (capacity 0) and closes the file.
     void close();
     bool is_open() const { return file != nullptr; }
+    // Whether the file is open for writing ("rb+").
+    bool is_writable() const { return file != nullptr && !read_only; }
 
     // Raw access for the memo layouts built on the file: up to `n` bytes
     // from `offset` (the count read), `n` bytes written at `offset` and
@@ -50,6 +52,7 @@ class Tqz_memo_file {
     char* reserve(uint32_t len);
 
     FILE* file = nullptr;
+    bool read_only = true;
     int32_t buff_size = 0;
     char* buff = nullptr;  // malloc'd, buff_size bytes
 };

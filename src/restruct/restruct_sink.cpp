@@ -8,7 +8,10 @@
 #include <ctime>
 #include <cstdio>
 
+#include "dbf/dbase7_descriptors.h"
 #include "dbf/number_text.h"
+#include "dbf/typed_cell.h"
+#include "errors/last_error.h"
 #include "memory/records.h"
 #include "restruct/rstrct.h"
 #include "support/strutil.h"
@@ -45,7 +48,7 @@ uint8_t new_version(uint8_t v) {
         case 0xFB:
             return v;
         case 0x8C:
-            return 0x83;
+            return 0x8B;  // its .dbt blocks have dBASE IV headers
         default:
             return 0x03;
     }
@@ -110,6 +113,7 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
     for (unsigned int k = 0; k < old_nf; ++k)
         old_offset[k + 1] = old_offset[k] + old.get_field_flen(k);
     const size_t old_length = old_dbf ? old_dbf->get_record_length() : 0;
+    const bool old_dbase7 = old_dbf && is_dbase7_version(old_dbf->get_header()[hdr_version]);
 
     plans.clear();
     for (size_t j = 0; j < entries.size(); ++j) {
@@ -129,6 +133,30 @@ bool Tqz_restruct_sink::lay_out(unsigned int n_records) {
             old.get_field_dlen(static_cast<unsigned int>(p.old_no)) == e.get_field().dlen &&
             old_offset[static_cast<size_t>(p.old_no) + 1] <= old_length;
         p.decimals = e.get_field().dlen;
+        p.dbase7_letter = 0;
+        if (old_dbase7 && p.status != dbf_fld_new && static_cast<unsigned>(p.old_no) < old_nf) {
+            const char letter = old_dbf->get_field_letter(static_cast<unsigned int>(p.old_no));
+            const unsigned int need = letter == 'I' || letter == '+' ? 4 : 8;
+            if (std::strchr("I+O@", letter) &&
+                old.get_field_flen(static_cast<unsigned int>(p.old_no)) >= need &&
+                old_offset[static_cast<size_t>(p.old_no) + 1] <= old_length) {
+                const char to = e.get_field().type;
+                const bool number = letter != '@';
+                // B only as an 8-byte double: wider, it names a memo block.
+                const bool fits = number ? std::strchr("CNFIO+Y", to) != nullptr ||
+                                               (to == 'B' && e.get_field().flen == 8)
+                                         : std::strchr("CDT", to) != nullptr;
+                if (!fits) {
+                    qz::errors::set(
+                        qz::errors::value,
+                        std::string("field ") + e.get_field().name + ": the " + letter +
+                            " values of a dBASE 7 table do not go into a field of type " + to);
+                    return false;
+                }
+                p.dbase7_letter = letter;
+                p.bytes = false;
+            }
+        }
         plans.push_back(p);
     }
 
@@ -196,6 +224,10 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
         return;
     }
     const unsigned int o = static_cast<unsigned int>(p.old_no);
+    if (p.dbase7_letter) {
+        convert_dbase7(j, p, dst, src);
+        return;
+    }
     if (p.bytes) {
         size_t avail = 0;
         unsigned char* to = cell(j, k, field_length(j), avail);
@@ -267,6 +299,81 @@ void Tqz_restruct_sink::convert(int j, const Plan& p, unsigned int dst, unsigned
                     : s);
             return;
     }
+}
+
+void Tqz_restruct_sink::convert_dbase7(int j, const Plan& p, unsigned int dst, unsigned int src) {
+    // The old cell's bytes, decoded.
+    const char* raw = old_dbf->get_string(p.old_no, static_cast<int>(src));
+    if (!raw) return;
+    const auto* bytes = reinterpret_cast<const uint8_t*>(raw);
+    Tqz_dbf_value v{QZ_DBF_VALUE_NULL, 0, 0.0, nullptr, 0};
+    if (p.dbase7_letter == 'O') {
+        if (dbase7_double(bytes, v.d)) v.kind = QZ_DBF_VALUE_DOUBLE;
+    } else if (p.dbase7_letter == '@') {
+        if (int64_t ms; timestamp_ms(bytes, ms)) {
+            v.kind = QZ_DBF_VALUE_DATETIME;
+            v.i = ms;
+        }
+    } else {
+        int32_t word;
+        std::memcpy(&word, bytes, 4);
+        if (word != 0) {
+            v.kind = QZ_DBF_VALUE_INT;
+            v.i = dbase7_integer(word);
+        }
+    }
+    // The new cell's image, as a typed write makes it for the new table's
+    // layout; a value the new field cannot hold leaves the cell blank.
+    cell_layout layout;
+    layout.type = get_field_letter(static_cast<unsigned int>(j));
+    layout.length = field_length(j);
+    layout.decimals = p.decimals;
+    std::string image, why, text;
+    if (v.kind == QZ_DBF_VALUE_NULL) {
+        image = blank_image(layout);
+    } else if (layout.type == 'C') {
+        // Text as the typed interface shows the value.
+        char buf[40];
+        if (v.kind == QZ_DBF_VALUE_INT) {
+            text = std::to_string(v.i);
+        } else if (v.kind == QZ_DBF_VALUE_DOUBLE) {
+            std::snprintf(buf, sizeof buf, "%.15g", v.d);
+            if (std::strtod(buf, nullptr) != v.d) std::snprintf(buf, sizeof buf, "%.17g", v.d);
+            text = buf;
+        } else {
+            int64_t days = v.i / 86400000, rest = v.i % 86400000;
+            if (rest < 0) {
+                rest += 86400000;
+                --days;
+            }
+            int64_t y;
+            unsigned m, d;
+            civil_from_days(days, y, m, d);
+            std::snprintf(buf, sizeof buf, "%04lld-%02u-%02uT%02lld:%02lld:%02lld.%03lld",
+                          static_cast<long long>(y), m, d, static_cast<long long>(rest / 3600000),
+                          static_cast<long long>(rest / 60000 % 60),
+                          static_cast<long long>(rest / 1000 % 60),
+                          static_cast<long long>(rest % 1000));
+            text = buf;
+        }
+        Tqz_dbf_value t{QZ_DBF_VALUE_TEXT, 0, 0.0, text.c_str(), text.size()};
+        if (!encode_cell(layout, t, text, image, why)) image = blank_image(layout);
+    } else {
+        if (layout.type == 'D' && v.kind == QZ_DBF_VALUE_DATETIME) {
+            int64_t y;
+            unsigned m, d;
+            int64_t days = v.i / 86400000;
+            if (v.i % 86400000 < 0) --days;
+            civil_from_days(days, y, m, d);
+            v.kind = QZ_DBF_VALUE_DATE;
+            v.i = y * 10000 + m * 100 + d;
+        }
+        if (layout.type == '+') layout.type = 'I';  // the same image: a caller may not write it
+        if (!encode_cell(layout, v, "", image, why)) image = blank_image(layout);
+    }
+    size_t avail = 0;
+    unsigned char* to = cell(j, static_cast<int>(dst), field_length(j), avail);
+    if (to) std::memcpy(to, image.data(), std::min(avail, image.size()));
 }
 
 void Tqz_restruct_sink::set_string(int field, int record, const char* text) {

@@ -43,8 +43,14 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
     // bytes (not cut to 10 bytes of system text). The version byte (unless
     // the old header has another layout) and the language driver byte are
     // kept.
-    // False when the layout does not fit a table header (no fields, more
-    // than 65535 bytes of header or record) or memory runs out.
+    // A dBASE 7 table becomes dBASE III (dBASE IV with its memo file, whose
+    // blocks keep their dBASE IV headers); its I, +, O and @ cells are
+    // decoded and written in the new field's form (an empty cell as a blank
+    // or zero one). False when the layout does not fit a table header (no
+    // fields, more than 65535 bytes of header or record), memory runs out,
+    // or a dBASE 7 field would go into a type that cannot take its values
+    // (@ into anything but C, D or T; numbers into D, L, T or a memo; the
+    // last error says which field).
     bool lay_out(unsigned int n_records);
 
     // Records 0..count-1 become the old table's records first..first+count-1
@@ -66,6 +72,9 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
         Tqz_dbf_field_type old_type;
         bool bytes;  // copied as bytes
         int decimals;
+        // A dBASE 7 I, +, O or @ field of the old table: its value decoded
+        // from the big-endian form and written in the new table's form.
+        char dbase7_letter;
     };
     // Bytes copied from the old record straight into the new one: runs of
     // unchanged fields that lie side by side in both (a memory table only).
@@ -73,6 +82,7 @@ class Tqz_restruct_sink final : public Tqz_dbf_memory_core {
         size_t from, to, length;
     };
     void convert(int j, const Plan& p, unsigned int dst, unsigned int src);
+    void convert_dbase7(int j, const Plan& p, unsigned int dst, unsigned int src);
 
     Tqz_dbf_ibasic& old;
     Tqz_dbf_basic* old_dbf;  // the old table when it is a DBF table, for raw bytes

@@ -99,6 +99,7 @@ int main(int argc, char** argv) {
           QZ_DBF_DELMASK_CANNOT_OPEN);
     CHECK(!qz_dbf_restruct_apply_progress(NULL, NULL, NULL));
     CHECK(qz_dbf_get_field_long_name(NULL, 0) == NULL);
+    CHECK(qz_dbf_get_field_width(NULL, 0) == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }

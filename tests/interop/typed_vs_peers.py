@@ -96,18 +96,31 @@ def header_of(path):
 
 
 def wide_character_fields(t, header):
-    """C fields with a length high byte that the header's record length confirms."""
+    """C fields with a length high byte (in the decimals byte of their
+    32-byte descriptor) that the header's record length confirms. Read from
+    the descriptors themselves: dbfread has already folded the high byte
+    into its field lengths."""
     record_length = header[10] | header[11] << 8
-    wide = sum(f.length + (256 * f.decimal_count if f.type == "C" else 0) for f in t.fields)
-    return any(f.type == "C" and f.decimal_count for f in t.fields) and wide + 1 == record_length
+    if header[0] in (0x30, 0x31, 0x32) or header[0] in (0x04, 0x8C):
+        return False
+    wide, high = 0, False
+    with open(t.filename, "rb") as f:
+        area = f.read(header[8] | header[9] << 8)
+    for at in range(32, len(area) - 31, 32):
+        if area[at] == 0x0D:
+            break
+        length, decimals = area[at + 16], area[at + 17]
+        wide += length
+        if chr(area[at + 11]) == "C" and decimals:
+            wide += 256 * decimals
+            high = True
+    return high and wide + 1 == record_length
 
 
 def whose(fd, o, th, t, header):
     """Why a typed cell differs: ("peer"|"table"|"ours", reason)."""
     version = header[0]
     record_length = header[10] | header[11] << 8
-    if wide_character_fields(t, header):
-        return "peer", "C longer than 255 read by its low length byte only, fields after it shifted"
     if 1 + sum(f.length for f in t.fields) != record_length:
         return "table", "header record length disagrees with the fields (we follow the header)"
     if fd.type == "V" and isinstance(o, str) and isinstance(th, str) and th.startswith(o):
@@ -227,7 +240,7 @@ for path in sorted(tables):
                         gdal_diffs["null flag ignored by GDAL (null read as blanks)"].append(
                             (rel, fd.name, row, repr(o)[:30], repr(g)[:30]))
                     elif wide_character_fields(t, header) and isinstance(o, str):
-                        gdal_diffs["C over 255 read by GDAL by its low length byte"].append(
+                        gdal_diffs["GDAL reads a C field over 255 by its length byte alone: the fields after it shift"].append(
                             (rel, fd.name, row, repr(o)[:30], repr(g)[:30]))
                     elif isinstance(o, str) and o.lstrip() == g.lstrip() + o[len(g.lstrip()) + len(o) - len(o.lstrip()):] and len(g.encode("utf-8", "surrogateescape")) < len(o.encode("utf-8")):
                         gdal_diffs["text cut by GDAL"].append((rel, fd.name, row, repr(o)[:30], repr(g)[:30]))

@@ -96,7 +96,9 @@ TEST(TypedCell, ImagesByType) {
          std::string("\0\0\0\0\0\0\xF0\x3F", 8)},
         {{'C', 3, 0, false}, v_of(QZ_DBF_VALUE_BYTES, 0, 0, "ab"), "ab "},
         {{'+', 4, 0, true}, v_of(QZ_DBF_VALUE_INT, 1, 0, nullptr), ""},
-        {{'@', 8, 0, false}, v_of(QZ_DBF_VALUE_DATETIME, 1, 0, nullptr), ""},
+        {{'@', 8, 0, false},
+         v_of(QZ_DBF_VALUE_DATETIME, 1, 0, nullptr),
+         std::string("\x42\xCC\x41\x8B\xA9\x9A\0\x80", 8)},
         {{'Q', 4, 0, true}, v_of(QZ_DBF_VALUE_BYTES, 0, 0, "xy"), std::string("xy\0\0", 4)},
     };
     for (const auto& c : cases) {
