@@ -427,7 +427,9 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                     if (v == nullptr) throw py::error_already_set();
                 } else {
                     bool ok = false;
-                    py::object o = col->kind == column_kind::cell
+                    // Character fields over 255 bytes: the classic getter
+                    // stops at the length byte, the typed one reads the width.
+                    py::object o = col->kind == column_kind::cell || f.length > 255
                                        ? get_cell(h, f, col->field, records[j], t.decimals())
                                        : text_value(qz_dbf_get_str(h, col->field, records[j], ok));
                     v = o.release().ptr();
