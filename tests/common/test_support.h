@@ -1,6 +1,7 @@
 // Helpers shared by the test suites: temporary folders and file bytes.
 #pragma once
 
+#include <clocale>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -71,5 +72,20 @@ unsigned u16_at(const std::vector<uint8_t>& b, size_t at);
 // the file's bytes hold them, trailing spaces dropped; "<missing>" past the end.
 std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned offset,
                      unsigned length);
+
+// The classic locale for this thread while it lives (sprintf's decimal
+// point), whatever the process locale is.
+struct C_locale {
+    C_locale() : loc(newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr))) {
+        old = uselocale(loc);
+    }
+    ~C_locale() {
+        uselocale(old);
+        freelocale(loc);
+    }
+    C_locale(const C_locale&) = delete;
+    C_locale& operator=(const C_locale&) = delete;
+    locale_t loc, old;
+};
 
 }  // namespace qz_test

@@ -12,21 +12,11 @@
 #include <string>
 
 #include "dbf/number_text.h"
+#include "test_support.h"
 
 namespace {
 
 using namespace qz::dbf;
-
-struct C_locale {
-    C_locale() : loc(newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr))) {
-        old = uselocale(loc);
-    }
-    ~C_locale() {
-        uselocale(old);
-        freelocale(loc);
-    }
-    locale_t loc, old;
-};
 
 std::string random_text(std::mt19937& rng, const char* alphabet, size_t max_len) {
     size_t n = 1 + rng() % max_len, k = std::strlen(alphabet);
@@ -36,7 +26,7 @@ std::string random_text(std::mt19937& rng, const char* alphabet, size_t max_len)
 }
 
 void expect_scan_like_sscanf(const std::string& text) {
-    C_locale c;
+    qz_test::C_locale c;
     double want = 0, got = 0;
     bool want_ok = std::sscanf(text.c_str(), "%lg", &want) == 1;
     bool got_ok = scan_double(text.c_str(), got);
@@ -88,7 +78,7 @@ TEST(NumberText, ScanningReadsWhatSscanfReads) {
 }
 
 TEST(NumberText, FormattingWritesWhatSprintfWrites) {
-    C_locale c;
+    qz_test::C_locale c;
     std::mt19937_64 rng(2);
     char want[2048];
     std::string got;

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
@@ -112,30 +113,27 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     // 2020-02-20T20:20:20.123, 9999-12-31T23:59:59.999.
     const long long stamps[] = {-62135596800000LL, -11644473600000LL, -1, 0,
                                 1582230020123LL,   253402300799999LL};
-    std::vector<std::vector<uint8_t>> images;
-    for (long long i : ints) {
-        Tqz_dbf_value v{QZ_DBF_VALUE_INT, i, 0.0, nullptr, 0};
-        ASSERT_TRUE(qz_dbf_set_value(t, f_int, 0, &v)) << qz_dbf_last_error_message();
-        Tqz_dbf_value back;
-        ASSERT_TRUE(qz_dbf_get_value(t, f_int, 0, &back));
-        EXPECT_EQ(back.kind, QZ_DBF_VALUE_INT);
-        EXPECT_EQ(back.i, i);
-        qz_dbf_flush(t);
-        images.push_back(cell_bytes(qz_test::read_bytes(path), 0, off_int, 4));
-    }
+    // Writes each value, reads it back, and gives the cell's bytes on disk.
+    auto written = [&](unsigned field, unsigned record, size_t offset, size_t width, int kind,
+                       const long long* values, size_t count) {
+        std::vector<std::vector<uint8_t>> images;
+        for (size_t k = 0; k < count; ++k) {
+            Tqz_dbf_value v{kind, values[k], 0.0, nullptr, 0};
+            EXPECT_TRUE(qz_dbf_set_value(t, field, record, &v)) << qz_dbf_last_error_message();
+            Tqz_dbf_value back;
+            EXPECT_TRUE(qz_dbf_get_value(t, field, record, &back));
+            EXPECT_EQ(back.kind, kind);
+            EXPECT_EQ(back.i, values[k]);
+            qz_dbf_flush(t);
+            images.push_back(cell_bytes(qz_test::read_bytes(path), record, offset, width));
+        }
+        return images;
+    };
+    std::vector<std::vector<uint8_t>> images =
+        written(f_int, 0, off_int, 4, QZ_DBF_VALUE_INT, ints, std::size(ints));
     EXPECT_TRUE(std::is_sorted(images.begin(), images.end()));
     EXPECT_EQ(images[3], (std::vector<uint8_t>{0x80, 0, 0, 0}));  // 0 is no empty cell
-    images.clear();
-    for (long long ms : stamps) {
-        Tqz_dbf_value v{QZ_DBF_VALUE_DATETIME, ms, 0.0, nullptr, 0};
-        ASSERT_TRUE(qz_dbf_set_value(t, f_ts, 1, &v)) << qz_dbf_last_error_message();
-        Tqz_dbf_value back;
-        ASSERT_TRUE(qz_dbf_get_value(t, f_ts, 1, &back));
-        EXPECT_EQ(back.kind, QZ_DBF_VALUE_DATETIME);
-        EXPECT_EQ(back.i, ms);
-        qz_dbf_flush(t);
-        images.push_back(cell_bytes(qz_test::read_bytes(path), 1, off_ts, 8));
-    }
+    images = written(f_ts, 1, off_ts, 8, QZ_DBF_VALUE_DATETIME, stamps, std::size(stamps));
     EXPECT_TRUE(std::is_sorted(images.begin(), images.end()));
     // A date is its midnight; null is the empty cell (zeros).
     Tqz_dbf_value date{QZ_DBF_VALUE_DATE, 20200220, 0.0, nullptr, 0}, back;

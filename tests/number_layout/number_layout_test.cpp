@@ -15,24 +15,12 @@
 #include <vector>
 
 #include "dbf/number_text.h"
+#include "test_support.h"
 
 namespace {
 
 using qz::dbf::number_cell_text;
 using qz::dbf::number_layout;
-
-// The classic locale for this thread while the test runs (sprintf's decimal
-// point).
-struct C_locale {
-    C_locale() : loc(newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr))) {
-        old = uselocale(loc);
-    }
-    ~C_locale() {
-        uselocale(old);
-        freelocale(loc);
-    }
-    locale_t loc, old;
-};
 
 // The former writer, split in its two steps: the format of a field (built
 // as text once per field, as the table kept it), then one value under it.
@@ -111,7 +99,7 @@ double value_for(splitmix& rng, int kind, int dlen) {
 }
 
 TEST(NumberLayout, AMillionValuesGiveTheBytesOfTheFieldFormat) {
-    C_locale c;
+    qz_test::C_locale c;
     splitmix rng{20261125};
     // Every length a byte holds; for N and M every decimal count up to the
     // length (at most 18), plus counts no table should have (negative or
