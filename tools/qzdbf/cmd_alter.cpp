@@ -174,12 +174,22 @@ int run_alter(const std::string& path, const Alterations& changes) {
     qz_dbf_close(before);
 
     Progress bar("alter", records);
+    qz_dbf_clear_last_error();
     const bool done = qz_dbf_restruct_apply_progress(d, Progress::library_callback, &bar);
     bar.finish();
     qz_dbf_restruct_destroy(d);
-    if (!done)
-        return fail(kIoError, "cannot rewrite '" + path +
-                                  "' (held by another writer, or not writable); nothing changed");
+    if (!done) {
+        // A value the new layout cannot take is the caller's to change (2);
+        // anything else is the file's state (3). The table is as it was.
+        const int why = qz_dbf_last_error();
+        if (why == QZ_DBF_OK)
+            return fail(kIoError,
+                        "cannot rewrite '" + path +
+                            "' (held by another writer, or not writable); nothing changed");
+        return fail(
+            why == QZ_DBF_ERR_VALUE ? kBadUsage : kIoError,
+            "cannot rewrite '" + path + "': " + qz_dbf_last_error_message() + "; nothing changed");
+    }
     Tqz_dbf_rw* after = qz_dbf_open(path.c_str(), true, false);
     if (!after) return fail(kFailed, "cannot open '" + path + "' after the rewrite");
     print_layout(after, "new layout");
