@@ -11,6 +11,7 @@
 #include "api/table_rw.h"
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace {
@@ -135,6 +136,9 @@ TEST(Neutral, HandleWithoutTable) {
     h->close();
     sweep(h, 0, 0, false);
     qz_dbf_close(h);
+    // No memory table: the deletion flags answer neutrally too.
+    EXPECT_EQ(qz_dbf_mem_get_deleted(nullptr, 0), -1);
+    EXPECT_FALSE(qz_dbf_mem_set_deleted(nullptr, 0, true));
 }
 
 // A table of every field type with three records, the file cut in the
