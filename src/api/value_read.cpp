@@ -128,10 +128,10 @@ bool ascii_transparent(const std::string& name) {
     auto it = known.find(name);
     if (it != known.end()) return it->second;
     static const char probe[] = " 09AZaz~!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}";
-    bool same = false;
+    // An unknown name converts to "", which is not the probe.
     const std::string back =
-        qz::strconv::convert<std::string>(probe, sizeof probe - 1, name.c_str(), "UTF-8", &same);
-    return known[name] = same && back == probe;
+        qz::strconv::convert<std::string>(probe, sizeof probe - 1, name.c_str(), "UTF-8", nullptr);
+    return known[name] = back == probe;
 }
 
 // What the reader depends on besides the table and the encoding: the
