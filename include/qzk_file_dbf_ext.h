@@ -382,6 +382,13 @@ QZ_DBF_API unsigned int qz_dbf_get_record_images(Tqz_dbf_rw* handle, unsigned in
  * error, for a null handle or no such field. */
 QZ_DBF_API const char* qz_dbf_get_field_long_name(Tqz_dbf_rw* handle, unsigned int field);
 
+/* A field's type letter as its descriptor holds it, also the letters no
+ * Tqz_dbf_field_type stands for ('+', '@', 'O', 'G', 'Q', 'V', ...), where
+ * qz_dbf_get_field_type says dbf_ft_unknown; for OGR and other storages the
+ * letter of qz_dbf_get_field_type ('?' when none). '\0', with the last
+ * error, for a null handle or no such field. */
+QZ_DBF_API char qz_dbf_get_field_letter(Tqz_dbf_rw* handle, unsigned int field);
+
 /* ---- Progress of long rewrites ------------------------------------------------
  *
  * Deleting records by mask and applying a restructure descriptor rewrite a

@@ -104,6 +104,15 @@ TEST(Dbase7, CorpusTablesReadFieldByFieldAndValueByValue) {
             const char* classic = qz_dbf_get_field_name(t, static_cast<unsigned>(f));
             ASSERT_NE(classic, nullptr);
             EXPECT_EQ(std::string(classic), full.substr(0, 10));
+            const char* whole = qz_dbf_get_field_long_name(t, static_cast<unsigned>(f));
+            EXPECT_STREQ(whole ? whole : "(null)", c.long_names[f]);
+        }
+        if (std::strcmp(c.path, "php-xbase/dBase/dBaseVII.dbf") == 0) {
+            // The letters as written, also those no classic type stands for.
+            std::string letters;
+            for (unsigned f = 0; f < c.fields; ++f) letters += qz_dbf_get_field_letter(t, f);
+            EXPECT_EQ(letters, "CDLMNM+IN@BG");
+            EXPECT_EQ(qz_dbf_get_field_letter(t, c.fields), '\0');
         }
         for (const cell& x : c.cells) {
             // Integers read the same through the classic interface.

@@ -98,7 +98,7 @@ int main(int argc, char** argv) {
     CHECK(qz_dbf_del_records_by_msk_progress_w(NULL, NULL, NULL, NULL) ==
           QZ_DBF_DELMASK_CANNOT_OPEN);
     CHECK(!qz_dbf_restruct_apply_progress(NULL, NULL, NULL));
-    CHECK(qz_dbf_get_field_long_name(NULL, 0) == NULL);
+    CHECK(qz_dbf_get_field_long_name(NULL, 0) == NULL && qz_dbf_get_field_letter(NULL, 0) == 0);
     CHECK(qz_dbf_get_field_width(NULL, 0) == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;

@@ -17,6 +17,7 @@
 #include "field_names.h"
 #include "progress.h"
 #include "qzk_file_dbf_ext.h"
+#include "table_values.h"
 
 namespace qzdbf {
 
@@ -145,8 +146,7 @@ void print_layout(Tqz_dbf_rw* t, const char* title) {
     std::printf("%s\n  %4s  %-10s  %4s  %3s  %3s\n", title, "#", "name", "type", "len", "dec");
     for (unsigned int i = 0; i < qz_dbf_get_nf(t); ++i) {
         const char* name = qz_dbf_get_field_name(t, i);
-        std::printf("  %4u  %-10s  %4c  %3u  %3d\n", i, name ? name : "",
-                    static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, i))),
+        std::printf("  %4u  %-10s  %4c  %3u  %3d\n", i, name ? name : "", field_letter(t, i),
                     qz_dbf_get_field_flen(t, i), qz_dbf_get_field_dlen(t, i));
     }
 }

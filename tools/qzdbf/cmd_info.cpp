@@ -7,6 +7,7 @@
 #include "command.h"
 #include "qzk_file_dbf.h"
 #include "qzk_file_dbf_ext.h"
+#include "table_values.h"
 
 namespace qzdbf {
 
@@ -101,8 +102,7 @@ int run_info(const Read_options& o) {
         std::printf("\n  %4s  %-10s  %4s  %3s  %3s\n", "#", "name", "type", "len", "dec");
         for (unsigned i = 0; i < nf; ++i) {
             const char* name = qz_dbf_get_field_name(t, i);
-            Tqz_dbf_field_type type = qz_dbf_get_field_type(t, i);
-            char letter = type == dbf_ft_unknown ? '?' : static_cast<char>(qz_dbftype2char(type));
+            const char letter = field_letter(t, i);
             std::printf("  %4u  %-10s  %4c  %3u  %3d\n", i, name ? name : "", letter,
                         qz_dbf_get_field_flen(t, i), qz_dbf_get_field_dlen(t, i));
         }

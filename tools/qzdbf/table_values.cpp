@@ -5,8 +5,8 @@
 namespace qzdbf {
 
 char field_letter(Tqz_dbf_rw* table, unsigned int field) {
-    const int c = qz_dbftype2char(qz_dbf_get_field_type(table, field));
-    return c > ' ' && c < 0x7F ? static_cast<char>(c) : '?';
+    const char c = qz_dbf_get_field_letter(table, field);
+    return c > ' ' && c < 0x7F ? c : '?';
 }
 
 Value_class value_class(Tqz_dbf_rw* table, unsigned int field) {
