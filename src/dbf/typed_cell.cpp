@@ -410,14 +410,16 @@ bool encode_cell(const cell_layout& f, const Tqz_dbf_value& v, const std::string
         case '@': {
             int64_t ms;
             if (!as_epoch_ms(v, ms)) return refuse(f, v, why);
-            // Whole milliseconds up to 2^53 stay exact in the double.
-            const double stored = static_cast<double>(ms) + timestamp_epoch_ms;
-            if (stored < 86400000.0 || stored > 9007199254740992.0) {
+            // Whole milliseconds up to 2^53 stay exact in the double; the
+            // range is checked on integers, before any rounding.
+            constexpr int64_t epoch = 719163LL * 86400000LL, exact = 1LL << 53;
+            if (ms < 86400000LL - epoch || ms > exact - epoch) {
                 why =
                     "the timestamp lies before 0001-01-01 or past the days a field of type @ "
                     "counts exactly";
                 return false;
             }
+            const double stored = static_cast<double>(ms + epoch);
             uint64_t bits;
             std::memcpy(&bits, &stored, sizeof bits);
             image = be_image(bits, 8);

@@ -110,9 +110,10 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     const long long ints[] = {std::numeric_limits<int32_t>::min() + 1, -65536, -1, 0, 1, 255,
                               std::numeric_limits<int32_t>::max()};
     // 0001-01-01, 1601-01-01, 1969-12-31T23:59:59.999, 1970-01-01,
-    // 2020-02-20T20:20:20.123, 9999-12-31T23:59:59.999.
-    const long long stamps[] = {-62135596800000LL, -11644473600000LL, -1, 0,
-                                1582230020123LL,   253402300799999LL};
+    // 2020-02-20T20:20:20.123, 9999-12-31T23:59:59.999, the last millisecond
+    // the double holds exactly (2^53 since day 1).
+    const long long stamps[] = {-62135596800000LL, -11644473600000LL, -1, 0, 1582230020123LL,
+                                253402300799999LL, 8945063571540992LL};
     // Writes each value, reads it back, and gives the cell's bytes on disk.
     auto written = [&](unsigned field, unsigned record, size_t offset, size_t width, int kind,
                        const long long* values, size_t count) {
@@ -155,8 +156,9 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
                                      {QZ_DBF_VALUE_INT, -(1LL << 31), 0.0, nullptr, 0},
                                      {QZ_DBF_VALUE_BYTES, 0, 0.0, "12", 2},
                                      {QZ_DBF_VALUE_DATETIME, -62135596800001LL, 0.0, nullptr, 0},
+                                     {QZ_DBF_VALUE_DATETIME, 8945063571540993LL, 0.0, nullptr, 0},
                                      {QZ_DBF_VALUE_INT, 9, 0.0, nullptr, 0}};
-    const unsigned refused_field[] = {f_int, f_int, f_int, f_ts, f_auto};
+    const unsigned refused_field[] = {f_int, f_int, f_int, f_ts, f_ts, f_auto};
     static_assert(sizeof refused / sizeof refused[0] == sizeof refused_field / sizeof(unsigned));
     for (size_t k = 0; k < sizeof refused_field / sizeof(unsigned); ++k) {
         EXPECT_FALSE(qz_dbf_set_value(t, refused_field[k], 0, &refused[k])) << k;
