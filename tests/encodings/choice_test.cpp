@@ -18,7 +18,7 @@ const std::pair<const char*, const char*> spellings[] = {
     {"1252", "CP1252"}, {"ANSI 1251", "CP1251"}, {"OEM 866", "CP866"},
     {"Windows-1250", "CP1250"}, {"88591", "ISO-8859-1"}, {"8859_1", "ISO-8859-1"},
     {"885916", "ISO-8859-16"}, {"885912", ""}, {"885917", ""}, {"ISO_8859_2", "ISO-8859-2"},
-    {"28592", "ISO-8859-2"}, {"latin2", "ISO-8859-2"}, {"latin9", "ISO-8859-15"},
+    {"28592", "ISO-8859-2"}, {"28606", "ISO-8859-16"}, {"28607", ""}, {"latin2", "ISO-8859-2"}, {"latin9", "ISO-8859-15"},
     {"koi8r", "KOI8-R"}, {"20866", "KOI8-R"}, {"Big-5", "BIG5"}, {"SJIS", "SHIFT_JIS"},
     {"eucjp", "EUC-JP"}, {"  CP866  \n second line ignored", "CP866"}, {"   \n", ""},
     {"not an encoding", ""}, {"CP1251//TRANSLIT", ""}, {"8859", ""}, {"latin11", ""},
