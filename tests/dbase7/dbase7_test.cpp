@@ -156,6 +156,25 @@ std::vector<uint8_t> hand_made(const std::string& name) {
     return b;
 }
 
+// The language-driver name at bytes 32..63 is read in dBASE 7 headers only:
+// elsewhere those bytes are the first field's name.
+TEST(Dbase7, DriverNamesCountOnlyInDbase7Headers) {
+    qz_test::Temp_dir dir;
+    const std::string path = dir.file("driver.dbf");
+    char name[32] = "";
+    qz_test::write_bytes(path, hand_made("NAME"));
+    EXPECT_EQ(qz_dbf_detect_encoding(path.c_str(), nullptr, 0, name, sizeof name),
+              QZ_DBF_ENC_LANGUAGE_DRIVER);
+    EXPECT_STREQ(name, "CP1252");
+    for (uint8_t version : {0x03, 0x83, 0x30}) {
+        qz_test::write_bytes(path, qz_test::dbf_bytes(version, {{"DB866RU0", 'C', 8}}, {{"x"}}));
+        EXPECT_EQ(qz_dbf_detect_encoding(path.c_str(), nullptr, 0, name, sizeof name),
+                  QZ_DBF_ENC_DEFAULT)
+            << int(version);
+        EXPECT_STREQ(name, "CP1251");
+    }
+}
+
 TEST(Dbase7, LongNamesAndDamagedHeadersAreSurvived) {
     qz_test::Temp_dir dir;
     const std::string name31 = "A_FIELD_NAME_OF_31_CHARACTERS_X";
