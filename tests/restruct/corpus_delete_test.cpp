@@ -30,9 +30,9 @@ unsigned held_records(const std::string& path, unsigned claimed) {
 constexpr unsigned kCompared = 3000;
 
 // Every cell of the first kCompared held records as text without trailing
-// blanks; `held` gets the number of records the file holds. `kinds` gets 't'
-// for fields kept as text (C, L, D), 'n' for N (compared by value), 'o' for
-// the others (an F or B value may be written back shorter).
+// blanks (a memo cell: its memo); `held` gets the number of records the file holds. `kinds` gets
+// 't' for fields kept as text (C, L, D, M), 'n' for N (compared by value), 'o' for the others (an F
+// or B value may be written back shorter).
 std::vector<std::vector<std::string>> rows(const std::string& file, std::string* kinds,
                                            unsigned& held) {
     std::vector<std::vector<std::string>> out;
@@ -41,15 +41,22 @@ std::vector<std::vector<std::string>> rows(const std::string& file, std::string*
     const unsigned nf = qz_dbf_get_nf(h);
     for (unsigned f = 0; kinds && f < nf; ++f) {
         const char t = qz_dbftype2char(qz_dbf_get_field_type(h, f));
-        *kinds += t == 'C' || t == 'L' || t == 'D' ? 't' : t == 'N' ? 'n' : 'o';
+        *kinds += t == 'C' || t == 'L' || t == 'D' || t == 'M' ? 't' : t == 'N' ? 'n' : 'o';
     }
     held = held_records(file, qz_dbf_get_nr(h));
     for (unsigned r = 0; r < held && r < kCompared; ++r) {
         out.emplace_back();
         for (unsigned f = 0; f < nf; ++f) {
             bool ok = false;
-            const char* s = qz_dbf_get_str(h, f, r, ok);
-            std::string v = s ? s : "";
+            std::string v;
+            Tqz_dbf_value memo;
+            if (qz_dbf_get_field_type(h, f) != dbf_ft_memo) {
+                const char* s = qz_dbf_get_str(h, f, r, ok);
+                v = s ? s : "";
+            } else if (qz_dbf_get_value(h, f, r, &memo)) {
+                // A memo by its text: the rewrite renumbers the blocks.
+                v = memo.text ? std::string(memo.text, memo.length) : "";
+            }
             while (!v.empty() && (v.back() == ' ' || v.back() == '\0')) v.pop_back();
             out.back().push_back(v);
         }
