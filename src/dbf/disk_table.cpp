@@ -8,6 +8,7 @@
 
 #include "code_page_text.h"
 #include "dbf/dbase7_descriptors.h"
+#include "errors/last_error.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
 
@@ -388,21 +389,33 @@ void Tqz_dbf_disk::add_records(unsigned int count) {
     // megabyte, then the end-of-file byte, and only then the header's new
     // count: a process killed on the way leaves a count no higher than the
     // records in the file.
+    // A file that cannot grow (disk full, a size limit) keeps the count of
+    // the records it took whole.
+    uint32_t added = 0;
+    bool grew = true;
     if (rl > 0 && count > 0) {
         const size_t per_chunk = std::max<size_t>(1, (1u << 20) / rl);
         std::vector<uint8_t> chunk(rl * std::min<size_t>(per_chunk, count), 0x20);
-        for (uint64_t left = count; left > 0;) {
+        for (uint64_t left = count; left > 0 && grew;) {
             size_t n = static_cast<size_t>(std::min<uint64_t>(left, per_chunk));
-            window.write_through(pos, chunk.data(), n * rl);
+            grew = window.write_through(pos, chunk.data(), n * rl);
+            if (!grew) break;
             pos += n * rl;
             left -= n;
+            added += static_cast<uint32_t>(n);
         }
+    } else {
+        added = count;
     }
     const uint8_t eof = end_of_file;
-    window.write_through(pos, &eof, 1);
-    put_u32(header + hdr_record_count, nr + count);
+    if (grew) window.write_through(pos, &eof, 1);
+    put_u32(header + hdr_record_count, nr + added);
     window.write_through(0, header, header_size);
     count_whole_records();
+    if (!grew)
+        qz::errors::set(qz::errors::io, filename,
+                        "the file could not grow: " + std::to_string(added) + " of " +
+                            std::to_string(count) + " records added");
 }
 
 void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {
