@@ -69,7 +69,7 @@ bool is_orphan_sibling(const std::string& name, const std::string& base) {
     if (dot == 0 || dot == std::string::npos || dot + 1 == rest.size()) return false;
     for (size_t i = 0; i < rest.size(); ++i)
         if (i != dot && (rest[i] < '0' || rest[i] > '9')) return false;
-    if (dot > 9) return false;  // no pid has that many digits
+    if (dot > 10) return false;  // no pid has that many digits (2^31 has 10)
     long pid = std::stol(rest.substr(0, dot));
     if (pid <= 0 || pid == static_cast<long>(::getpid())) return false;
     return ::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
@@ -103,32 +103,7 @@ std::wstring sibling_temp_path(const std::wstring& target) {
 }
 
 void remove_stale_siblings(const std::wstring& target) {
-    const std::string dst = native(target);
-    auto slash = dst.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : dst.substr(0, slash + 1);
-    const std::string prefix = (slash == std::string::npos ? dst : dst.substr(slash + 1)) + ".";
-    DIR* d = ::opendir(folder.c_str());
-    if (!d) return;
-    std::vector<std::string> stale;
-    while (const dirent* e = ::readdir(d)) {
-        const std::string name = e->d_name;
-        if (name.size() <= prefix.size() + 4 || name.compare(0, prefix.size(), prefix) != 0 ||
-            name.compare(name.size() - 4, 4, ".tmp") != 0)
-            continue;
-        // "<pid>.<n>" between the prefix and ".tmp".
-        const std::string middle = name.substr(prefix.size(), name.size() - prefix.size() - 4);
-        const size_t dot = middle.find('.');
-        if (dot == std::string::npos || dot == 0 || dot + 1 == middle.size() ||
-            middle.find_first_not_of("0123456789.") != std::string::npos ||
-            middle.find('.', dot + 1) != std::string::npos)
-            continue;
-        const long pid = std::strtol(middle.substr(0, dot).c_str(), nullptr, 10);
-        if (pid <= 0 || pid == ::getpid()) continue;
-        if (::kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM) continue;  // still runs
-        stale.push_back(folder + name);
-    }
-    ::closedir(d);
-    for (const std::string& p : stale) ::unlink(p.c_str());
+    remove_orphan_siblings(native(target));
 }
 
 bool write_all(int fd, const void* data, std::size_t size) {
