@@ -282,24 +282,28 @@ class checker {
         std::vector<std::string> names;
         parse_dbase7_descriptors(area.data(), area.size(), fields, names);
         const size_t end = dbase7_descriptors_at + dbase7_descriptor_size * fields.size();
-        const std::string where = "header byte " + std::to_string(end);
-        if (end >= area.size() || area[end] != descriptor_terminator) {
-            if (header_length > size)
-                add(fatal, k_header,
-                    "not a dBASE table: cut inside the field descriptors (the file has " +
-                        std::to_string(size) + " bytes)",
-                    where);
-            else
-                add(error, k_terminator,
-                    "no terminator (0x0D) after the field descriptors within the header length",
-                    where);
-        }
+        if (end >= area.size() || area[end] != descriptor_terminator)
+            descriptors_unended(end, header_length > size);
         if (out.not_a_table()) return;
         if (fields.empty()) {
             add(fatal, k_header, "not a dBASE table: no field descriptors", "header byte 68");
             return;
         }
         check_field_list();
+    }
+
+    // No terminator where the descriptors should end, at header byte `at`:
+    // the file is cut there, or the header length leaves it out.
+    void descriptors_unended(size_t at, bool file_ends_first) {
+        const std::string where = "header byte " + std::to_string(at);
+        if (file_ends_first)
+            add(fatal, k_header,
+                "not a dBASE table: cut inside the field descriptors (the file has " +
+                    std::to_string(size) + " bytes)",
+                where);
+        else
+            add(error, k_terminator,
+                "no terminator (0x0D) after the field descriptors within the header length", where);
     }
 
     void check_descriptors() {
@@ -330,17 +334,7 @@ class checker {
                 break;
             }
             if (pos + descriptor_size > got) {
-                const std::string where = "header byte " + std::to_string(header_size + pos);
-                if (file_ends_first)
-                    add(fatal, k_header,
-                        "not a dBASE table: cut inside the field descriptors (the file has " +
-                            std::to_string(size) + " bytes)",
-                        where);
-                else
-                    add(error, k_terminator,
-                        "no terminator (0x0D) after the field descriptors within the header "
-                        "length",
-                        where);
+                descriptors_unended(header_size + pos, file_ends_first);
                 break;
             }
             Tdbf_descriptor d;
