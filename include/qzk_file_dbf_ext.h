@@ -254,8 +254,9 @@ QZ_DBF_API bool qz_dbf_encoding_name(const char* encoding, char* name, size_t si
  * of its code page (the Windows driver of a Windows code page, else the
  * usual DOS one; 0 when none stands for it, as for UTF-8, ISO-8859-x or
  * KOI8-R), the flags become UTF-8, CP866 or else CP1251 as the encoding
- * is, the handle reads and writes text in it, and close writes its iconv
- * name ("UTF-8", "CP1251", "KOI8-R", ...) into the .cpg file. False,
+ * is, the handle reads and writes text in it until close, and close
+ * writes its iconv name ("UTF-8", "CP1251", "KOI8-R", ...) into the .cpg
+ * file. False,
  * changing nothing, for a handle that is not a writable table file or a
  * name iconv does not know. */
 QZ_DBF_API bool qz_dbf_set_table_encoding(Tqz_dbf_rw* handle, const char* encoding);

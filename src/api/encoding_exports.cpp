@@ -156,8 +156,8 @@ QZ_DBF_API bool qz_dbf_set_table_encoding(Tqz_dbf_rw* h, const char* encoding) {
         d->set_dos_flag(name == "CP866");
         d->set_cpg_name(name);
         d->keep_cpg(false);
-        h->encoding_request = name;
-        h->encoding_choice = {};
+        // For this open only: a request of qz_dbf_set_encoding outlives it.
+        h->encoding_choice = {name, encoding_source::caller};
         return true;
     });
 }
