@@ -369,7 +369,6 @@ bool Editor::find(const std::string& line, const std::vector<std::string>& w, st
     unsigned int field = 0;
     if (!resolve_field(view, w[first], field, error)) return false;
     const std::string value = trim_blanks(rest_after(line, first + 1));
-    const char* name = qz_dbf_get_field_name(view, field);
     std::vector<unsigned int> hits;
     if (decodes_otherwise(field)) {
         // The index compares the text as the flags' code page reads it:
@@ -397,14 +396,17 @@ bool Editor::find(const std::string& line, const std::vector<std::string>& w, st
             hits.push_back(last);
         }
     }
+    // The name is read after the search, whose reads reuse its buffer.
+    const char* name_text = qz_dbf_get_field_name(view, field);
+    const std::string name = name_text ? name_text : "?";
     if (hits.empty()) {
-        std::printf("no record holds '%s' in %s\n", value.c_str(), name ? name : "?");
+        std::printf("no record holds '%s' in %s\n", value.c_str(), name.c_str());
         return true;
     }
     std::string list;
     for (unsigned int r : hits) list += " " + std::to_string(r);
     std::printf("%zu record%s hold%s '%s' in %s:%s\n", hits.size(), hits.size() == 1 ? "" : "s",
-                hits.size() == 1 ? "s" : "", value.c_str(), name ? name : "?", list.c_str());
+                hits.size() == 1 ? "s" : "", value.c_str(), name.c_str(), list.c_str());
     std::vector<unsigned int> fields;
     for (unsigned int f = 0; f < qz_dbf_get_nf(view); ++f) fields.push_back(f);
     print_records(view, hits, fields, vertical);
