@@ -12,14 +12,8 @@
 #include <cerrno>
 #include <climits>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-#include <vector>
 
-#include "qzk_file_dbf.h"
 #include "restruct_tables.h"
-#include "test_support.h"
 
 using namespace restruct_test;
 
@@ -34,15 +28,14 @@ const std::vector<Column> new_columns = {{"C", 'C', 10, 0}, {"N", 'N', 12, 2}, {
                                          {"L", 'L', 1, 0},  {"D", 'D', 8, 0},  {"I", 'I', 4, 0},
                                          {"B", 'B', 8, 0},  {"M", 'M', 10, 0}};
 
-const std::vector<std::vector<std::string>> rows = {
-    {" 12.5 ", "12.5", "-3.25", "T", "20240131", "7", "12.5", "5"},
-    {"abc", "-7.1", "1000", "F", "", "-8", "-7.9", ""},
-    {"-7.1", "", "", "", "19991231", "0", "0", "123"},
-    {"\xD0\x81\xD0\xB6\xD0\xB8\xD0\xBA 3", "42", "0.5", "T", "20000229", "2147483647", "1e300",
-     "0"},
-    {"", "", "", "", "", "", "", ""},
-    {"  42", "0.01", "99999.999", "F", "20000101", "-2147483647", "2,5", "99"},
-    {" 3,75 ", "-0.5", "-0.001", "T", "20101010", "1", "-0.25", "7"}};
+const Rows rows = {{" 12.5 ", "12.5", "-3.25", "T", "20240131", "7", "12.5", "5"},
+                   {"abc", "-7.1", "1000", "F", "", "-8", "-7.9", ""},
+                   {"-7.1", "", "", "", "19991231", "0", "0", "123"},
+                   {"\xD0\x81\xD0\xB6\xD0\xB8\xD0\xBA 3", "42", "0.5", "T", "20000229",
+                    "2147483647", "1e300", "0"},
+                   {"", "", "", "", "", "", "", ""},
+                   {"  42", "0.01", "99999.999", "F", "20000101", "-2147483647", "2,5", "99"},
+                   {" 3,75 ", "-0.5", "-0.001", "T", "20101010", "1", "-0.25", "7"}};
 
 std::string trim(const std::string& s) {
     const char* ws = " \t\n\r\v\f";
@@ -103,61 +96,29 @@ void expect_changed(Tqz_dbf_rw* t, unsigned j, unsigned r, const Column& to, cha
     }
 }
 
-std::wstring make_expected(const std::wstring& path, const std::vector<Column>& layout_cols,
-                           Encoding enc) {
-    EXPECT_TRUE(make_table(path, layout_cols, {}, enc));
-    Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), false, false);
-    qz_dbf_add_records(t, static_cast<unsigned>(rows.size()));
-    qz_dbf_close(t);
-    return path;
-}
-
-struct Case {
-    Encoding enc;
-    Form form;
-};
+using Case = std::tuple<Encoding, Form>;
 
 class Convert : public ::testing::TestWithParam<Case> {
   protected:
     // Restructures the table at `path` with `d` in the form under test.
     bool restructure(Tqz_dbf_rstrct* d) {
-        if (GetParam().form == Form::file) return qz_dbf_restruct_apply(d);
+        if (std::get<1>(GetParam()) == Form::file) return qz_dbf_restruct_apply(d);
         Tqz_dbf_memory* m = qz_dbf_mem_find_w(path.c_str());
         bool ok = qz_dbf_mem_restruct(m, d);
         qz_dbf_mem_free(m);
         return ok;
     }
-    // Compares every cell of the table at `path` (a memory table when the
-    // form is memory) with the expected table.
-    void compare(const std::wstring& expected, const std::string& what) {
-        auto want = cells(expected);
-        auto got = cells(path);
-        ASSERT_EQ(layout(path), layout(expected)) << what;
-        ASSERT_EQ(got.size(), want.size()) << what;
-        for (size_t r = 0; r < got.size(); ++r)
-            for (size_t k = 0; k < got[r].size(); ++k)
-                EXPECT_EQ(got[r][k], want[r][k]) << what << " record " << r << " field " << k;
-    }
-    void load() {
-        ASSERT_TRUE(make_table(path, old_columns, rows, GetParam().enc));
-        old_cells = cells(path);
-        if (GetParam().form == Form::memory) memory = qz_dbf_mem_load_w(path.c_str());
-    }
-    void unload() {
-        if (memory) qz_dbf_mem_free(memory);
-        memory = nullptr;
-    }
-
     qz_test::Temp_dir dir;
     std::wstring path = dir.wfile("t.dbf");
-    std::vector<std::vector<std::string>> old_cells;
-    Tqz_dbf_memory* memory = nullptr;
 };
 
 TEST_P(Convert, EveryOldTypeToEveryNewType) {
     for (const Column& to : new_columns) {
         SCOPED_TRACE(std::string("to ") + to.type);
-        load();
+        const auto [enc, form] = GetParam();
+        ASSERT_TRUE(make_table(path, old_columns, rows, enc));
+        const Rows old_cells = cells(path);
+        Tqz_dbf_memory* memory = form == Form::memory ? qz_dbf_mem_load_w(path.c_str()) : nullptr;
         Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
         ASSERT_EQ(qz_dbf_restruct_count(d), 8);
         std::vector<Column> layout_cols;
@@ -171,28 +132,30 @@ TEST_P(Convert, EveryOldTypeToEveryNewType) {
         ASSERT_TRUE(restructure(d));
         qz_dbf_restruct_destroy(d);
 
-        std::wstring expected = make_expected(dir.wfile("want.dbf"), layout_cols, GetParam().enc);
+        // The expected table: the old cells converted here, written into a
+        // table of the new layout through the ordinary setters.
+        const std::wstring expected = dir.wfile("want.dbf");
+        ASSERT_TRUE(make_table(expected, layout_cols, Rows(rows.size()), enc));
         Tqz_dbf_rw* e = qz_dbf_open_w(expected.c_str(), false, false);
         for (unsigned r = 0; r < rows.size(); ++r)
             for (unsigned k = 0; k < 8; ++k)
-                expect_changed(e, k, r, to, old_columns[k].type, old_cells[r][k], GetParam().form);
+                expect_changed(e, k, r, to, old_columns[k].type, old_cells[r][k], form);
         qz_dbf_close(e);
-        compare(expected, std::string("changed to ") + to.type);
-        unload();
+        EXPECT_EQ(layout(path), layout(expected));
+        EXPECT_EQ(cells(path), cells(expected));
+        if (memory) qz_dbf_mem_free(memory);
     }
 }
 
 std::string case_name(const ::testing::TestParamInfo<Case>& info) {
     static const char* const enc[] = {"CP1251", "CP866", "UTF8"};
-    return std::string(enc[static_cast<int>(info.param.enc)]) +
-           (info.param.form == Form::file ? "File" : "Memory");
+    return std::string(enc[int(std::get<0>(info.param))]) +
+           (std::get<1>(info.param) == Form::file ? "File" : "Memory");
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    AllEncodings, Convert,
-    ::testing::Values(Case{Encoding::cp1251, Form::file}, Case{Encoding::cp866, Form::file},
-                      Case{Encoding::utf8, Form::file}, Case{Encoding::cp1251, Form::memory},
-                      Case{Encoding::cp866, Form::memory}, Case{Encoding::utf8, Form::memory}),
-    case_name);
+INSTANTIATE_TEST_SUITE_P(AllEncodings, Convert,
+                         ::testing::Combine(::testing::Values(Encoding::cp1251, Encoding::cp866,
+                                                              Encoding::utf8),
+                                            ::testing::Values(Form::file, Form::memory)),
+                         case_name);
 
 }  // namespace

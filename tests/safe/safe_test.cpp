@@ -1,0 +1,386 @@
+// Files that are no good tables and calls that fail: the file check, the
+// checked open, the thread's last error (code, file and reason), deletion
+// flags, a file that cannot grow, and what the shared libraries export.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+
+#include <sstream>
+#include <thread>
+
+#include "bad_files.h"
+
+namespace {
+
+using qz_test::read_bytes;
+using qz_test::Temp_dir;
+using qz_test::write_bytes;
+
+// The last error is `code` and its message holds `part`.
+void expect_error(int code, const std::string& part) {
+    EXPECT_EQ(qz_dbf_last_error(), code) << qz_dbf_last_error_message();
+    EXPECT_NE(std::string(qz_dbf_last_error_message()).find(part), std::string::npos)
+        << qz_dbf_last_error_message() << " lacks " << part;
+}
+
+// The findings of a check as "severity|kind| where: what" lines, and the worst.
+std::string check(const std::string& path, int& worst, unsigned flags = QZ_DBF_CHECK_VALUES) {
+    std::string text;
+    Tqz_dbf_check_result* r = qz_dbf_check_file(path.c_str(), flags);
+    EXPECT_NE(r, nullptr);
+    worst = qz_dbf_check_worst(r);
+    for (unsigned i = 0; i < qz_dbf_check_count(r); ++i)
+        text += std::to_string(qz_dbf_check_severity(r, i)) + "|" +
+                std::to_string(qz_dbf_check_kind(r, i)) + "| " + qz_dbf_check_where(r, i) + ": " +
+                qz_dbf_check_what(r, i) + "\n";
+    EXPECT_STREQ(qz_dbf_check_what(r, qz_dbf_check_count(r)), "");
+    qz_dbf_check_free(r);
+    return text;
+}
+
+// Every bad file: the check finds it, the checked open refuses what is no
+// table with the reason (read-only and unwritten when forced), and neither
+// changes a byte or leaves a lock file.
+TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
+    Temp_dir dir;
+    for (const qz_safe::Bad_file& b : qz_safe::make_bad_files(dir)) {
+        SCOPED_TRACE(b.name);
+        const std::vector<uint8_t> before = read_bytes(b.path);
+        int worst = -1;
+        const std::string found = check(b.path, worst);
+        EXPECT_EQ(worst, b.severity) << found;
+        EXPECT_NE(found.find(b.reason), std::string::npos) << found;
+        qz_dbf_clear_last_error();
+        Tqz_dbf_rw* t = qz_dbf_open_ex(b.path.c_str(), 0);
+        if (b.severity == QZ_DBF_SEV_FATAL) {
+            EXPECT_EQ(t, nullptr);
+            expect_error(QZ_DBF_ERR_NOT_A_TABLE, b.reason);
+            if ((t = qz_dbf_open_ex(b.path.c_str(), QZ_DBF_OPEN_FORCE))) {
+                EXPECT_FALSE(qz_dbf_set_deleted(t, 0, true));
+                qz_dbf_close(t);
+            }
+        } else if (b.name == "read_only.dbf") {
+            EXPECT_EQ(t, nullptr);
+            EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_PERMISSION);
+            t = qz_dbf_open_ex(b.path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+            EXPECT_NE(t, nullptr);
+            qz_dbf_close(t);
+        } else {
+            EXPECT_NE(t, nullptr) << qz_dbf_last_error_message();
+            qz_dbf_close(t);
+        }
+        EXPECT_EQ(read_bytes(b.path), before);
+        EXPECT_FALSE(qz_test::exists(b.path + ".lk"));
+    }
+    int worst = 0;
+    check(dir.file("none.dbf"), worst);
+    EXPECT_EQ(worst, QZ_DBF_SEV_FATAL);
+    EXPECT_EQ(qz_dbf_check_file(nullptr, 0), nullptr);
+    EXPECT_EQ(qz_dbf_check_count(nullptr), 0u);
+    EXPECT_EQ(qz_dbf_open_ex(nullptr, 0), nullptr);
+}
+
+// Descriptor layouts and values other readers refuse, one change of a good
+// table each: severity, kind and text of the finding.
+TEST(Safe, CheckFindsFieldLayoutsAndValues) {
+    Temp_dir dir;
+    const std::vector<uint8_t> good = read_bytes(qz_safe::make_good_table(dir, "good.dbf"));
+    int worst = -1;
+    EXPECT_EQ(check(dir.file("good.dbf"), worst), "");
+    EXPECT_EQ(worst, 0);
+    const int error = QZ_DBF_SEV_ERROR, warning = QZ_DBF_SEV_WARNING, name = QZ_DBF_CHECK_NAME,
+              field = QZ_DBF_CHECK_FIELD;
+    struct Case {
+        size_t at;  // field 2 (DAY, D8) at 96: type at +11, length +16, decimals +17
+        std::vector<uint8_t> bytes;
+        int severity, kind;
+        const char* reason;
+    } cases[] = {
+        {96 + 11, {'L'}, error, field, "L field of length 8"},
+        {96 + 11, {'S'}, error, field, "unknown field type 'S'"},
+        {64 + 17, {8}, error, field, "8 decimals in length 8"},
+        {128, {' '}, error, QZ_DBF_CHECK_TERMINATOR, "no terminator"},
+        {10, {28}, error, QZ_DBF_CHECK_RECORD_LENGTH, "not the fields' lengths plus one (27)"},
+        {96,
+         {'d', 'a', 'y'},
+         warning,
+         name,
+         "'day' breaks the field-name rules (the repair is 'DAY')"},
+        {96, {'n', 'a', 'm', 'e'}, warning, name, "'name' is used by an earlier field too"},
+        // a CP1251 byte in a name: findings stay UTF-8, the byte escaped
+        {96, {0xC4}, warning, name, "field 2 (\\xC4AY)"},
+        {130 + 11, {'x'}, error, QZ_DBF_CHECK_VALUE, "not a number, the first \" x"},
+        {8, {0xA2}, QZ_DBF_SEV_FATAL, QZ_DBF_CHECK_RECORDS, ""},
+    };
+    for (const Case& c : cases) {
+        std::vector<uint8_t> b = good;
+        std::copy(c.bytes.begin(), c.bytes.end(), b.begin() + c.at);
+        write_bytes(dir.file("t.dbf"), b);
+        const std::string found = check(dir.file("t.dbf"), worst);
+        if (c.kind == QZ_DBF_CHECK_RECORDS) continue;  // only that it survives
+        EXPECT_EQ(worst, c.severity) << c.reason << "\n" << found;
+        EXPECT_NE(found.find("|" + std::to_string(c.kind) + "|"), std::string::npos) << found;
+        EXPECT_NE(found.find(c.reason), std::string::npos) << found;
+    }
+
+    // Each record: a number, a two-letter text, a date and a logical, as
+    // other programs may leave them; bad ones counted per field, the first
+    // quoted with every byte outside printable ASCII as \xNN. The text "E5"
+    // right after the number must not be read as its exponent.
+    const char* const numbers[] = {"    1.50", "abc     ", "        ", "********",
+                                   "  +5    ", "-1.5e+3 ", "  1,5   ", "1.2.3   ",
+                                   "1e      ", "  -     ", "       5"};
+    const std::string euro = "\xE2\x82\xAC";
+    const std::string dates[] = {"20240229", euro + "12345", "19000229", "20000229",
+                                 "20230229", "20231301",     "        ", "20240100",
+                                 "20241231", "20240431",     "20240229"};
+    const char* const logicals = "TX? FynZTTT";
+    const std::string path = dir.file("v.dbf");
+    Tqz_dbf_field f[4];
+    qz_dbf_field_init(&f[0], "N", dbf_ft_numeric, 8, 2);
+    qz_dbf_field_init(&f[1], "C", dbf_ft_char, 2, 0);
+    qz_dbf_field_init(&f[2], "D", dbf_ft_date, 8, 0);
+    qz_dbf_field_init(&f[3], "L", dbf_ft_logical, 1, 0);
+    qz_dbf_close(qz_dbf_create(path.c_str(), 4, 11, f, false));
+    std::vector<uint8_t> b = read_bytes(path);
+    for (unsigned r = 0; r < 11; ++r) {
+        const std::string rec = std::string(" ") + numbers[r] + "E5" + dates[r] + logicals[r];
+        std::copy(rec.begin(), rec.end(), b.begin() + qz_test::u16_at(b, 8) + 20 * r);
+    }
+    write_bytes(path, b);
+    const std::string found = check(path, worst);
+    for (const char* want :
+         {"field 0 (N): 4 value(s) that are not a number, the first \"abc     \" in record 1",
+          "field 2 (D): 6 value(s) that are not a date, the first \"\\xE2\\x82\\xAC12345\" in "
+          "record 1",
+          "field 3 (L): 2 value(s) that are not a logical value, the first \"X\" in record 1"})
+        EXPECT_NE(found.find(want), std::string::npos) << want << "\n" << found;
+    // Without the flag, records are not read.
+    EXPECT_EQ(check(path, worst, 0).find("|" + std::to_string(QZ_DBF_CHECK_VALUE) + "|"),
+              std::string::npos);
+}
+
+TEST(Safe, CheckedOpenKeepsTheCodePageFileUnlessAsked) {
+    Temp_dir dir;
+    const std::string path = qz_safe::make_good_table(dir, "cp.dbf"), cpg = dir.file("cp.cpg");
+    auto bytes = [](const std::string& s) { return std::vector<uint8_t>(s.begin(), s.end()); };
+    for (const char* text : {"ISO-8859-2", "UTF8", "65001", "1252\r\n", "CP866\n"}) {
+        write_bytes(cpg, bytes(text));
+        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
+        ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+        EXPECT_TRUE(qz_dbf_set_str(t, 0, 0, "changed"));
+        qz_dbf_close(t);
+        EXPECT_EQ(read_bytes(cpg), bytes(text)) << text;
+    }
+    // Asked to, the open writes the table's encoding, as the classic open does.
+    write_bytes(cpg, bytes("ISO-8859-2"));
+    qz_dbf_close(qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_WRITE_CPG));
+    EXPECT_EQ(read_bytes(cpg), bytes("CP1251\n"));
+    write_bytes(cpg, bytes("UTF8"));
+    qz_dbf_close(qz_dbf_open(path.c_str(), false, false));
+    EXPECT_EQ(read_bytes(cpg), bytes("CP1251\n"));
+    // A memory table's save writes the .cpg unless it is to be kept.
+    EXPECT_FALSE(qz_dbf_mem_keep_cpg(nullptr, true));
+    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+    ASSERT_NE(m, nullptr);
+    for (bool keep : {true, false}) {
+        write_bytes(cpg, bytes("ISO-8859-2"));
+        EXPECT_TRUE(qz_dbf_mem_keep_cpg(m, keep));
+        EXPECT_TRUE(qz_dbf_mem_save(m));
+        EXPECT_EQ(read_bytes(cpg) == bytes("ISO-8859-2"), keep);
+    }
+    qz_dbf_mem_free(m);
+}
+
+TEST(Safe, LastErrorSaysWhatFailedWhereAndWhy) {
+    Temp_dir dir;
+    Tqz_dbf_field fields[3];
+    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_field_init(&fields[1], "COUNT", dbf_ft_numeric, 5, 0);
+    qz_dbf_field_init(&fields[2], "NOTE", dbf_ft_memo, 10, 0);  // no memo file is made
+    const std::string path = dir.file("t.dbf");
+    qz_dbf_close(qz_dbf_create(path.c_str(), 3, 2, fields, false));
+    qz_dbf_clear_last_error();
+    expect_error(QZ_DBF_OK, "");
+    EXPECT_STREQ(qz_dbf_last_error_message(), "");
+
+    EXPECT_EQ(qz_dbf_open(dir.file("none.dbf").c_str(), true, false), nullptr);
+    expect_error(QZ_DBF_ERR_NOT_FOUND, "none.dbf: no such file");
+    ASSERT_EQ(::mkdir(dir.file("empty").c_str(), 0700), 0);  // neither a table nor OGR's
+    EXPECT_EQ(qz_dbf_open(dir.file("empty").c_str(), true, false), nullptr);
+    expect_error(QZ_DBF_ERR_NOT_A_TABLE, "a folder");
+    EXPECT_EQ(qz_dbf_create(dir.file("no/such/folder.dbf").c_str(), 0, 0, nullptr, false), nullptr);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_NOT_FOUND);
+    EXPECT_EQ(qz_fpt_open(dir.file("none.fpt").c_str(), true), nullptr);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_NOT_FOUND);
+    EXPECT_EQ(qz_dbf_mem_load(dir.file("none.dbf").c_str()), nullptr);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_NOT_FOUND);
+
+    // A table another writer holds: the classic open reads it through OGR,
+    // read-only, and leaves the last error alone; qz_dbf_open_ex refuses it.
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    qz_dbf_clear_last_error();
+    Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(qz_dbf_get_storage(second), qz_dbf_storage_ogr);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_OK);
+    qz_dbf_close(second);
+    EXPECT_EQ(qz_dbf_open_ex(path.c_str(), 0), nullptr);
+    expect_error(QZ_DBF_ERR_LOCKED, "t.dbf: locked by another writer");
+    qz_dbf_close(qz_dbf_open(path.c_str(), true, false));  // a success leaves it as it was
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_LOCKED);
+
+    bool ok = true;
+    struct Case {
+        unsigned field, record;
+        int code;
+        const char* part;
+    } cases[] = {{7, 0, QZ_DBF_ERR_ARGUMENT, "field 7 does not exist"},
+                 {1, 9, QZ_DBF_ERR_ARGUMENT, "record 9 does not exist"},
+                 {1, 0, QZ_DBF_ERR_VALUE, "field COUNT, record 0"}};
+    for (const Case& c : cases) {
+        qz_dbf_clear_last_error();
+        EXPECT_EQ(qz_dbf_get_int(t, c.field, c.record, ok), 0);
+        EXPECT_FALSE(ok);
+        expect_error(c.code, c.part);
+    }
+    // Text that is not a number, written to an N field: false and the reason;
+    // a successful write does not touch it.
+    EXPECT_FALSE(qz_dbf_set_str(t, 1, 1, "abc"));
+    EXPECT_TRUE(qz_dbf_set_str(t, 0, 1, "x"));
+    expect_error(QZ_DBF_ERR_VALUE, "t.dbf: field COUNT, record 1");
+    unsigned len = 0, type = 0;
+    EXPECT_EQ(qz_dbf_get_memo_bytes(t, 2, 0, ok, len, type), nullptr);
+    expect_error(QZ_DBF_ERR_MEMO, "memo file missing");
+    // Field calls name the missing field; the answer stays the neutral one.
+    EXPECT_EQ(qz_dbf_get_field_name(t, 3), nullptr);
+    expect_error(QZ_DBF_ERR_ARGUMENT, "field 3 does not exist (the table has 3 fields)");
+    qz_dbf_clear_last_error();
+    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"NOPE"), 0xFFFFFFFFu);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    qz_dbf_close(t);
+    EXPECT_EQ(qz_dbf_get_nf(nullptr), 0u);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    EXPECT_FALSE(qz_dbf_mem_set_int(nullptr, 0, 0, 1));
+    expect_error(QZ_DBF_ERR_ARGUMENT, "not a loaded memory table");
+    // Each thread has its own.
+    qz_dbf_clear_last_error();
+    std::thread([] {
+        EXPECT_EQ(qz_dbf_open("/nonexistent/x.dbf", true, false), nullptr);
+        EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_NOT_FOUND);
+    }).join();
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_OK);
+}
+
+// A deletion flag is the record's first byte on disk and nothing else; in
+// memory it is undone and redone and saved.
+TEST(Safe, DeletionFlags) {
+    Temp_dir dir;
+    const std::string path = qz_safe::make_good_table(dir, "d.dbf");
+    const std::vector<uint8_t> before = read_bytes(path);
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(qz_dbf_get_deleted(t, 1), 0);
+    EXPECT_TRUE(qz_dbf_set_deleted(t, 1, true));
+    EXPECT_EQ(qz_dbf_get_deleted(t, 1), 1);
+    EXPECT_EQ(qz_dbf_get_deleted(t, 3), -1);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    EXPECT_FALSE(qz_dbf_set_deleted(t, 3, true));
+    qz_dbf_close(t);
+    std::vector<uint8_t> want = before;
+    want[qz_test::u16_at(before, 8) + before[10]] = '*';
+    std::vector<uint8_t> after = read_bytes(path);
+    std::copy(after.begin(), after.begin() + 32, want.begin());  // the header may change
+    EXPECT_EQ(after, want);
+    // Read-only handles read the flag and refuse to change it.
+    t = qz_dbf_open(path.c_str(), true, false);
+    EXPECT_EQ(qz_dbf_get_deleted(t, 1), 1);
+    EXPECT_FALSE(qz_dbf_set_deleted(t, 1, false));
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_PERMISSION);
+    qz_dbf_close(t);
+    EXPECT_EQ(qz_dbf_get_deleted(nullptr, 0), -1);
+
+    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+    ASSERT_NE(m, nullptr);
+    Iqz_history_manager* history = qz_history_manager_get_instance();
+    qz_history_manager_clear(history);
+    EXPECT_TRUE(qz_dbf_mem_set_deleted(m, 2, true));
+    EXPECT_TRUE(qz_dbf_mem_set_deleted(m, 0, true));
+    EXPECT_TRUE(qz_dbf_mem_set_deleted(m, 1, false));
+    qz_history_manager_undo(history);
+    qz_history_manager_undo(history);
+    EXPECT_EQ(qz_dbf_mem_get_deleted(m, 0), 0);
+    EXPECT_EQ(qz_dbf_mem_get_deleted(m, 1), 1);
+    qz_history_manager_redo(history);
+    EXPECT_EQ(qz_dbf_mem_get_deleted(m, 0), 1);
+    EXPECT_EQ(qz_dbf_mem_get_deleted(m, 5), -1);
+    EXPECT_FALSE(qz_dbf_mem_set_deleted(m, 5, true));
+    EXPECT_TRUE(qz_dbf_mem_save(m));
+    qz_dbf_mem_free(m);
+    t = qz_dbf_open(path.c_str(), true, false);
+    for (unsigned r = 0; r < 3; ++r) EXPECT_EQ(qz_dbf_get_deleted(t, r), 1) << r;
+    qz_dbf_close(t);
+}
+
+// A file that cannot grow (disk full, a size limit): appends fail with an
+// I/O error and count nothing, cells inside the file still take writes.
+TEST(Safe, AppendsThatCannotGrowTheFileCountNothing) {
+    Temp_dir dir;
+    const std::string path = dir.file("full.dbf");
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_close(qz_dbf_create(path.c_str(), 1, 2, &f, false));
+    const size_t size = read_bytes(path).size();
+    for (bool flush : {false, true}) {
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+        ASSERT_NE(t, nullptr);
+        rlimit old{}, lower{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        lower = {size, old.rlim_max};
+        auto handler = signal(SIGXFSZ, SIG_IGN);  // EFBIG instead of the signal
+        setrlimit(RLIMIT_FSIZE, &lower);
+        qz_dbf_clear_last_error();
+        qz_dbf_add_records(t, 3);
+        EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_IO) << qz_dbf_last_error_message();
+        EXPECT_EQ(qz_dbf_get_nr(t), 2u);
+        EXPECT_FALSE(qz_dbf_set_str(t, 0, 2, "past"));
+        EXPECT_TRUE(qz_dbf_set_str(t, 0, 1, "inside"));
+        setrlimit(RLIMIT_FSIZE, &old);
+        signal(SIGXFSZ, handler);
+        if (flush) qz_dbf_flush(t);
+        qz_dbf_close(t);
+        t = qz_dbf_open(path.c_str(), true, false);
+        EXPECT_EQ(qz_dbf_get_nr(t), 2u);
+        bool ok = false;
+        EXPECT_STREQ(qz_dbf_get_str(t, 0, 1, ok), "inside    ");
+        qz_dbf_close(t);
+    }
+}
+
+// Each shared library exports its C interface and nothing else.
+TEST(Safe, LibrariesExportOnlyTheCInterface) {
+    struct Library {
+        const char* path;
+        std::vector<std::string> prefixes;
+        int at_least;
+    } libraries[] = {{QZ_LIB_FILE_DBF, {"qz_"}, 100},
+                     {QZ_LIB_BASIC, {"qz_", "any_", "table_", "tuple_"}, 50},
+                     {QZ_LIB_PATH, {"qz_"}, 2}};
+    for (const Library& lib : libraries) {
+        std::string out, line, foreign;
+        EXPECT_EQ(qz_test::run(std::string("nm -D --defined-only '") + lib.path + "'", &out), 0);
+        std::istringstream lines(out);
+        int count = 0;
+        for (; std::getline(lines, line); ++count) {
+            const std::string name = line.substr(line.rfind(' ') + 1);
+            bool ours = false;
+            for (const std::string& p : lib.prefixes) ours = ours || name.rfind(p, 0) == 0;
+            if (!ours) foreign += name + "\n";
+        }
+        EXPECT_EQ(foreign, "") << lib.path;
+        EXPECT_GT(count, lib.at_least) << lib.path;
+    }
+}
+
+}  // namespace
