@@ -1,0 +1,311 @@
+// The file's only writer works on a shared mapping of the file: the
+// window's modes, what reaches the file when, bytes past the end, growth,
+// the change counter and the change signal; through tables: files shorter
+// than their header claims, appends, a file renamed over the table, many
+// writers at once.
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "qzk_file_dbf_ext.h"
+#include "support/file_window.h"
+#include "test_support.h"
+
+using qz_test::raw_cell;
+using qz_test::read_bytes;
+using qz_test::Temp_dir;
+using qz_test::u16_at;
+using qz_test::u32_at;
+using qz_test::write_bytes;
+
+namespace {
+
+struct Fd {
+    int fd;
+    explicit Fd(const std::string& path, int flags = O_RDWR) : fd(::open(path.c_str(), flags)) {}
+    ~Fd() { ::close(fd); }
+};
+
+std::vector<uint8_t> pattern(size_t n) {
+    std::vector<uint8_t> b(n);
+    for (size_t i = 0; i < n; ++i) b[i] = static_cast<uint8_t>(i * 7 + 3);
+    return b;
+}
+
+std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record) {
+    bool ok = false;
+    const char* s = qz_dbf_get_str(t, field, record, ok);
+    std::string text = ok && s ? s : "<none>";
+    return text.erase(text.find_last_not_of(' ') + 1);
+}
+
+}  // namespace
+
+TEST(MappedWindow, OnlyTheFilesOnlyWriterMaps) {
+    Temp_dir dir;
+    const std::string path = dir.file("f.bin");
+    write_bytes(path, pattern(10000));
+    Fd rw(path), ro(path, O_RDONLY);
+    std::atomic<uint64_t> changes{0};
+    struct Case {
+        int fd;
+        bool writable, follow, with_counter, maps;
+    } cases[] = {
+        {rw.fd, true, false, true, true},    // the writer holding the lock
+        {rw.fd, true, false, false, true},   // ... without a notifier
+        {rw.fd, true, true, true, false},    // a writer without the lock
+        {rw.fd, true, true, false, false},   // ... and without a notifier
+        {ro.fd, false, false, true, false},  // readers
+        {ro.fd, false, true, true, false},
+    };
+    for (const Case& c : cases) {
+        qz::file_window w;
+        w.attach(c.fd, c.writable, c.with_counter ? &changes : nullptr, c.follow);
+        EXPECT_EQ(w.mapped(), c.maps) << c.writable << c.follow << c.with_counter;
+        // Whatever the mode, reads give the file's bytes and zeros past them.
+        uint8_t got[16];
+        EXPECT_EQ(w.read(9992, got, 16), 8u);
+        EXPECT_EQ(std::vector<uint8_t>(got, got + 16), [] {
+            auto want = pattern(10000);
+            want.erase(want.begin(), want.begin() + 9992);
+            want.resize(16);
+            return want;
+        }());
+        EXPECT_EQ(w.size(), 10000u);
+    }
+    EXPECT_EQ(read_bytes(path), pattern(10000));  // nothing was written
+}
+
+TEST(MappedWindow, WritesAreInTheFileAtOnceAndLeavingMovesTheCounter) {
+    Temp_dir dir;
+    const std::string path = dir.file("f.bin");
+    write_bytes(path, std::vector<uint8_t>(4096 * 3, '.'));
+    Fd rw(path);
+    std::atomic<uint64_t> changes{0};
+    qz::file_window w;
+    w.attach(rw.fd, true, &changes, false);
+    ASSERT_TRUE(w.mapped());
+    // A record of 100 bytes at 4090 (across a page boundary): its writes are
+    // in the file at once, announced only when the record is left.
+    w.enter(4090, 4190);
+    ASSERT_TRUE(w.write(4090, "first", 5));
+    ASSERT_TRUE(w.write(4185, "last", 4));
+    std::vector<uint8_t> b = read_bytes(path);
+    EXPECT_EQ(std::string(b.begin() + 4090, b.begin() + 4095), "first");
+    EXPECT_EQ(std::string(b.begin() + 4185, b.begin() + 4189), "last");
+    // Each step: the span entered (or a flush), the count afterwards.
+    const struct {
+        int64_t lo, hi;  // -1: flush(), -2: flush_before_event(), below: "x" written at -lo
+        unsigned count;
+    } steps[] = {{4090, 4190, 0}, {4190, 4290, 1}, {4090, 4190, 1}, {-4100, 0, 1},
+                 {-1, 0, 2},      {-1, 0, 2},      {-2, 0, 2},      {0, 10, 2},
+                 {-5, 0, 2},      {-2, 0, 3},      {-2, 0, 3},      {4090, 4190, 3}};
+    for (const auto& s : steps) {
+        if (s.lo < -2)
+            ASSERT_TRUE(w.write(static_cast<uint64_t>(-s.lo), "x", 1));
+        else if (s.lo == -1)
+            EXPECT_TRUE(w.flush());
+        else if (s.lo == -2)
+            w.flush_before_event();
+        else
+            w.enter(s.lo, s.hi);
+        EXPECT_EQ(changes.load(), s.count) << s.lo;
+    }
+    // Reads see the window's own writes and the file's.
+    char got[5];
+    EXPECT_EQ(w.read(4090, got, 5), 5u);
+    EXPECT_EQ(std::string(got, 5), "first");
+    Fd other(path);
+    ASSERT_EQ(::pwrite(other.fd, "OTHER", 5, 8000), 5);
+    EXPECT_EQ(w.read(8000, got, 5), 5u);
+    EXPECT_EQ(std::string(got, 5), "OTHER");
+    w.detach();
+    b = read_bytes(path);
+    EXPECT_EQ(b.size(), 4096u * 3);
+    EXPECT_EQ(b[4100], 'x');
+    EXPECT_EQ(b[5], 'x');
+}
+
+TEST(MappedWindow, GrowsWithTheFileAndNeverTouchesPastTheEnd) {
+    Temp_dir dir;
+    const std::string path = dir.file("f.bin");
+    write_bytes(path, {});
+    Fd rw(path);
+    std::atomic<uint64_t> changes{0};
+    qz::file_window w;
+    w.attach(rw.fd, true, &changes, false);
+    EXPECT_FALSE(w.mapped()) << "an empty file has nothing to map";
+    uint8_t got[8] = {9, 9, 9, 9};
+    EXPECT_EQ(w.read(0, got, 4), 0u);
+    EXPECT_EQ(got[0], 0);
+    // The file grows by writes past its end, in steps, some across pages;
+    // the mapping follows, and what it covers reads back.
+    std::vector<uint8_t> want;
+    for (int step = 0; step < 40; ++step) {
+        std::vector<uint8_t> piece(static_cast<size_t>(step * 397 + 1), uint8_t(step + 1));
+        ASSERT_TRUE(w.write_through(want.size(), piece.data(), piece.size()));
+        want.insert(want.end(), piece.begin(), piece.end());
+        EXPECT_TRUE(w.mapped());
+        // A write reaching past the end goes to the file too.
+        ASSERT_TRUE(w.write(want.size() - 1, "\xAA\xBB\xCC", 3));
+        want.back() = 0xAA;
+        want.insert(want.end(), {0xBB, 0xCC});
+        EXPECT_EQ(w.size(), want.size());
+        // Reading across the end: the bytes, then zeros.
+        EXPECT_EQ(w.read(want.size() - 2, got, 8), 2u);
+        EXPECT_EQ(std::vector<uint8_t>(got, got + 3), (std::vector<uint8_t>{0xBB, 0xCC, 0}));
+    }
+    ASSERT_TRUE(w.write(0, "AB", 2));
+    ASSERT_TRUE(w.write(want.size() - 2, "YZ", 2));
+    std::copy_n("AB", 2, want.begin());
+    std::copy_n("YZ", 2, want.end() - 2);
+    EXPECT_EQ(read_bytes(path), want);
+    w.detach();
+    EXPECT_EQ(read_bytes(path), want);
+}
+
+// The file's time tells watchers in other processes of changes made
+// through the mapping: two records changed within the gap, the first is
+// told at once, the second a little later with nothing else happening; a
+// flush tells at once.
+TEST(MappedWindow, ASharedFileIsToldOfChangesMadeThroughTheMapping) {
+    Temp_dir dir;
+    const std::string path = dir.file("f.bin");
+    write_bytes(path, std::vector<uint8_t>(8192, ' '));
+    Fd rw(path);
+    std::atomic<uint64_t> changes{0};
+    qz::file_window w;
+    w.attach(rw.fd, true, &changes, false);
+    ASSERT_TRUE(w.mapped());
+    auto mtime = [&] {
+        struct stat st;
+        ::stat(path.c_str(), &st);
+        return static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec;
+    };
+    ASSERT_TRUE(w.write(0, "a", 1));  // the page dirtied first: a store changes no time
+    w.enter(100, 200);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(w.write(100, "b", 1));
+    w.enter(200, 300);
+    const int64_t after_first = mtime();
+    ASSERT_TRUE(w.write(200, "c", 1));
+    w.enter(300, 400);
+    bool told = false;
+    for (int i = 0; i < 200 && !told; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        told = mtime() != after_first;
+    }
+    EXPECT_TRUE(told) << "the second change was never told";
+    ASSERT_TRUE(w.write(300, "d", 1));
+    const timespec past[2] = {{::time(nullptr) - 3600, 0}, {::time(nullptr) - 3600, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), past, 0), 0);
+    const int64_t before_flush = mtime();
+    ASSERT_TRUE(w.flush());
+    EXPECT_NE(mtime(), before_flush);
+}
+
+// The header claims ten records, the file ends inside the fourth: the cells
+// of the records it holds are written, the others refused, and nothing past
+// the end is touched (a store there would kill the process). Appends then
+// write their records where the count says, the mapping growing with them,
+// and a reader opened before sees them once it opens again.
+TEST(MappedTable, AFileShorterThanItsHeaderClaimsThenGrows) {
+    Temp_dir dir;
+    const std::string path = dir.file("short.dbf");
+    ASSERT_TRUE(qz_test::make_char_table(path, {10}, 10));
+    std::vector<uint8_t> b = read_bytes(path);
+    const size_t hl = u16_at(b, 8), rl = 11;
+    b.resize(hl + rl * 3 + 5);
+    write_bytes(path, b);
+    Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_TRUE(t && reader);
+    EXPECT_EQ(qz_dbf_get_nr(t), 10u);
+    for (unsigned r = 0; r < 10; ++r) {
+        const std::string v = "v" + std::to_string(r);
+        EXPECT_EQ(qz_dbf_set_str(t, 0, r, v.c_str()), r < 3) << r;
+        EXPECT_EQ(cell(t, 0, r), r < 3 ? v : "<none>") << r;
+        EXPECT_EQ(qz_dbf_set_deleted(t, r, true), r < 3) << r;
+    }
+    EXPECT_TRUE(qz_dbf_flush(t));
+    std::vector<uint8_t> now = read_bytes(path);
+    ASSERT_EQ(now.size(), b.size());
+    for (unsigned r = 0; r < 3; ++r) {
+        EXPECT_EQ(raw_cell(now, r, 1, 10), "v" + std::to_string(r));
+        EXPECT_EQ(now[hl + rl * r], '*');
+    }
+    EXPECT_TRUE(std::equal(b.begin() + hl + rl * 3, b.end(), now.begin() + hl + rl * 3));
+
+    const unsigned total = 1000;  // 11 KB: many pages, many growths
+    for (unsigned r = 10; r < total; ++r) {
+        qz_dbf_add_records(t, 1);
+        ASSERT_TRUE(qz_dbf_set_str(t, 0, r, ("w" + std::to_string(r)).c_str()));
+    }
+    ASSERT_TRUE(qz_dbf_set_str(t, 0, 5, "w5"));
+    EXPECT_EQ(cell(t, 0, total - 1), "w" + std::to_string(total - 1));
+    qz_dbf_close(t);
+    now = read_bytes(path);
+    EXPECT_EQ(u32_at(now, 4), total);
+    ASSERT_EQ(now.size(), hl + rl * total + 1);
+    EXPECT_EQ(now.back(), 0x1A);
+    EXPECT_EQ(raw_cell(now, 2, 1, 10), "v2");
+    for (unsigned r = 10; r < total; ++r)
+        ASSERT_EQ(raw_cell(now, r, 1, 10), "w" + std::to_string(r));
+    EXPECT_EQ(raw_cell(now, 5, 1, 10), "w5");
+    // The reader's count is its own, taken at open; a new one sees all.
+    EXPECT_EQ(qz_dbf_get_nr(reader), 10u);
+    qz_dbf_close(reader);
+    reader = qz_dbf_open(path.c_str(), true, false);
+    EXPECT_EQ(qz_dbf_get_nr(reader), total);
+    EXPECT_EQ(cell(reader, 0, total - 1), "w" + std::to_string(total - 1));
+    qz_dbf_close(reader);
+}
+
+// Another program renames a file over the table while a writer has it
+// open: the writer goes on writing into the file it opened, which nobody
+// can reach by the name any more; the new file stays as it was.
+TEST(MappedTable, AFileRenamedOverTheTableIsLeftAlone) {
+    Temp_dir dir;
+    const std::string path = dir.file("t.dbf"), other = dir.file("other.dbf");
+    ASSERT_TRUE(qz_test::make_char_table(path, {10}, 5));
+    ASSERT_TRUE(qz_test::make_char_table(other, {10}, 2));
+    const std::vector<uint8_t> other_bytes = read_bytes(other);
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_TRUE(qz_dbf_set_str(t, 0, 0, "before"));
+    ASSERT_EQ(std::rename(other.c_str(), path.c_str()), 0);
+    for (unsigned r = 0; r < 5; ++r) ASSERT_TRUE(qz_dbf_set_str(t, 0, r, "after"));
+    qz_dbf_add_records(t, 3);
+    ASSERT_TRUE(qz_dbf_set_str(t, 0, 7, "appended"));
+    EXPECT_EQ(cell(t, 0, 7), "appended");
+    qz_dbf_close(t);
+    EXPECT_EQ(read_bytes(path), other_bytes);
+}
+
+// Writers on many tables at once, opened and closed from several threads:
+// the signal thread they share starts and stops under them, and every
+// value reaches its file.
+TEST(MappedTable, ManyWritersOpenAndCloseAtOnce) {
+    Temp_dir dir;
+    std::vector<std::thread> pool;
+    std::atomic<int> failures{0};
+    for (int k = 0; k < 4; ++k)
+        pool.emplace_back([&, k] {
+            const std::string path = dir.file("t" + std::to_string(k) + ".dbf");
+            failures += !qz_test::make_char_table(path, {6}, 20);
+            for (int round = 0; round < 25; ++round) {
+                Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+                for (unsigned r = 0; r < 20; ++r)
+                    failures += !qz_dbf_set_str(t, 0, r, std::to_string(round * 100 + r).c_str());
+                if (round % 5 == 0) qz_dbf_add_records(t, 1);
+                qz_dbf_close(t);
+                const std::vector<uint8_t> b = read_bytes(path);
+                for (unsigned r = 0; r < 20; ++r)
+                    failures += raw_cell(b, r, 1, 6) != std::to_string(round * 100 + r);
+            }
+        });
+    for (std::thread& th : pool) th.join();
+    EXPECT_EQ(failures.load(), 0);
+}
