@@ -85,33 +85,23 @@ TEST(Coherence, WritesReachTheFileWhenTheWriterLeavesTheRecordOrFlushes) {
     ASSERT_TRUE(qz_test::make_char_table(table, {10, 10}, 5));
     Tqz_dbf_rw* reader = qz_dbf_open(table.c_str(), true, false);
     Tqz_dbf_rw* writer = qz_dbf_open(table.c_str(), false, false);
-    ASSERT_TRUE(reader && writer);
-    EXPECT_EQ(cell(reader, 0, 2), "");
-
-    ASSERT_TRUE(qz_dbf_set_str(writer, 0, 2, "two"));
-    ASSERT_TRUE(qz_dbf_set_str(writer, 1, 2, "deux"));
+    // Field f of record r in the file and as the reader sees it.
+    auto seen = [&](unsigned f, unsigned r) {
+        return raw_cell(read_bytes(table), r, 1 + 10 * f, 10) + "/" + cell(reader, f, r);
+    };
+    EXPECT_EQ(seen(0, 2), "/");
+    ASSERT_TRUE(qz_dbf_set_str(writer, 0, 2, "two") && qz_dbf_set_str(writer, 1, 2, "deux"));
     EXPECT_EQ(cell(writer, 1, 2), "deux");  // its own writes, pending or not
     EXPECT_EQ(cell(writer, 0, 3), "");      // moves on: record 2 goes to the file
-    EXPECT_EQ(raw_cell(read_bytes(table), 2, 1, 10), "two");
-    EXPECT_EQ(raw_cell(read_bytes(table), 2, 11, 10), "deux");
-    EXPECT_EQ(cell(reader, 0, 2), "two");
-    EXPECT_EQ(cell(reader, 1, 2), "deux");
-
-    // An explicit flush, without moving.
+    EXPECT_EQ(seen(0, 2) + seen(1, 2), "two/twodeux/deux");
     ASSERT_TRUE(qz_dbf_set_str(writer, 1, 4, "four"));
-    EXPECT_TRUE(qz_dbf_flush(writer));
-    EXPECT_EQ(raw_cell(read_bytes(table), 4, 11, 10), "four");
-    EXPECT_EQ(cell(reader, 1, 4), "four");
-    EXPECT_TRUE(qz_dbf_flush(writer));  // nothing pending: still true
-    EXPECT_TRUE(qz_dbf_flush(reader));
+    EXPECT_TRUE(qz_dbf_flush(writer));  // an explicit flush, without moving
+    EXPECT_EQ(seen(1, 4), "four/four");
+    EXPECT_TRUE(qz_dbf_flush(writer) && qz_dbf_flush(reader));  // nothing pending: still true
     EXPECT_FALSE(qz_dbf_flush(nullptr));
-
-    // Close writes what is pending.
     ASSERT_TRUE(qz_dbf_set_str(writer, 0, 0, "img"));
-    qz_dbf_close(writer);
-    EXPECT_EQ(raw_cell(read_bytes(table), 0, 1, 10), "img");
-    EXPECT_EQ(cell(reader, 0, 0), "img");
-    EXPECT_EQ(cell(reader, 1, 2), "deux");
+    qz_dbf_close(writer);  // writes what is pending
+    EXPECT_EQ(seen(0, 0) + seen(1, 2), "img/imgdeux/deux");
     qz_dbf_close(reader);
 }
 

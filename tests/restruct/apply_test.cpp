@@ -1,5 +1,5 @@
 // Applying a descriptor: to a table file (the bytes written, the files left,
-// tables it must leave alone, memo fields) and to a loaded memory table in
+// tables it must leave alone) and to a loaded memory table in
 // place (one undoable step); memory tables made with fields, and tables
 // made with another's layout.
 #include <gtest/gtest.h>
@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "qzk_file_dbf_ext.h"
 #include "restruct_tables.h"
 
 using namespace restruct_test;
@@ -82,39 +81,6 @@ TEST_F(Apply, TablesLeftAloneThenRewritten) {
     writer = qz_dbf_open_w(path.c_str(), false, false);
     EXPECT_NE(writer, nullptr);
     qz_dbf_close(writer);
-}
-
-TEST_F(Apply, MemoFieldsKeepTheirBlocksAndTheMemoFileStays) {
-    copy_sample();
-    const auto memo_before = qz_test::read_bytes(dir.file("T.dbt"));
-    const Rows before = cells(path);
-    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-    const int notes = qz_dbf_restruct_count(d) - 1;
-    ASSERT_STREQ(qz_dbf_restruct_get_field(d, notes)->name, "NOTES");
-    std::strcpy(qz_dbf_restruct_get_field(d, notes)->name, "REMARKS");
-    qz_dbf_restruct_move_field(d, notes, 0);
-    qz_dbf_restruct_remove_field_idx(d, 1);  // NAME
-    ASSERT_TRUE(qz_dbf_restruct_apply(d));
-    qz_dbf_restruct_destroy(d);
-    EXPECT_EQ(qz_test::read_bytes(dir.file("T.dbt")), memo_before);
-
-    // The block numbers moved with the field, and its memo text with them.
-    Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
-    Tqz_dbf_rw* orig = qz_dbf_open(QZ_EXAMPLES_DIR "/sample.dbf", true, false);
-    ASSERT_TRUE(t && orig);
-    const Rows now = cells(path);
-    ASSERT_EQ(now.size(), before.size());
-    for (unsigned r = 0; r < before.size(); ++r) {
-        std::vector<std::string> want = {before[r][notes]};
-        want.insert(want.end(), before[r].begin() + 1, before[r].begin() + notes);
-        EXPECT_EQ(now[r], want);
-        Tqz_dbf_value a, b;
-        ASSERT_EQ(qz_dbf_get_value(orig, notes, r, &a), qz_dbf_get_value(t, 0, r, &b)) << r;
-        EXPECT_EQ(std::string(a.text ? a.text : "", a.length),
-                  std::string(b.text ? b.text : "", b.length));
-    }
-    qz_dbf_close(orig);
-    qz_dbf_close(t);
 }
 
 // The bytes of a memory table saved to `name`, its date bytes cleared.

@@ -5,7 +5,6 @@
 
 #include <cmath>
 
-#include "qzk_file_dbf_ext.h"
 #include "restruct_tables.h"
 
 namespace {
@@ -58,8 +57,7 @@ TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
     if (qz_test::exists("/dev/shm")) setenv("TMPDIR", "/dev/shm", 1);
     qz_test::Temp_dir dir;
     tmp ? setenv("TMPDIR", saved_tmp.c_str(), 1) : unsetenv("TMPDIR");
-    const std::wstring saved_temp = qz_options_get_temp_wpath();
-    qz_options_set_temp_wpath(qz_test::widen(dir.path() + "/").c_str());
+    restruct_test::Temp_folder temp(dir.path());
     int rewritten = 0, n = 0;
     for (const std::string& table : tables) {
         SCOPED_TRACE(table);
@@ -94,7 +92,6 @@ TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
         }
         qz_bits_destroy(mask);
     }
-    qz_options_set_temp_wpath(saved_temp.c_str());
     EXPECT_GT(rewritten, 100);
 }
 

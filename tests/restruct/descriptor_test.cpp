@@ -34,22 +34,15 @@ std::string entries(Tqz_dbf_rstrct* d) {
     return out;
 }
 
-class Descriptor : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        ASSERT_TRUE(make_table(path, {{"A", 'C', 10, 0}, {"B", 'N', 8, 2}, {"C", 'L', 1, 0}},
-                               {{"x", "1.5", "T"}}));
-    }
-    qz_test::Temp_dir dir;
-    std::wstring path = dir.wfile("t.dbf");
-};
-
 // One descriptor edited step by step; after each step every entry's name,
 // status (0 new, 1 kept, 2 changed), origin and old attributes. The status
 // is worked out live: an attribute changed back makes the entry kept again.
-TEST_F(Descriptor, EditsAndWhatEachEntryKnowsOfItsOrigin) {
-    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-    ASSERT_NE(d, nullptr);
+// Then an empty descriptor, and indexes outside the entries.
+TEST(Descriptor, EditsStatusesOriginsAndIndexesOutsideTheEntries) {
+    qz_test::Temp_dir dir;
+    const std::wstring path = dir.wfile("t.dbf");
+    ASSERT_TRUE(make_table(path, {{"A", 'C', 10, 0}, {"B", 'N', 8, 2}, {"C", 'L', 1, 0}}, {{"x"}}));
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(dir.file("t.dbf").c_str());
     const std::string kept = "A:1:0:C10:A B:1:1:N8:B C:1:2:L1:C";
     EXPECT_EQ(entries(d), kept);
     Tqz_dbf_field b = field({"B", 'N', 8, 2});
@@ -63,11 +56,7 @@ TEST_F(Descriptor, EditsAndWhatEachEntryKnowsOfItsOrigin) {
     }
     Tqz_dbf_field ins = field({"INS", 'C', 5, 0}), other = field({"NEW", 'C', 1, 0}),
                   lower = field({"b", 'N', 8, 2}), added = field({"NEW", 'I', 4, 0});
-    struct Step {
-        std::function<void()> edit;
-        std::string after;
-    };
-    const std::vector<Step> steps = {
+    const std::vector<std::pair<std::function<void()>, std::string>> steps = {
         {[&] { std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "BB"); },
          "A:1:0:C10:A BB:2:1:N8:B C:1:2:L1:C"},  // renamed through the pointer
         {[&] { std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "B"); }, kept},
@@ -84,22 +73,18 @@ TEST_F(Descriptor, EditsAndWhatEachEntryKnowsOfItsOrigin) {
         {[&] { qz_dbf_restruct_move_field(d, 1, 1); }, "C:1:2:L1:C A:1:0:C10:A B:1:1:N8:B"},
     };
     for (size_t i = 0; i < steps.size(); ++i) {
-        steps[i].edit();
-        EXPECT_EQ(entries(d), steps[i].after) << "step " << i;
+        steps[i].first();
+        EXPECT_EQ(entries(d), steps[i].second) << "step " << i;
     }
     qz_dbf_restruct_destroy(d);
     qz_dbf_restruct_destroy(nullptr);
-}
 
-TEST_F(Descriptor, EmptyDescriptorAndIndexesOutsideTheEntries) {
-    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_empty_w(path.c_str());
-    EXPECT_EQ(qz_dbf_restruct_count(d), 0);
-    Tqz_dbf_field arr[2] = {field({"A", 'C', 10, 0}), field({"B", 'N', 8, 2})};
+    // The same names as the table's, yet new: nothing ties them to it.
+    d = qz_dbf_restruct_create_empty_w(path.c_str());
+    Tqz_dbf_field arr[2] = {field({"A", 'C', 10, 0}), b};
     qz_dbf_restruct_add_fields(d, arr, 2);
     qz_dbf_restruct_add_fields(d, arr, 0);
     qz_dbf_restruct_add_fields(d, nullptr, 2);
-    // The same names as the table's, yet new: nothing ties them to it.
-    EXPECT_EQ(entries(d), "A:0:-1:?0:- B:0:-1:?0:-");
     for (int bad : {-1, 2, 1 << 30}) {
         EXPECT_EQ(qz_dbf_restruct_get_field(d, bad), nullptr);
         EXPECT_EQ(qz_dbf_restruct_get_field_status(d, bad), 0);
@@ -114,14 +99,9 @@ TEST_F(Descriptor, EmptyDescriptorAndIndexesOutsideTheEntries) {
     qz_dbf_restruct_insert_field(d, 2, &arr[0]);  // at the end is allowed
     EXPECT_EQ(entries(d), "A:0:-1:?0:- B:0:-1:?0:- A:0:-1:?0:-");
     qz_dbf_restruct_destroy(d);
-
     // A table that does not open gives an empty descriptor, still a handle.
     d = qz_dbf_restruct_create_w(dir.wfile("missing.dbf").c_str());
-    ASSERT_NE(d, nullptr);
     EXPECT_EQ(qz_dbf_restruct_count(d), 0);
-    qz_dbf_restruct_destroy(d);
-    d = qz_dbf_restruct_create(dir.file("t.dbf").c_str());
-    EXPECT_EQ(qz_dbf_restruct_count(d), 3) << "narrow path";
     qz_dbf_restruct_destroy(d);
 }
 

@@ -13,7 +13,6 @@
 #include <random>
 #include <thread>
 
-#include "qzk_file_dbf_ext.h"
 #include "restruct_tables.h"
 
 namespace {

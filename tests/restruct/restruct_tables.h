@@ -7,6 +7,7 @@
 
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace restruct_test {
@@ -97,6 +98,15 @@ inline int qzdbf(const std::string& args, std::string* out = nullptr,
     if (!input.empty()) command = "printf '" + input + "' | " + command;
     return qz_test::run(command, out);
 }
+
+// The library's temporary folder set to `to` while the object lives.
+struct Temp_folder {
+    std::wstring saved = qz_options_get_temp_wpath();
+    explicit Temp_folder(const std::string& to) {
+        qz_options_set_temp_wpath(qz_test::widen(to + "/").c_str());
+    }
+    ~Temp_folder() { qz_options_set_temp_wpath(saved.c_str()); }
+};
 
 // A mask with the given bits set; the caller destroys it.
 inline void* mask_of(const std::vector<unsigned>& bits) {
