@@ -1,20 +1,88 @@
 // Files that are no good tables and calls that fail: the file check, the
-// checked open, the thread's last error (code, file and reason), deletion
-// flags, a file that cannot grow, and what the shared libraries export.
+// checked open and the tool over broken and awkward files (exit statuses,
+// reasons, files left byte for byte with their modification time), the
+// thread's last error (code, file and reason), wrong values refused by the
+// tool, deletion flags, a file that cannot grow, and what the shared
+// libraries export.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <functional>
 #include <thread>
 
-#include "bad_files.h"
+#include "qzk_file_dbf_ext.h"
+#include "test_support.h"
 
 namespace {
 
 using qz_test::read_bytes;
 using qz_test::Temp_dir;
 using qz_test::write_bytes;
+
+struct Bad_file {
+    std::string name;  // the case, also the file's name
+    std::string path;
+    int severity;        // the worst finding a check makes
+    std::string reason;  // a part of its text
+};
+
+// A good table "NAME C10, AMOUNT N8.2, DAY D8" with three records.
+std::string make_good_table(const qz_test::Temp_dir& dir, const std::string& name) {
+    Tqz_dbf_field fields[3];
+    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_field_init(&fields[1], "AMOUNT", dbf_ft_numeric, 8, 2);
+    qz_dbf_field_init(&fields[2], "DAY", dbf_ft_date, 8, 0);
+    Tqz_dbf_rw* t = qz_dbf_create(dir.file(name).c_str(), 3, 3, fields, false);
+    const char* names[] = {"alpha", "beta", "gamma"};
+    for (unsigned r = 0; r < 3; ++r) {
+        qz_dbf_set_str(t, 0, r, names[r]);
+        qz_dbf_set_dbl(t, 1, r, 1.5 * (r + 1));
+        qz_dbf_set_str(t, 2, r, "20240131");
+    }
+    qz_dbf_close(t);
+    return dir.file(name);
+}
+
+// Every bad file, each in `dir`. The "locked" table is good on disk (the
+// caller holds its lock); the "read_only" table has mode 0444.
+std::vector<Bad_file> make_bad_files(const qz_test::Temp_dir& dir) {
+    const std::vector<uint8_t> good = qz_test::read_bytes(make_good_table(dir, "base.dbf"));
+    std::vector<Bad_file> out;
+    auto variant = [&](const std::string& name, std::vector<uint8_t> bytes, int sev,
+                       const std::string& reason) {
+        if (name != "folder.dbf") qz_test::write_bytes(dir.file(name), bytes);
+        out.push_back(Bad_file{name, dir.file(name), sev, reason});
+    };
+    auto patched = [&](size_t at, std::vector<uint8_t> with) {
+        std::vector<uint8_t> b = good;
+        std::copy(with.begin(), with.end(), b.begin() + at);
+        return b;
+    };
+    const std::string text = "hello,world\nthis is not a table\n";
+    const int fatal = QZ_DBF_SEV_FATAL, error = QZ_DBF_SEV_ERROR;
+    variant("text.txt", std::vector<uint8_t>(text.begin(), text.end()), fatal, "not a dBASE table");
+    variant("empty.dbf", {}, fatal, "empty");
+    mkdir(dir.file("folder.dbf").c_str(), 0755);
+    variant("folder.dbf", {}, fatal, "a folder");
+    variant("cut_header.dbf", {good.begin(), good.begin() + 20}, fatal,
+            "shorter than the 32-byte header");
+    variant("cut_descriptors.dbf", {good.begin(), good.begin() + 80}, fatal,
+            "cut inside the field descriptors");
+    variant("cut_record.dbf", {good.begin(), good.end() - 6}, error, "holds 2 whole records");
+    variant("header_past_end.dbf", patched(8, {0xF0, 0xFF}), fatal, "reaches past the end");
+    variant("count_max.dbf", patched(4, {0xFF, 0xFF, 0xFF, 0xFF}), error,
+            "says 4294967295 records");
+    variant("record_length.dbf", patched(10, {20, 0}), error, "record length 20 is shorter");
+    variant("version.dbf", patched(0, {0x47}), fatal, "unknown version byte 0x47");
+    // The DAY field (8 bytes) becomes a memo field; no memo file is beside it.
+    variant("memo_missing.dbf", patched(32 * 3 + 11, {'M'}), error, "memo file missing");
+    variant("locked.dbf", good, 0, "");
+    variant("read_only.dbf", good, 0, "");
+    chmod(dir.file("read_only.dbf").c_str(), 0444);
+    return out;
+}
 
 // The last error is `code` and its message holds `part`.
 void expect_error(int code, const std::string& part) {
@@ -27,7 +95,6 @@ void expect_error(int code, const std::string& part) {
 std::string check(const std::string& path, int& worst, unsigned flags = QZ_DBF_CHECK_VALUES) {
     std::string text;
     Tqz_dbf_check_result* r = qz_dbf_check_file(path.c_str(), flags);
-    EXPECT_NE(r, nullptr);
     worst = qz_dbf_check_worst(r);
     for (unsigned i = 0; i < qz_dbf_check_count(r); ++i)
         text += std::to_string(qz_dbf_check_severity(r, i)) + "|" +
@@ -38,40 +105,96 @@ std::string check(const std::string& path, int& worst, unsigned flags = QZ_DBF_C
     return text;
 }
 
-// Every bad file: the check finds it, the checked open refuses what is no
-// table with the reason (read-only and unwritten when forced), and neither
-// changes a byte or leaves a lock file.
+// The tool's exit status and what it printed (standard output and error).
+int qzdbf(const std::string& args, std::string* out = nullptr, const std::string& input = "") {
+    std::string command = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1";
+    if (!input.empty()) command = "printf '" + input + "' | " + command;
+    return qz_test::run(command, out);
+}
+
+int64_t mtime_ns(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) != 0 ? -1
+                                          : st.st_mtim.tv_sec * 1000000000ll + st.st_mtim.tv_nsec;
+}
+
+// Every bad file: the check finds it; the checked open refuses what is no
+// table with the reason (read-only and unwritten when forced); every command
+// of the tool refuses it with the reason, or reads it with a warning and
+// never writes it; a locked or read-only table reads and is not written
+// (exit status 3). Nothing changes a byte or the time or leaves a lock file.
 TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
     Temp_dir dir;
-    for (const qz_safe::Bad_file& b : qz_safe::make_bad_files(dir)) {
+    const std::vector<Bad_file> files = make_bad_files(dir);
+    Tqz_dbf_rw* holder = qz_dbf_open(dir.file("locked.dbf").c_str(), false, false);
+    // Command, arguments (PATH replaced), standard input, whether it writes.
+    const std::vector<std::tuple<std::string, std::string, std::string, bool>> commands = {
+        {"info", "info PATH", "", false},       {"info --force", "info --force PATH", "", false},
+        {"dump", "dump PATH", "", false},       {"get", "get PATH 0 0", "", false},
+        {"set", "set PATH 0 0 x", "", true},    {"append", "append PATH", "", true},
+        {"edit", "edit PATH", "quit\\n", true}, {"watch", "watch PATH", "", false},
+        {"check", "check PATH", "", false},     {"create", "create PATH A:C:5", "", true},
+    };
+    for (const Bad_file& b : files) {
         SCOPED_TRACE(b.name);
+        const bool folder = b.name == "folder.dbf", fatal = b.severity == QZ_DBF_SEV_FATAL,
+                   held = b.name == "locked.dbf" || b.name == "read_only.dbf";
         const std::vector<uint8_t> before = read_bytes(b.path);
+        const int64_t mtime = mtime_ns(b.path);
         int worst = -1;
         const std::string found = check(b.path, worst);
         EXPECT_EQ(worst, b.severity) << found;
         EXPECT_NE(found.find(b.reason), std::string::npos) << found;
         qz_dbf_clear_last_error();
         Tqz_dbf_rw* t = qz_dbf_open_ex(b.path.c_str(), 0);
-        if (b.severity == QZ_DBF_SEV_FATAL) {
-            EXPECT_EQ(t, nullptr);
-            expect_error(QZ_DBF_ERR_NOT_A_TABLE, b.reason);
-            if ((t = qz_dbf_open_ex(b.path.c_str(), QZ_DBF_OPEN_FORCE))) {
-                EXPECT_FALSE(qz_dbf_set_deleted(t, 0, true));
-                qz_dbf_close(t);
+        EXPECT_EQ(t != nullptr, !fatal && !held) << qz_dbf_last_error_message();
+        if (fatal) expect_error(QZ_DBF_ERR_NOT_A_TABLE, b.reason);
+        if (b.name == "read_only.dbf") expect_error(QZ_DBF_ERR_PERMISSION, "");
+        qz_dbf_close(t);
+        t = qz_dbf_open_ex(b.path.c_str(), fatal ? QZ_DBF_OPEN_FORCE : QZ_DBF_OPEN_READ_ONLY);
+        EXPECT_TRUE(t || fatal);
+        EXPECT_FALSE(t && fatal && qz_dbf_set_deleted(t, 0, true));  // forced: read-only
+        qz_dbf_close(t);
+        for (const auto& [name, command, input, writes] : commands) {
+            std::string args = command, out;
+            args.replace(args.find("PATH"), 4, "'" + b.path + "'");
+            // watch refuses a file that is no table at once, and otherwise
+            // runs until it is stopped (its status is then not checked).
+            if (name == "watch")
+                args = std::string("--help >/dev/null; timeout -s INT ") + (fatal ? "20" : "0.2") +
+                       " '" QZDBF_EXE "' " + args;
+            const int status = qzdbf(args, &out, input);
+            const std::string where = name + ": " + out;
+            if (name == "info --force") {
+                // Read anyway, with the reason as a warning; a folder is no file.
+                EXPECT_EQ(status, folder ? 2 : 0) << where;
+                EXPECT_TRUE(!fatal || folder ||
+                            out.find("read anyway (--force)") != std::string::npos)
+                    << where;
+            } else if (fatal) {
+                EXPECT_EQ(status, name == "check" ? 1 : 2) << where;
+                EXPECT_NE(out.find(name == "create" ? "already exists" : b.reason),
+                          std::string::npos)
+                    << where;
+            } else if (name != "watch") {
+                // Held: reading works, writing is an I/O failure (3); damaged:
+                // read with a warning, never written.
+                EXPECT_EQ(status, name == "create"  ? 2
+                                  : held            ? (writes ? 3 : 0)
+                                  : writes          ? 2
+                                  : name == "check" ? 1
+                                                    : 0)
+                    << where;
+                EXPECT_TRUE(held || writes || name == "check" ||
+                            out.find("warning: ") != std::string::npos)
+                    << where;
             }
-        } else if (b.name == "read_only.dbf") {
-            EXPECT_EQ(t, nullptr);
-            EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_PERMISSION);
-            t = qz_dbf_open_ex(b.path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-            EXPECT_NE(t, nullptr);
-            qz_dbf_close(t);
-        } else {
-            EXPECT_NE(t, nullptr) << qz_dbf_last_error_message();
-            qz_dbf_close(t);
+            EXPECT_EQ(read_bytes(b.path), before) << where;
+            EXPECT_EQ(mtime_ns(b.path), mtime) << where;
+            EXPECT_EQ(qz_test::exists(b.path + ".lk"), b.name == "locked.dbf") << where;
         }
-        EXPECT_EQ(read_bytes(b.path), before);
-        EXPECT_FALSE(qz_test::exists(b.path + ".lk"));
     }
+    qz_dbf_close(holder);
     int worst = 0;
     check(dir.file("none.dbf"), worst);
     EXPECT_EQ(worst, QZ_DBF_SEV_FATAL);
@@ -84,7 +207,7 @@ TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
 // table each: severity, kind and text of the finding.
 TEST(Safe, CheckFindsFieldLayoutsAndValues) {
     Temp_dir dir;
-    const std::vector<uint8_t> good = read_bytes(qz_safe::make_good_table(dir, "good.dbf"));
+    const std::vector<uint8_t> good = read_bytes(make_good_table(dir, "good.dbf"));
     int worst = -1;
     EXPECT_EQ(check(dir.file("good.dbf"), worst), "");
     EXPECT_EQ(worst, 0);
@@ -163,7 +286,7 @@ TEST(Safe, CheckFindsFieldLayoutsAndValues) {
 // save writes it unless it is to be kept.
 TEST(Safe, CheckedOpenKeepsTheCodePageFileUnlessAsked) {
     Temp_dir dir;
-    const std::string path = qz_safe::make_good_table(dir, "cp.dbf"), cpg = dir.file("cp.cpg");
+    const std::string path = make_good_table(dir, "cp.dbf"), cpg = dir.file("cp.cpg");
     auto after = [&](const std::string& text, const std::function<void()>& open) {
         write_bytes(cpg, std::vector<uint8_t>(text.begin(), text.end()));
         open();
@@ -262,11 +385,37 @@ TEST(Safe, LastErrorSaysWhatFailedWhereAndWhy) {
     EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
 }
 
+// Per type, values the tool's reading of that type must refuse: status 2, a
+// message naming field, record, value and reason, the files as they were.
+TEST(Safe, ToolRefusesWrongValuesAndTheTableStaysAsItWas) {
+    Temp_dir dir;
+    const std::string path = dir.file("values.dbf"), memo = dir.file("values.dbt");
+    ASSERT_EQ(
+        qzdbf("create '" + path + "' C:C:5 N:N:6:2 F:F:8:3 L:L:1 D:D:8 I:I:4 M:M:10 --records 2"),
+        0);
+    const std::vector<uint8_t> before = read_bytes(path), memo_before = read_bytes(memo);
+    const int64_t mtime = mtime_ns(path);
+    for (const std::string fv :
+         {"C abcdef", "C 日本", "N abc", "N 1e99", "N 12345", "N 0x10", "F x", "F 1e30", "F nan",
+          "L maybe", "L yess", "D 2023-02-30", "D 20231301", "D 31.12.2024", "I 2147483648",
+          "I -2147483649", "I 1.5", "M hello", "M 1"}) {
+        const std::string field = fv.substr(0, 1), v = fv.substr(2);
+        std::string out;
+        EXPECT_EQ(qzdbf("set '" + path + "' " + field + " 1 '" + v + "'", &out), 2) << fv << out;
+        EXPECT_NE(out.find("field " + field + ", record 1: '" + v + "' refused: "),
+                  std::string::npos)
+            << out;
+    }
+    EXPECT_EQ(read_bytes(path), before);
+    EXPECT_EQ(read_bytes(memo), memo_before);
+    EXPECT_EQ(mtime_ns(path), mtime);
+}
+
 // A deletion flag is the record's first byte on disk and nothing else; in
 // memory it is undone and redone and saved.
 TEST(Safe, DeletionFlags) {
     Temp_dir dir;
-    const std::string path = qz_safe::make_good_table(dir, "d.dbf");
+    const std::string path = make_good_table(dir, "d.dbf");
     std::vector<uint8_t> want = read_bytes(path);
     auto flags = [&](auto get, auto* t) {
         std::string s;
