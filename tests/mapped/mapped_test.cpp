@@ -163,51 +163,42 @@ TEST(MappedTable, AFileShorterThanItsHeaderClaimsThenGrows) {
     Temp_dir dir;
     const std::string path = dir.file("short.dbf");
     ASSERT_TRUE(qz_test::make_char_table(path, {10}, 10));
-    std::vector<uint8_t> b = read_bytes(path);
-    const size_t hl = u16_at(b, 8), rl = 11;
-    b.resize(hl + rl * 3 + 5);
-    write_bytes(path, b);
+    std::vector<uint8_t> want = read_bytes(path);
+    const size_t hl = u16_at(want, 8), rl = 11;
+    want.resize(hl + rl * 3 + 5);
+    write_bytes(path, want);
     Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
     Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-    ASSERT_TRUE(t && reader);
     EXPECT_EQ(qz_dbf_get_nr(t), 10u);
     for (unsigned r = 0; r < 10; ++r) {
         const std::string v = "v" + std::to_string(r);
-        EXPECT_EQ(qz_dbf_set_str(t, 0, r, v.c_str()), r < 3) << r;
+        EXPECT_EQ(int(qz_dbf_set_str(t, 0, r, v.c_str())) + qz_dbf_set_deleted(t, r, true),
+                  r < 3 ? 2 : 0);
         EXPECT_EQ(cell(t, 0, r), r < 3 ? v : "<none>") << r;
-        EXPECT_EQ(qz_dbf_set_deleted(t, r, true), r < 3) << r;
+        if (r < 3) want[hl + rl * r] = '*';
+        if (r < 3) std::copy(v.begin(), v.end(), want.begin() + hl + rl * r + 1);
     }
     EXPECT_TRUE(qz_dbf_flush(t));
-    std::vector<uint8_t> now = read_bytes(path);
-    ASSERT_EQ(now.size(), b.size());
-    for (unsigned r = 0; r < 3; ++r) {
-        EXPECT_EQ(raw_cell(now, r, 1, 10), "v" + std::to_string(r));
-        EXPECT_EQ(now[hl + rl * r], '*');
-    }
-    EXPECT_TRUE(std::equal(b.begin() + hl + rl * 3, b.end(), now.begin() + hl + rl * 3));
-
+    EXPECT_EQ(read_bytes(path), want);
     const unsigned total = 1000;  // 11 KB: many pages, many growths
     for (unsigned r = 10; r < total; ++r) {
         qz_dbf_add_records(t, 1);
         ASSERT_TRUE(qz_dbf_set_str(t, 0, r, ("w" + std::to_string(r)).c_str()));
     }
     ASSERT_TRUE(qz_dbf_set_str(t, 0, 5, "w5"));
-    EXPECT_EQ(cell(t, 0, total - 1), "w" + std::to_string(total - 1));
     qz_dbf_close(t);
-    now = read_bytes(path);
+    const std::vector<uint8_t> now = read_bytes(path);
     EXPECT_EQ(u32_at(now, 4), total);
     ASSERT_EQ(now.size(), hl + rl * total + 1);
     EXPECT_EQ(now.back(), 0x1A);
-    EXPECT_EQ(raw_cell(now, 2, 1, 10), "v2");
-    for (unsigned r = 10; r < total; ++r)
+    EXPECT_TRUE(std::equal(now.begin() + 32, now.begin() + hl + rl * 3, want.begin() + 32));
+    for (unsigned r = 5; r < total; r += r == 5 ? 5 : 1)
         ASSERT_EQ(raw_cell(now, r, 1, 10), "w" + std::to_string(r));
-    EXPECT_EQ(raw_cell(now, 5, 1, 10), "w5");
     // The reader's count is its own, taken at open; a new one sees all.
     EXPECT_EQ(qz_dbf_get_nr(reader), 10u);
     qz_dbf_close(reader);
     reader = qz_dbf_open(path.c_str(), true, false);
-    EXPECT_EQ(qz_dbf_get_nr(reader), total);
-    EXPECT_EQ(cell(reader, 0, total - 1), "w" + std::to_string(total - 1));
+    EXPECT_EQ(cell(reader, 0, total - 1) + std::to_string(qz_dbf_get_nr(reader)), "w9991000");
     qz_dbf_close(reader);
 }
 

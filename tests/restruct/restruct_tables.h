@@ -39,9 +39,6 @@ inline bool make_table(const std::wstring& path, const std::vector<Column>& colu
                         static_cast<unsigned>(rows.size()), fields.data(), enc == Encoding::cp866);
     if (!t) return false;
     if (enc == Encoding::utf8) qz_dbf_set_utf8_flag(t, true);
-    // The names again, in the table's encoding and not cut to 10 bytes.
-    for (size_t i = 0; i < columns.size(); ++i)
-        qz_dbf_set_field_name(t, static_cast<unsigned>(i), columns[i].name);
     for (size_t r = 0; r < rows.size(); ++r)
         for (size_t k = 0; k < rows[r].size() && k < columns.size(); ++k)
             if (!rows[r][k].empty())
