@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -132,7 +133,9 @@ void expect_cells(Tqz_dbf_rw* t, const std::vector<std::vector<cell>>& cells, bo
     }
 }
 
-TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskAndInMemory) {
+// The tables written are read back by python3-dbfread and GDAL too: every
+// cell must come back the same.
+TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskInMemoryAndInPeers) {
     const struct {
         uint8_t version;
         memo_kind memo;
@@ -143,16 +146,28 @@ TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskAndInMemory) {
                     {0x8B, memo_kind::dbt4, dbase_fields, 6},
                     {0xF5, memo_kind::fpt, dbase_fields, 6}};
     std::mt19937_64 rng(7);
+    qz_test::Temp_dir dir;
+    std::string json;
     for (const auto& d : dialects)
-        for (bool memory : {false, d.version != 0x30}) {
-            SCOPED_TRACE(std::to_string(d.version) + (memory ? " memory" : " disk"));
-            qz_test::Temp_dir dir;
+        for (bool memory : {false, true}) {
+            // A saved memory table of Visual FoxPro loses the 263 bytes after
+            // its descriptors (reported): left out until that is fixed.
+            if (memory && d.version == 0x30) continue;
+            const std::string name = std::to_string(d.version) + (memory ? "memory" : "disk");
+            SCOPED_TRACE(name);
             const unsigned nr = 12;
-            const std::string path = make_table(dir, "t", d.version, d.fields, nr, d.memo, 0x03);
+            const std::string path = make_table(dir, name, d.version, d.fields, nr, d.memo, 0x03);
             Tqz_dbf_memory* m = memory ? qz_dbf_mem_load(path.c_str()) : nullptr;
             Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
             ASSERT_NE(t, nullptr);
             ASSERT_EQ(qz_dbf_get_storage(t), memory ? qz_dbf_storage_memory : qz_dbf_storage_file);
+            json += std::string(json.empty() ? "[" : ",") + "{\"path\":\"" + path +
+                    "\",\"dbt4\":" + (d.memo == memo_kind::dbt4 ? "true" : "false") +
+                    ",\"null_flags\":" + (d.version == 0x30 ? "true" : "false") + ",\"fields\":[";
+            for (unsigned f = 0; f < d.writable; ++f)
+                json += std::string(f ? "," : "") + "[\"" + d.fields[f].name + "\",\"" +
+                        d.fields[f].type + "\"]";
+            json += "],\"records\":[";
             std::vector<std::vector<cell>> cells(nr);
             for (unsigned r = 0; r < nr; ++r)
                 for (unsigned f = 0; f < d.writable; ++f) {
@@ -167,7 +182,18 @@ TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskAndInMemory) {
                         EXPECT_TRUE(qz_dbf_set_value(t, f, r, &v))
                             << f << ": " << qz_dbf_last_error_message();
                     }
+                    char number[96];
+                    std::snprintf(number, sizeof number, "%s[%d,%lld,%.17g,\"",
+                                  f   ? ","
+                                  : r ? "],["
+                                      : "[",
+                                  c.kind, c.i, c.d);
+                    json += number;
+                    for (char ch : c.data)
+                        json += ch == '\r' ? "\\r" : ch == '\n' ? "\\n" : std::string(1, ch);
+                    json += "\"]";
                 }
+            json += "]]}";
             expect_cells(t, cells, false);
             qz_dbf_close(t);
             if (m) {
@@ -179,6 +205,14 @@ TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskAndInMemory) {
             expect_cells(t, cells, true);
             qz_dbf_close(t);
         }
+    if (!qz_test::have_dbfread()) GTEST_SKIP() << "python3-dbfread is not installed";
+    std::ofstream(dir.file("expected.json")) << json << "]";
+    std::string report;
+    const int status = qz_test::run(std::string("/usr/bin/python3 ") + QZ_PEERS_SCRIPT + " '" +
+                                        dir.file("expected.json") + "' 2>&1",
+                                    &report);
+    std::printf("%s", report.c_str());
+    EXPECT_EQ(status, 0) << report;
 }
 
 // Refused values leave the cell and say why; bad arguments and read-only
