@@ -27,14 +27,24 @@ const std::vector<tfield> dbase_fields = {{"NAME", 'C', 10, 0, 0}, {"PRICE", 'N'
                                           {"RATE", 'F', 10, 3, 0}, {"OK", 'L', 1, 0, 0},
                                           {"DAY", 'D', 8, 0, 0},   {"NOTE", 'M', 10, 0, 0}};
 
-// A value to write, what qz_dbf_get_value gives back (as shown()), and the
-// text qz_dbf_set_str takes and qz_dbf_get_str gives ("" when not looked at).
+// A value to write, the text qz_dbf_set_str takes and qz_dbf_get_str gives
+// ("" when not looked at), and what qz_dbf_get_value gives back as shown()
+// ("": the value itself).
 struct cell {
     int kind;
-    long long i = 0;
-    double d = 0;
-    std::string data, want, text;
+    long long i;
+    double d;
+    std::string data, text, want;
+    cell(int k, long long i = 0, double d = 0, std::string data = "", std::string text = "",
+         std::string want = "")
+        : kind(k),
+          i(i),
+          d(d),
+          data(std::move(data)),
+          text(std::move(text)),
+          want(std::move(want)) {}
     Tqz_dbf_value value() const { return Tqz_dbf_value{kind, i, d, data.c_str(), data.size()}; }
+    std::string expected() const { return want.empty() ? shown(value()) : want; }
 };
 
 std::string fixed(unsigned long long units, bool negative, int decimals) {
@@ -45,67 +55,53 @@ std::string fixed(unsigned long long units, bool negative, int decimals) {
     return buf;
 }
 
-std::string g19(double v) {
+std::string printed(const char* format, double v) {
     char buf[64];
-    std::snprintf(buf, sizeof buf, "%19.11g", v);
+    std::snprintf(buf, sizeof buf, format, v);
     return buf;
 }
 
 cell random_cell(std::mt19937_64& rng, const tfield& f) {
-    char buf[64];
-    if (((f.flags & 0x02) || std::strchr("NFDL", f.type)) && rng() % 8 == 0)
-        return {QZ_DBF_VALUE_NULL, 0, 0, "", "null", ""};
     const bool neg = rng() & 1;
+    const uint64_t bits = rng();
+    if (((f.flags & 0x02) || std::strchr("NFDL", f.type)) && bits % 8 == 0)
+        return cell(QZ_DBF_VALUE_NULL);
+    double v = (neg ? -1 : 1) * double(bits % 100000000) / 1000;
     switch (f.type) {
         case 'C':
         case 'M': {
-            std::string w(rng() % (f.type == 'C' ? 11 : 1500), ' ');
+            std::string w(bits % (f.type == 'C' ? 11 : 1500), ' ');
             for (char& c : w) c = "abcXYZ 019.,\r\n"[rng() % (f.type == 'C' ? 12 : 14)];
             if (f.type == 'C') w.erase(w.find_last_not_of(' ') + 1);
-            std::string text = f.type == 'C' ? w + std::string(10 - w.size(), ' ') : "";
-            return {QZ_DBF_VALUE_TEXT, 0, 0, w, "7:" + w, text};
+            return cell(QZ_DBF_VALUE_TEXT, 0, 0, w,
+                        f.type == 'C' ? w + std::string(10 - w.size(), ' ') : "");
         }
-        case 'N': {
-            const std::string t = fixed(rng() % 1000000, neg, 2);
-            std::snprintf(buf, sizeof buf, "d:%.17g", std::strtod(t.c_str(), nullptr));
-            return {QZ_DBF_VALUE_DECIMAL, 0, 0, t, buf, t};
+        case 'N': {  // read back as the double nearest the decimal text
+            const std::string t = fixed(bits % 1000000, neg, 2);
+            return cell(QZ_DBF_VALUE_DECIMAL, 0, 0, t, t,
+                        printed("d:%.17g", std::strtod(t.c_str(), nullptr)));
         }
-        case 'F': {
-            const double v = (neg ? -1 : 1) * double(rng() % 100000000) / 1000;
-            std::snprintf(buf, sizeof buf, "d:%.17g", v);
-            return {QZ_DBF_VALUE_DOUBLE, 0, v, "", buf, g19(v)};
-        }
+        case 'F':
+            return cell(QZ_DBF_VALUE_DOUBLE, 0, v, "", printed("%19.11g", v));
         case 'L':
-            return {QZ_DBF_VALUE_BOOL, neg, 0, "", neg ? "true" : "false", neg ? "T" : "F"};
+            return cell(QZ_DBF_VALUE_BOOL, neg, 0, "", neg ? "T" : "F");
         case 'D': {
             const long long ymd =
-                (1 + rng() % 9999) * 10000 + (1 + rng() % 12) * 100 + 1 + rng() % 28;
-            std::snprintf(buf, sizeof buf, "%08lld", ymd);
-            return {QZ_DBF_VALUE_DATE, ymd, 0, "", "5:" + std::to_string(ymd), buf};
+                (1 + bits % 9999) * 10000 + (1 + rng() % 12) * 100 + 1 + rng() % 28;
+            return cell(QZ_DBF_VALUE_DATE, ymd, 0, "", printed("%08.0f", double(ymd)));
         }
-        case 'I': {
-            const long long v = static_cast<int32_t>(rng());
-            return {QZ_DBF_VALUE_INT, v, 0, "", "2:" + std::to_string(v), std::to_string(v)};
-        }
-        case 'B': {
-            double v;
-            do {
-                const uint64_t bits = rng();
-                std::memcpy(&v, &bits, sizeof v);
-            } while (!std::isfinite(v));
-            std::snprintf(buf, sizeof buf, "d:%.17g", v);
-            return {QZ_DBF_VALUE_DOUBLE, 0, v, "", buf, g19(v)};
-        }
-        case 'Y': {
-            const uint64_t units = rng() % 9223372036854775807ull;
-            const std::string t = fixed(units, neg && units, 4);
-            return {QZ_DBF_VALUE_DECIMAL, 0, 0, t, "4:" + t, ""};
-        }
-        default: {  // T: 0001-01-01 to 9999-12-31
-            const long long ms =
-                -62135596800000LL + static_cast<long long>(rng() % 315537897600000ull);
-            return {QZ_DBF_VALUE_DATETIME, ms, 0, "", "6:" + std::to_string(ms), ""};
-        }
+        case 'I':
+            return cell(QZ_DBF_VALUE_INT, int32_t(bits), 0, "", std::to_string(int32_t(bits)));
+        case 'B':  // any finite bit pattern
+            std::memcpy(&v, &bits, sizeof v);
+            return cell(QZ_DBF_VALUE_DOUBLE, 0, std::isfinite(v) ? v : 0.5, "",
+                        printed("%19.11g", std::isfinite(v) ? v : 0.5));
+        case 'Y':
+            return cell(QZ_DBF_VALUE_DECIMAL, 0, 0,
+                        fixed(bits % 9223372036854775807ull, neg && bits, 4));
+        default:  // T: 0001-01-01 to 9999-12-31
+            return cell(QZ_DBF_VALUE_DATETIME,
+                        -62135596800000LL + static_cast<long long>(bits % 315537897600000ull));
     }
 }
 
@@ -119,8 +115,8 @@ void expect_cells(Tqz_dbf_rw* t, const std::vector<std::vector<cell>>& cells, bo
         ASSERT_GE(qz_dbf_get_record_values(t, r, values.data(), 20), long(nf));
         for (unsigned f = 0; f < nf; ++f) {
             const cell& c = cells[r][f];
-            EXPECT_EQ(read_shown(t, f, r), c.want) << "field " << f << " record " << r;
-            EXPECT_EQ(shown(values[f]), c.want) << "field " << f << " record " << r;
+            EXPECT_EQ(read_shown(t, f, r), c.expected()) << "field " << f << " record " << r;
+            EXPECT_EQ(shown(values[f]), c.expected()) << "field " << f << " record " << r;
             bool ok = false;
             const std::string got = text && !c.text.empty() ? qz_dbf_get_str(t, f, r, ok) : c.text;
             EXPECT_EQ(got, c.text) << f << " " << r;
@@ -129,7 +125,7 @@ void expect_cells(Tqz_dbf_rw* t, const std::vector<std::vector<cell>>& cells, bo
     for (unsigned f = 0; f < nf; ++f) {
         ASSERT_EQ(qz_dbf_get_column_values(t, f, 0, nr, values.data()), long(nr));
         for (unsigned r = 0; r < nr; ++r)
-            EXPECT_EQ(shown(values[r]), cells[r][f].want) << f << " " << r;
+            EXPECT_EQ(shown(values[r]), cells[r][f].expected()) << f << " " << r;
     }
 }
 
