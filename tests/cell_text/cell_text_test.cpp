@@ -20,60 +20,37 @@ namespace {
 
 // Cell bytes as a file may hold them, field by field; I and B cells hold
 // their values' little-endian bytes.
-const std::string kText[] = {"plain text",        "\xC0\xE1\xE2 \xD0\xAF",
-                             "\x98\x81 odd",      std::string("a\0hidden", 8),
-                             "\xE2\x82\xAC euro", "   "};
-const char* const kNumber[] = {"  12.50",
-                               "-0.05",
-                               "1,5",
-                               "abc",
-                               "\xD0\xAF"
-                               "12",
-                               "1e3",
-                               "",
-                               " 7"};
+// clang-format off
+const std::string kText[] = {"plain text", "\xC0\xE1\xE2 \xD0\xAF", "\x98\x81 odd", std::string("a\0hidden", 8), "\xE2\x82\xAC euro", "   "};
+const char* const kNumber[] = {"  12.50", "-0.05", "1,5", "abc", "\xD0\xAF" "12", "1e3", "", " 7"};
 const char* const kFloat[] = {"  3.1416", "1,25", "-12345678.9", "1e300", "x", "\xAB", "0.0001"};
 const int kInts[] = {0, -1, 2147483647, -2147483647 - 1, 42};
 const double kDoubles[] = {0.0, -0.0, 1.5, 1e-300, 123456789012345.0, -2.5e10};
+const std::vector<qz_test::Field_def> kFields = {{"NAME", 'C', 12}, {"AMOUNT", 'N', 10, 2}, {"RATE", 'F', 12, 4},
+    {"COUNT", 'I', 4}, {"VALUE", 'B', 8}, {"BORN", 'D', 8}, {"ACTIVE", 'L', 1}};
+// clang-format on
 constexpr unsigned kNf = 7;
-
-template <class T>
-std::string bytes_of(const T& v) {
-    return std::string(reinterpret_cast<const char*>(&v), sizeof v);
-}
 
 // A table of `records` records filled from the lists above, its code page
 // given by the .cpg.
 std::string make(const qz_test::Temp_dir& dir, unsigned records, const char* cpg) {
     std::vector<std::vector<std::string>> rows;
     for (unsigned r = 0; r < records; ++r)
-        rows.push_back({kText[r % 6], kNumber[r % 8], kFloat[r % 7], bytes_of(kInts[r % 5]),
-                        bytes_of(kDoubles[r % 6]), r % 2 ? "20240229" : "\xD0\xAF",
-                        r % 3 ? "T" : "?"});
-    const std::string path = dir.file("t.dbf");
-    qz_test::write_bytes(path, qz_test::dbf_bytes(3,
-                                                  {{"NAME", 'C', 12},
-                                                   {"AMOUNT", 'N', 10, 2},
-                                                   {"RATE", 'F', 12, 4},
-                                                   {"COUNT", 'I', 4},
-                                                   {"VALUE", 'B', 8},
-                                                   {"BORN", 'D', 8},
-                                                   {"ACTIVE", 'L', 1}},
-                                                  rows));
+        rows.push_back({kText[r % 6], kNumber[r % 8], kFloat[r % 7],
+                        std::string(reinterpret_cast<const char*>(&kInts[r % 5]), 4),
+                        std::string(reinterpret_cast<const char*>(&kDoubles[r % 6]), 8),
+                        r % 2 ? "20240229" : "\xD0\xAF", r % 3 ? "T" : "?"});
+    qz_test::write_bytes(dir.file("t.dbf"), qz_test::dbf_bytes(3, kFields, rows));
     std::ofstream(dir.file("t.cpg")) << cpg;
-    return path;
+    return dir.file("t.dbf");
 }
 
 TEST(Cell_text, EveryCellUnderEverySystemCodePage) {
     qz_test::Temp_dir dir;
     const unsigned records = 840;  // every list goes round whole
-    for (unsigned cp : {1251u, 65001u, 866u}) {
-        Tqz_dbf_rw* t = qz_dbf_open(make(dir, records,
-                                         cp == 65001 ? "UTF-8"
-                                         : cp == 866 ? "CP866"
-                                                     : "CP1251")
-                                        .c_str(),
-                                    true, false);
+    for (const char* cpg : {"CP1251", "UTF-8", "CP866"}) {
+        const unsigned cp = cpg[0] == 'U' ? 65001 : cpg[2] == '8' ? 866 : 1251;
+        Tqz_dbf_rw* t = qz_dbf_open(make(dir, records, cpg).c_str(), true, false);
         ASSERT_NE(t, nullptr);
         Tqz_dbf_basic* basic = t->current()->as_basic();
         ASSERT_NE(basic, nullptr);
