@@ -25,7 +25,7 @@ std::string shown(const Tqz_dbf_value& v) {
     return v.kind == QZ_DBF_VALUE_DOUBLE ? buf : typed_test::shown(v);
 }
 
-TEST(Dbase7, CorpusTablesReadFieldByFieldAndValueByValue) {
+TEST(Dbase7, CorpusTablesReadValueByValueAndWrittenBackUnchanged) {
     // The path, field and record counts, the encoding named by the language
     // driver at bytes 32..63, the first fields' full names, cells as
     // field:record=shown.
@@ -56,10 +56,14 @@ TEST(Dbase7, CorpusTablesReadFieldByFieldAndValueByValue) {
          {"0:0=d:193786", "1:0=7:WT-05561 GULF POWER CO."}},
         // clang-format on
     };
+    unsigned written = 0, nulls = 0;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
-        Tqz_dbf_rw* t = qz_dbf_open_ex((std::string(QZ_CORPUS_DIR) + "/" + c.path).c_str(),
-                                       QZ_DBF_OPEN_READ_ONLY);
+        qz_test::Temp_dir dir;
+        const std::string path =
+            qz_test::copy_with_companions(std::string(QZ_CORPUS_DIR) + "/" + c.path, dir.path());
+        const std::vector<uint8_t> before = qz_test::read_bytes(path);
+        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
         ASSERT_NE(t, nullptr);
         EXPECT_EQ(qz_dbf_get_nf(t), c.fields);
         EXPECT_EQ(qz_dbf_get_nr(t), c.records);
@@ -90,8 +94,23 @@ TEST(Dbase7, CorpusTablesReadFieldByFieldAndValueByValue) {
             EXPECT_EQ(integer ? qz_dbf_get_str(t, f, r, ok) : want.substr(2), want.substr(2))
                 << cell;
         }
+        // Every I, O and @ cell written back with the value read from it
+        // (nulls as null) leaves the file as it was.
+        for (unsigned f = 0; f < c.fields; ++f)
+            for (unsigned r = 0; r < c.records && std::strchr("IO@", letters[f]); ++r, ++written) {
+                Tqz_dbf_value v;
+                ASSERT_TRUE(qz_dbf_get_value(t, f, r, &v));
+                const std::string was = shown(v);
+                ASSERT_TRUE(qz_dbf_set_value(t, f, r, &v))
+                    << f << " " << r << ": " << qz_dbf_last_error_message();
+                EXPECT_EQ(typed_test::read_shown(t, f, r), typed_test::shown(v)) << f << " " << r;
+                nulls += was == "null";
+            }
         qz_dbf_close(t);
+        EXPECT_TRUE(qz_test::read_bytes(path) == before);
     }
+    EXPECT_GT(written, 100u);
+    EXPECT_GT(nulls, 0u);  // the empty cells (zeros) are among them
 }
 
 // A table of one C field with the given name, one record "hello".
