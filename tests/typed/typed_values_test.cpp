@@ -99,9 +99,10 @@ cell random_cell(std::mt19937_64& rng, const tfield& f) {
         case 'Y':
             return cell(QZ_DBF_VALUE_DECIMAL, 0, 0,
                         fixed(bits % 9223372036854775807ull, neg && bits, 4));
-        default:  // T: 0001-01-01 to 9999-12-31
+        default:  // T: 0001-01-01 to 1970, 1970 to 9999-12-31
             return cell(QZ_DBF_VALUE_DATETIME,
-                        -62135596800000LL + static_cast<long long>(bits % 315537897600000ull));
+                        neg ? -static_cast<long long>(bits % 62135596800000ull)
+                            : static_cast<long long>(bits % 253402300800000ull));
     }
 }
 
@@ -122,6 +123,8 @@ void expect_cells(Tqz_dbf_rw* t, const std::vector<std::vector<cell>>& cells, bo
             EXPECT_EQ(got, c.text) << f << " " << r;
         }
     }
+    EXPECT_EQ(qz_dbf_get_column_values(t, 0, 1, 99, values.data()),
+              long(nr - 1));  // cut at the end
     for (unsigned f = 0; f < nf; ++f) {
         ASSERT_EQ(qz_dbf_get_column_values(t, f, 0, nr, values.data()), long(nr));
         for (unsigned r = 0; r < nr; ++r)
