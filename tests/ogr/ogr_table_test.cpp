@@ -1,6 +1,6 @@
-// The OGR-backed table read directly: counts, layers, the type mapping and
-// its default lengths, values through every getter, the feature cache, search
-// and a table created through OGR.
+// The OGR-backed table read directly: values through every getter, wide
+// text by the flags, search, and a table created through OGR (the type
+// mapping). Layers are checked through the exports (ogr_facade_test).
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,25 +9,12 @@
 
 #include "ogr/ogr_table.h"
 #include "ogr_inputs.h"
-#include "support/string_adapter.h"
 
 namespace {
 
-using qz_ogr_test::Inputs;
+using qz_ogr_test::inputs;
 using qz_ogr_test::people;
 using qz_ogr_test::people_count;
-
-const Inputs& inputs() {
-    static Inputs in;
-    return in;
-}
-
-std::wstring layer_name(Tqz_dbf_ogr& t, unsigned int i) {
-    std::wstring name;
-    Tqz_std_wstring_adapter adp(&name);
-    t.get_layer_name(i, adp.handle());
-    return name;
-}
 
 TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
     ASSERT_TRUE(inputs().made);
@@ -82,43 +69,6 @@ TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
         EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
         EXPECT_FALSE(t.set_as_any(0, people_count, nullptr));
     }
-}
-
-TEST(OgrTable, LayersOfAGeoPackage) {
-    ASSERT_TRUE(inputs().made);
-    Tqz_dbf_ogr t;
-    ASSERT_EQ(t.open(inputs().gpkg.c_str(), true, false), 0);
-    EXPECT_EQ(t.get_nl(), 2u);
-    EXPECT_EQ(t.get_layer(), 0u);
-    EXPECT_EQ(layer_name(t, 0), L"people");
-    EXPECT_EQ(layer_name(t, 1), L"towns");
-    EXPECT_EQ(layer_name(t, 2), L"");
-    bool ok = false;
-    EXPECT_TRUE(t.set_layer(0)) << "the same layer";
-
-    ASSERT_TRUE(t.set_layer(1));
-    EXPECT_EQ(t.get_layer(), 1u);
-    EXPECT_EQ(t.get_nf(), 2u);
-    EXPECT_EQ(t.get_nr(), 3u);
-    EXPECT_STREQ(t.get_field_name(0), "town");
-    EXPECT_EQ(t.get_field_flen(0), 16u);
-    EXPECT_STREQ(t.get_as_string(0, 1, ok), "Bergen");
-    EXPECT_EQ(t.get_as_integer(1, 2, ok), 77000);
-    EXPECT_STREQ(t.get_as_string(1, 3, ok), "") << "a record the new layer lacks";
-    EXPECT_FALSE(ok);
-
-    EXPECT_FALSE(t.set_layer(2));
-    EXPECT_FALSE(t.set_layer(0xFFFFFFFFu));
-    EXPECT_EQ(t.get_layer(), 1u);
-    ASSERT_TRUE(t.set_layer(0));
-    EXPECT_EQ(t.get_as_integer(0, 6, ok), 7);
-
-    t.close();
-    EXPECT_EQ(t.get_nl(), 0u);
-    EXPECT_EQ(t.get_layer(), 0xFFFFFFFFu);
-    EXPECT_EQ(t.get_nr(), 0u);
-    EXPECT_FALSE(t.set_layer(0));
-    EXPECT_EQ(layer_name(t, 0), L"");
 }
 
 TEST(OgrTable, FindValue) {
