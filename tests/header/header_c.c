@@ -46,7 +46,6 @@ int main(int argc, char** argv) {
         CHECK(qz_dbf_set_int(t, 0, 2, 42) && qz_dbf_set_str(t, 1, 3, "text"));
         CHECK(qz_dbf_get_int(t, 0, 2, &ok) == 42 && ok);
         CHECK(strcmp(qz_dbf_get_str(t, 1, 3, &ok), "text                ") == 0 && ok);
-        CHECK(qz_dbf_get_dbl(t, 0, 2, &ok) == 42.0);
         CHECK(qz_dbf_find_value(t, 1, "TEXT", &record) && record == 3);
         CHECK(qz_dbf_set_wstr_encoded(t, 1, 0, L"AB", 2));
         wide = qz_dbf_get_wstr_encoded(t, 1, 0, &len, &ok);
@@ -76,11 +75,8 @@ int main(int argc, char** argv) {
     memo_file[512 + 7] = 5; /* length 5 */
     memcpy(memo_file + 512 + 8, "memo!", 5);
     f = fopen(path, "wb");
-    CHECK(f != NULL);
-    if (f) {
-        fwrite(memo_file, 1, sizeof memo_file, f);
-        fclose(f);
-    }
+    CHECK(f != NULL && fwrite(memo_file, 1, sizeof memo_file, f) == sizeof memo_file);
+    if (f) fclose(f);
     fpt = qz_fpt_open(path, true);
     CHECK(fpt != NULL);
     if (fpt) {
@@ -99,7 +95,6 @@ int main(int argc, char** argv) {
           QZ_DBF_DELMASK_CANNOT_OPEN);
     CHECK(!qz_dbf_restruct_apply_progress(NULL, NULL, NULL));
     CHECK(qz_dbf_get_field_long_name(NULL, 0) == NULL && qz_dbf_get_field_letter(NULL, 0) == 0);
-    CHECK(qz_dbf_get_field_width(NULL, 0) == 0);
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }

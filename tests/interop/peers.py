@@ -41,6 +41,7 @@ SIGNATURES = {
     "qz_dbf_create": (H, [S, U, U, ctypes.POINTER(Field), B]),
     "qz_dbf_get_nf": (U, [H]), "qz_dbf_get_nr": (U, [H]), "qz_dbf_get_deleted": (ctypes.c_int, [H, U]),
     "qz_dbf_get_field_type": (ctypes.c_int, [H, U]), "qz_dbf_get_field_flen": (U, [H, U]),
+    "qz_dbf_get_field_width": (U, [H, U]),
     "qz_dbf_get_encoding": (ctypes.c_int, [H, S, ctypes.c_size_t]),
     "qz_dbf_detect_encoding": (ctypes.c_int, [S, S, U, S, ctypes.c_size_t]),
     "qz_dbf_get_value": (B, [H, U, U, ctypes.POINTER(Value)]),

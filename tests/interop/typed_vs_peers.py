@@ -49,46 +49,9 @@ def canonical(name):
         return name.lower()
 
 
-def encoding_difference(path, ours, source, header):
-    """Why our encoding differs from dbfread's: (reason, whether it is ours)."""
-    try:
-        theirs = peers.dbfread.DBF(path, load=False).encoding
-    except Exception:
-        return None
-    if source == 0:
-        return "no encoding found", True
-    if canonical(ours) == canonical(theirs):
-        return "", False
-    if source == 2:
-        return "from the .cpg (dbfread reads no .cpg)", False
-    if source == 4 and theirs == "ascii":
-        return "no driver byte: ours the classic default, dbfread ascii", False
-    return "driver 0x%02X: ours %s, dbfread %s" % (header[29], ours, theirs), True
-
-
-def has_null_flags(t, header):
-    return any(f.type == "0" for f in t.fields) and header[0] in (0x30, 0x31, 0x32)
-
-
-def wide_character_fields(path, header):
-    """C fields with a length high byte (in the decimals byte of their 32-byte
-    descriptor) that the header's record length confirms."""
-    if header[0] in (0x30, 0x31, 0x32, 0x04, 0x8C):
-        return False
-    with open(path, "rb") as f:
-        area = f.read(header[8] | header[9] << 8)
-    wide, high = 0, False
-    for at in range(32, len(area) - 31, 32):
-        if area[at] == 0x0D:
-            break
-        wide += area[at + 16] + (256 * area[at + 17] if chr(area[at + 11]) == "C" else 0)
-        high = high or (chr(area[at + 11]) == "C" and area[at + 17] != 0)
-    return high and wide + 1 == (header[10] | header[11] << 8)
-
-
 def typed_equal(o, th):
     if type(o) is bool:
-        return th is o
+        return o is th
     if o == th:
         return True
     if isinstance(th, float) and isinstance(o, (float, int)):
@@ -97,55 +60,56 @@ def typed_equal(o, th):
     return both and abs((o - th).total_seconds()) < 0.001
 
 
+def null_flags(t, header):
+    return any(f.type == "0" for f in t.fields) and header[0] in (0x30, 0x31, 0x32)
+
+
 def whose(fd, o, th, t, header):
     """Why a typed cell differs: ("peer"|"table"|"ours", reason)."""
     prefix = isinstance(o, str) and isinstance(th, str) and th.startswith(o)
+    blank = o is None and th in ("", b"")
     if 1 + sum(f.length for f in t.fields) != (header[10] | header[11] << 8):
         return "table", "header record length disagrees with the fields (we follow the header)"
     if fd.type == "V" and prefix:
         return "peer", "varchar length flag (_NullFlags) ignored: padding and length byte kept"
     if fd.type == "M" and header[0] in (0x8B, 0xCB, 0x8E) and prefix:
         return "peer", "dBASE IV memo read past the length its block header gives"
-    if o is None and th in ("", b"") and has_null_flags(t, header):
+    if blank and null_flags(t, header):
         return "peer", "Visual FoxPro null flag (_NullFlags) ignored: null read as its blanks"
-    if o is None and th in ("", b"") and fd.type in "MBGP":
+    if blank and fd.type in "MBGP":
         return "peer", "memo block past the end of the memo file read as empty (ours: no memo)"
     return "ours", "unexplained"
 
 
-def text_difference(h, f, r, fd, theirs, version):
+def text_difference(h, f, r, kind, theirs):
     """None when the classic getters read the cell as dbfread does."""
     ok = ctypes.c_bool()
     text = lib.qz_dbf_get_str(h, f, r, ctypes.byref(ok)).decode("utf-8", "replace").strip(WS)
-    if fd.type == "C":
-        return None if text == theirs.strip(WS) else "text"
-    if fd.type in "NF" and theirs is None:
-        return None if text.strip("*").strip(WS) == "" else "blank"
-    if fd.type == "N":
+    digits = text.strip("*").strip(WS)
+    typed = {"L": lib.qz_dbf_get_bool, "I": lib.qz_dbf_get_int, "B": lib.qz_dbf_get_dbl}
+    v = typed[kind](h, f, r, ctypes.byref(ok)) if kind in typed else None
+    if kind == "C":
+        return text != theirs.strip(WS)
+    if kind in "NF" and theirs is None:
+        return digits != ""
+    if kind == "N":
         try:
-            same = float(text.strip("*").strip(WS).replace(",", ".", 1)) == float(theirs)
+            return float(digits.replace(",", ".", 1)) != float(theirs)
         except ValueError:
-            same = False
-        return None if same else "number"
-    if fd.type == "F":  # shown as printf's %19.11g shows the number
-        return None if text == "%.11g" % theirs else "number"
-    if fd.type == "L":
-        v = lib.qz_dbf_get_bool(h, f, r, ctypes.byref(ok))
-        return None if (v if ok.value else None) == theirs else "logical"
-    if fd.type == "D":
-        want = theirs.strftime("%Y%m%d") if theirs else ""
-        return None if text == want or (not want and text.strip("0") == "") else "date"
-    if fd.type == "I":
-        v = lib.qz_dbf_get_int(h, f, r, ctypes.byref(ok))
-        return None if ok.value and v == theirs and text == str(theirs) else "integer"
-    if fd.type == "B":
-        v = lib.qz_dbf_get_dbl(h, f, r, ctypes.byref(ok))
-        same = ok.value and (v == theirs or (math.isnan(v) and math.isnan(theirs)))
-        return None if same and text == "%.11g" % theirs else "double"
-    return None
+            return True
+    if kind == "F":  # shown as printf's %19.11g shows the number
+        return text != "%.11g" % theirs
+    if kind == "L":
+        return (v if ok.value else None) != theirs
+    if kind == "D":
+        return text != (theirs.strftime("%Y%m%d") if theirs else "") and (theirs or text.strip("0"))
+    if kind == "I":
+        return not ok.value or v != theirs or text != str(theirs)
+    same = ok.value and (v == theirs or (math.isnan(v) and math.isnan(theirs)))
+    return not same or text != "%.11g" % theirs  # B: a double
 
 
-def compare_text(path, rel, counts, listed, diffs):
+def compare_text(path, rel):
     """The classic getters against dbfread: every comparable cell."""
     h = lib.qz_dbf_open(path.encode(), True, False)
     enc = "utf-8" if h and lib.qz_dbf_get_utf8_flag(h) else \
@@ -156,55 +120,48 @@ def compare_text(path, rel, counts, listed, diffs):
     except Exception:
         return lib.qz_dbf_close(h) if h else None
     if not h:
-        diffs.append((rel, "dbfread reads it, the library does not open it"))
-        return
-    counts["tables"] += 1
-    nr = lib.qz_dbf_get_nr(h)
-    letter = [chr(lib.qz_dbftype2char(k)) if k else "?" for k in
-              (lib.qz_dbf_get_field_type(h, f) for f in range(lib.qz_dbf_get_nf(h)))]
-    version, recordlen = t.header.dbversion, t.header.recordlen
-    why = []
+        return text_diffs.append((rel, "dbfread reads it, the library does not open it"))
+    text_counts["tables"] += 1
+    nr, recordlen = lib.qz_dbf_get_nr(h), t.header.recordlen
+    letters = [chr(lib.qz_dbftype2char(k)) if k else "?" for k in
+               (lib.qz_dbf_get_field_type(h, f) for f in range(lib.qz_dbf_get_nf(h)))]
+    why, skipped, left = [], collections.Counter(), []
     if [(f.type if f.type in "CNLMDFIBP" else "?", f.length) for f in t.fields] != \
-            [(letter[f], lib.qz_dbf_get_field_flen(h, f)) for f in range(len(letter))]:
+            [(c, lib.qz_dbf_get_field_flen(h, f)) for f, c in enumerate(letters)]:
         why.append("fields differ (a C field over 255 bytes or descriptors past the header)")
     elif 1 + sum(f.length for f in t.fields) != recordlen:
         why.append("dbfread steps by the field lengths, not the header's record length")
-    if not why:
+    else:
         # dbfread yields the records flagged ' ' (live), then those flagged '*'.
         with open(path, "rb") as fh:
-            data = fh.read()
-        flags = data[t.header.headerlen::recordlen][:nr]
+            flags = fh.read()[t.header.headerlen::recordlen][:nr]
         rows = [r for r, c in enumerate(flags) if c == 0x20]
         rows += [r for r, c in enumerate(flags) if c == 0x2A]
-        pairs = list(zip(rows, list(t.records) + list(t.deleted)))
         if len(t.records) + len(t.deleted) > nr:
             why.append("records past the header's record count")
-        skipped, left = collections.Counter(), []
         for f, fd in enumerate(t.fields):
-            if fd.type not in "CNFLDIB" or (fd.type == "B" and version not in (0x30, 0x31, 0x32)):
+            if fd.type not in "CNFLDIB" or (fd.type == "B" and t.header.dbversion not in
+                                            (0x30, 0x31, 0x32)):
                 left += [] if fd.type in left else [fd.type]  # B: a memo reference here
                 continue
-            for r, rec in pairs:
-                theirs = rec[f]
-                if theirs is REFUSED:
+            for r, rec in zip(rows, list(t.records) + list(t.deleted)):
+                if rec[f] is REFUSED:
                     skipped["cells dbfread cannot read"] += 1
-                elif fd.type == "C" and "\0" in theirs.rstrip("\0 "):
+                elif fd.type == "C" and "\0" in rec[f].rstrip("\0 "):
                     skipped["C cells with text after a zero byte (read up to it)"] += 1
                 else:
-                    counts["cells"] += 1
-                    what = text_difference(h, f, r, fd, theirs, version)
-                    if what:
-                        diffs.append((rel, r, fd.name, repr(theirs)[:30], what))
-        why += ["%d %s" % (n, k) for k, n in skipped.items()]
-        why += ["types not compared: " + ", ".join(left)] if left else []
+                    text_counts["cells"] += 1
+                    if text_difference(h, f, r, fd.type, rec[f]):
+                        text_diffs.append((rel, r, fd.name, repr(rec[f])[:30]))
     lib.qz_dbf_close(h)
+    why += ["%d %s" % (n, k) for k, n in skipped.items()]
+    why += ["types not compared: " + ", ".join(left)] if left else []
     if why:
-        listed.append((rel, "; ".join(why)))
+        text_listed.append((rel, "; ".join(why)))
 
 
-encodings, encoding_reasons, failures = collections.Counter(), collections.Counter(), []
-stats = collections.defaultdict(lambda: [0, 0])
-reasons = collections.Counter()
+encodings, failures = collections.Counter(), []
+stats, reasons = collections.defaultdict(lambda: [0, 0]), collections.Counter()
 examples = collections.defaultdict(list)
 text_counts, text_listed, text_diffs = collections.Counter(), [], []
 gdal_stats, gdal_diffs = collections.Counter(), collections.defaultdict(list)
@@ -216,14 +173,19 @@ for path in peers.tables(corpus):
     source = lib.qz_dbf_detect_encoding(path.encode(), None, 0, name, 64)
     if source == 0 and os.path.getsize(path) >= 32:
         failures.append((rel, "no encoding for a table with a header"))
-    difference = encoding_difference(path, name.value.decode(), source, header)
-    if difference is not None:
-        encodings["differ" if difference[0] else "agree"] += 1
-        if difference[0]:
-            encoding_reasons[difference[0].split(":")[0]] += 1
-        if difference[1]:
-            failures.append((rel, difference[0]))
-    compare_text(path, rel, text_counts, text_listed, text_diffs)
+    try:
+        ours, theirs = canonical(name.value.decode()), canonical(peers.dbfread.DBF(path).encoding)
+    except Exception:  # dbfread does not read the table
+        ours = theirs = None
+    # A difference must come from a source dbfread does not read.
+    why = "agree" if ours == theirs else "from the .cpg (dbfread reads no .cpg)" if source == 2 \
+        else "no driver byte: ours the classic default, dbfread ascii" \
+        if source == 4 and theirs == "ascii" else "ours %s (source %d), dbfread %s" % (
+            ours, source, theirs)
+    encodings[why] += ours is not None
+    if ours is not None and why.startswith("ours"):
+        failures.append((rel, "encoding " + why))
+    compare_text(path, rel)
 
     h = lib.qz_dbf_open_ex(path.encode(), 1)
     if not h:
@@ -234,10 +196,9 @@ for path in peers.tables(corpus):
         t = peers.read(path, enc.lower(), char_decode_errors="strict",
                        ignore_missing_memofile=False)
     except Exception:
-        lib.qz_dbf_close(h)
-        continue
+        t = None
     nr, nf = lib.qz_dbf_get_nr(h), lib.qz_dbf_get_nf(h)
-    if nf != len(t.fields):
+    if t is None or nf != len(t.fields):
         lib.qz_dbf_close(h)
         continue
     live = [r for r in range(nr) if lib.qz_dbf_get_deleted(h, r) == 0]
@@ -260,20 +221,18 @@ for path in peers.tables(corpus):
                                                  repr(rec[f])[:40]))
     # GDAL: the record count and every text cell of the live records, decoded
     # as we decode them (the encoding choice is compared with dbfread's above).
-    layer = None
-    if peers.gdal is not None:
-        try:
-            ds = peers.gdal.OpenEx(path, peers.gdal.OF_VECTOR, open_options=["ENCODING=" + enc])
-            layer = ds.GetLayer(0) if ds else None
-        except Exception:
-            pass
+    try:  # the layer lives as long as its data set
+        ds = peers.gdal.OpenEx(path, peers.gdal.OF_VECTOR, open_options=["ENCODING=" + enc])
+        layer = ds.GetLayer(0)
+    except Exception:  # no GDAL, or a table GDAL does not open
+        layer = None
     if layer is not None:
         gdal_stats["tables"] += 1
         features = {feat.GetFID(): feat for feat in layer}
-        if len(features) == len(live):
-            gdal_stats["counts equal"] += 1
-        else:
+        gdal_stats["counts equal"] += len(features) == len(live)
+        if len(features) != len(live):
             gdal_diffs["record count"].append((rel, len(live), len(features)))
+        wide = any(lib.qz_dbf_get_field_width(h, f) > 255 for f in range(nf))
         for f, fd in enumerate(t.fields):
             if fd.type != "C" or f >= layer.GetLayerDefn().GetFieldCount():
                 continue
@@ -284,57 +243,51 @@ for path in peers.tables(corpus):
                 if o == g or (isinstance(o, str) and o.strip() == g.strip()):
                     gdal_stats["text equal"] += 1
                     continue
-                if o is None and g == "" and has_null_flags(t, header):
-                    kind = "null flag ignored by GDAL (null read as blanks)"
-                elif wide_character_fields(path, header) and isinstance(o, str):
-                    kind = "GDAL reads a C field over 255 by its length byte alone: " \
-                           "the fields after it shift"
-                elif isinstance(o, str) and o.strip().startswith(g.strip()) and \
-                        len(g.encode("utf-8", "surrogateescape")) < len(o.encode("utf-8")):
-                    kind = "text cut by GDAL"
-                else:
-                    kind = "text"
+                kind = "null flag ignored by GDAL (null read as blanks)" if o is None and \
+                    g == "" and null_flags(t, header) else \
+                    "GDAL reads a C field over 255 by its length byte alone: the fields " \
+                    "after it shift" if wide and isinstance(o, str) else \
+                    "text cut by GDAL" if isinstance(o, str) and o.strip().startswith(g.strip()) \
+                    and len(g.encode("utf-8", "surrogateescape")) < len(o.encode("utf-8")) \
+                    else "text"
                 gdal_diffs[kind].append((rel, fd.name, row, repr(o)[:30], repr(g)[:30]))
     lib.qz_dbf_close(h)
 
-print("Encoding against dbfread: %d tables agree, %d differ" %
-      (encodings["agree"], encodings["differ"]))
-for why, count in encoding_reasons.most_common():
-    print("  %3d tables: %s" % (count, why))
-print()
-print("Typed cells against dbfread")
-print("%-5s %9s %9s %7s %7s %7s" % ("type", "compared", "equal", "peer", "table", "ours"))
-total, by_who = [0, 0], collections.Counter()
+print("Encoding against dbfread: %d tables agree, %d differ" % (
+    encodings["agree"], sum(encodings.values()) - encodings["agree"]))
+for why, count in encodings.most_common():
+    if why != "agree":
+        print("  %3d tables: %s" % (count, why))
+print("\nTyped cells against dbfread")
+line = "%-5s %9d %9d %7d %7d %7d"
+print(line.replace("d", "s") % ("type", "compared", "equal", "peer", "table", "ours"))
+by_who = collections.Counter()
 for k, (n, e) in sorted(stats.items()):
     who = collections.Counter()
     for (ft, w, _), c in reasons.items():
         who[w] += c if ft == k else 0
     by_who.update(who)
-    print("%-5s %9d %9d %7d %7d %7d" % (k, n, e, who["peer"], who["table"], who["ours"]))
-    total = [total[0] + n, total[1] + e]
-print("%-5s %9d %9d %7d %7d %7d  (%.3f%% equal)" % (
-    "all", total[0], total[1], by_who["peer"], by_who["table"], by_who["ours"],
-    100.0 * total[1] / max(1, total[0])))
+    print(line % (k, n, e, who["peer"], who["table"], who["ours"]))
+n, e = (sum(s[i] for s in stats.values()) for i in (0, 1))
+print(line % ("all", n, e, by_who["peer"], by_who["table"], by_who["ours"]) +
+      "  (%.3f%% equal)" % (100.0 * e / max(1, n)))
 for (who, why), ex in sorted(examples.items()):
     print("  %s, %d cells: %s" % (who, sum(c for (_, w, y), c in reasons.items()
                                            if (w, y) == (who, why)), why))
     for e in ex:
         print("     %s %s record %d: ours %s, dbfread %s" % e)
-print()
-print("Classic getters against dbfread: %d tables, %d listed (what was not compared and why), "
+print("\nClassic getters against dbfread: %d tables, %d listed (what was not compared and why), "
       "%d cells compared, %d differences" % (text_counts["tables"], len(text_listed),
                                               text_counts["cells"], len(text_diffs)))
 for rel, why in text_listed:
     print("  %-50s %s" % (rel, why))
-if peers.gdal is not None:
-    print()
-    print("GDAL: %d tables, record counts equal in %d; text cells %d, equal %d" % (
-        gdal_stats["tables"], gdal_stats["counts equal"], gdal_stats["text cells"],
-        gdal_stats["text equal"]))
-    for kind, items in gdal_diffs.items():
-        print("  %s differences: %d" % (kind, len(items)))
-        for item in items[:3]:
-            print("     " + " ".join(str(x) for x in item))
+print("\nGDAL: %d tables, record counts equal in %d; text cells %d, equal %d" % (
+    gdal_stats["tables"], gdal_stats["counts equal"], gdal_stats["text cells"],
+    gdal_stats["text equal"]))
+for kind, items in gdal_diffs.items():
+    print("  %s differences: %d" % (kind, len(items)))
+    for item in items[:3]:
+        print("     " + " ".join(str(x) for x in item))
 for item in failures + text_diffs[:30]:
     print("DIFFERENT", *item)
 sys.exit(1 if by_who["ours"] or failures or text_diffs else 0)
