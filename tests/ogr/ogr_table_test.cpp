@@ -3,9 +3,7 @@
 // mapping). Layers are checked through the exports (ogr_facade_test).
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
-#include <vector>
 
 #include "ogr/ogr_table.h"
 #include "ogr_inputs.h"
@@ -16,30 +14,29 @@ using qz_ogr_test::inputs;
 using qz_ogr_test::people;
 using qz_ogr_test::people_count;
 
-TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
+// Every source of the people table: each getter, unset cells, neutral
+// results out of range, and search (trimmed, any letter case, Cyrillic too).
+TEST(OgrTable, ValuesAndSearchInEverySource) {
     ASSERT_TRUE(inputs().made);
     for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson, inputs().csv}) {
         SCOPED_TRACE(path);
         Tqz_dbf_ogr t;
         ASSERT_EQ(t.open(path.c_str(), true, false), 0);
         for (unsigned r = 0; r < people_count; ++r) {
-            bool ok = false;
-            EXPECT_STREQ(t.get_as_string(1, r, ok), people[r].name);
-            EXPECT_TRUE(ok);
-            EXPECT_EQ(t.get_as_integer(0, r, ok), people[r].id);
-            EXPECT_TRUE(ok);
-            EXPECT_EQ(t.get_as_bool(3, r, ok), people[r].flag != 0);
-            EXPECT_TRUE(ok);
-            double d = t.get_as_double(2, r, ok);
-            EXPECT_EQ(ok, r != 4 || path == inputs().csv)
+            bool ok[4] = {};
+            EXPECT_STREQ(t.get_as_string(1, r, ok[0]), people[r].name);
+            EXPECT_EQ(t.get_as_integer(0, r, ok[1]), people[r].id);
+            EXPECT_EQ(t.get_as_bool(3, r, ok[2]), people[r].flag != 0);
+            EXPECT_DOUBLE_EQ(t.get_as_double(2, r, ok[3]), people[r].score);
+            EXPECT_TRUE(ok[0] && ok[1] && ok[2]);
+            EXPECT_EQ(ok[3], r != 4 || path == inputs().csv)
                 << "the score of Eve is unset, except as the empty text of a text-only CSV";
-            EXPECT_DOUBLE_EQ(d, people[r].score);
         }
-        // Wide text: UTF-8 unless the DOS flag asks for CP866.
+        // Wide text: UTF-8 unless the DOS flag asks for CP866; the flags
+        // exclude each other.
         unsigned len = 0;
         bool ok = false;
         EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
-        EXPECT_EQ(len, 6u);
         EXPECT_EQ(std::wstring(t.get_as_wstring(1, 2, len, ok, 0)), L"Сергей");
         t.set_dos_flag(true);
         EXPECT_NE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
@@ -47,15 +44,14 @@ TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
         t.set_utf8_flag(true);
         EXPECT_FALSE(t.get_dos_flag());
         EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
-        t.set_dos_flag(true);
-        EXPECT_FALSE(t.get_utf8_flag());
-        EXPECT_TRUE(t.get_dos_flag());
-        // Past the end and outside the fields: neutral results.
+        EXPECT_EQ(len, 6u);
+        // Past the end and outside the fields (no special fields such as
+        // the FID behind the last): neutral results.
         ok = true;
         EXPECT_STREQ(t.get_as_string(1, people_count, ok), "");
         EXPECT_FALSE(ok);
         ok = true;
-        EXPECT_STREQ(t.get_as_string(5, 0, ok), "") << "no special fields (FID) behind the last";
+        EXPECT_STREQ(t.get_as_string(5, 0, ok), "");
         EXPECT_FALSE(ok);
         EXPECT_EQ(t.get_as_integer(99, 0, ok), 0);
         EXPECT_EQ(t.get_as_double(0, 0xFFFFFFFFu, ok), 0.0);
@@ -68,37 +64,20 @@ TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
         EXPECT_FALSE(t.get_as_any(0, 0, nullptr));
         EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
         EXPECT_FALSE(t.set_as_any(0, people_count, nullptr));
-    }
-}
-
-TEST(OgrTable, FindValue) {
-    ASSERT_TRUE(inputs().made);
-    for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().csv}) {
-        SCOPED_TRACE(path);
-        Tqz_dbf_ogr t;
-        ASSERT_EQ(t.open(path.c_str(), true, false), 0);
-        unsigned r = 99;
-        EXPECT_TRUE(t.find_value(1, "  BORIS\t", r));
-        EXPECT_EQ(r, 1u);
-        EXPECT_TRUE(t.find_value(1, u8"сергей", r)) << "letter case of Cyrillic too";
-        EXPECT_EQ(r, 2u);
-        EXPECT_TRUE(t.find_value(4, "padded", r)) << "the cell is trimmed as well";
-        EXPECT_EQ(r, 3u);
-        EXPECT_TRUE(t.find_value(0, "7", r));
-        EXPECT_EQ(r, 6u);
-        r = 99;
-        EXPECT_FALSE(t.find_value(1, "nobody", r));
-        EXPECT_EQ(r, 0u);
-        r = 99;
-        EXPECT_FALSE(t.find_value(9, "Anna", r));
-        EXPECT_EQ(r, 0u);
+        // Search: field, text, the record found (0 for none).
+        const std::tuple<unsigned, const char*, bool, unsigned> finds[] = {
+            {1, "  BORIS\t", true, 1}, {1, u8"сергей", true, 2}, {4, "padded", true, 3},
+            {0, "7", true, 6},         {1, "nobody", false, 0},  {9, "Anna", false, 0}};
+        for (const auto& [field, text, found, record] : finds) {
+            unsigned r = 99;
+            EXPECT_EQ(t.find_value(field, text, r), found) << text;
+            EXPECT_EQ(r, record) << text;
+        }
+        unsigned r = 5;
         EXPECT_FALSE(t.find_value(1, nullptr, r));
+        EXPECT_EQ(t.find_value(2, "", r), path == inputs().csv)
+            << "the unset score of Eve (text \"\") is no match";
     }
-    // A field unset in every feature finds nothing, not even "".
-    Tqz_dbf_ogr t;
-    ASSERT_EQ(t.open(inputs().dbf.c_str(), true, false), 0);
-    unsigned r = 5;
-    EXPECT_FALSE(t.find_value(2, "", r)) << "the unset score of Eve (text \"\") is no match";
 }
 
 // A table created through OGR: a shapefile attribute table whose fields
@@ -115,9 +94,7 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
     {
         Tqz_dbf_ogr t;
         EXPECT_EQ(t.create(path.c_str(), 5, 3, fields, true), 1);
-        EXPECT_TRUE(t.is_open());
-        EXPECT_TRUE(t.get_dos_flag());
-        EXPECT_EQ(t.get_nr(), 3u);
+        EXPECT_TRUE(t.is_open() && t.get_dos_flag());
         t.add_records(2);
         EXPECT_EQ(t.get_nr(), 5u);
     }
@@ -134,7 +111,6 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
     bool ok = true;
     t.get_as_string(0, 4, ok);
     EXPECT_FALSE(ok) << "new records hold no values";
-
     EXPECT_EQ(Tqz_dbf_ogr().create("", 0, 0, nullptr, false), 1);
     Tqz_dbf_ogr none;
     none.create(dir.file("no/such/folder/x.dbf").c_str(), 5, 1, fields, false);
