@@ -21,10 +21,10 @@ namespace {
 // and (`memos`) memo files each holding `text` (default: its own name) at block 8.
 void write_files(const qz_test::Temp_dir& dir, const std::string& name, uint8_t version,
                  const std::vector<std::string>& memos, const std::string& text = "",
-                 const std::vector<std::string>& cells = {right("8", 10)}) {
+                 const std::vector<std::string>& cells = {"         8"}) {
     std::vector<std::vector<std::string>> records;
     for (size_t i = 0; i < cells.size(); ++i)
-        records.push_back({right(std::to_string(i), 4), cells[i]});
+        records.push_back({"   " + std::to_string(i), cells[i]});
     qz_test::write_bytes(dir.file(name),
                          qz_test::dbf_bytes(version, {{"ID", 'N', 4}, {"NOTE", 'M', 10}}, records));
     for (const std::string& m : memos) {
@@ -84,7 +84,7 @@ TEST(TableMemoFiles, VersionByteChoosesTheFileAndCaseIsIgnored) {
 TEST(TableMemoBytes, CellsLeadToTheirMemos) {
     qz_test::Temp_dir dir;
     // Records 0 and 3 name block 8; 1 is blank and 2 names a block past the end.
-    const std::vector<std::string> cells = {right("8", 10), "", right("999", 10), "8"};
+    const std::vector<std::string> cells = {"         8", "", "       999", "8"};
     write_files(dir, "f.dbf", 0xF5, {"f.fpt"}, "fpt text", cells);
     write_files(dir, "d.dbf", 0x83, {"d.dbt"}, "dbt text", cells);
     write_files(dir, "n.dbf", 0x83, {}, "", cells);
