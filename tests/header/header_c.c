@@ -25,10 +25,6 @@ int main(int argc, char** argv) {
     Tqz_dbf_rw* t;
     Tqz_dbf_memory* mem;
     Tqz_any any;
-    Tqz_fpt_rw* fpt;
-    FILE* f;
-    static unsigned char memo_file[512 + 8 + 5];
-    const char* memo;
     const wchar_t* wide;
     unsigned int len = 0, type = 0, record = 99;
     char typed = ',';
@@ -66,23 +62,6 @@ int main(int argc, char** argv) {
         CHECK(ok && len == 2 && wide && wcscmp(wide, L"AB") == 0);
         CHECK(qz_dbf_mem_free(mem));
         qz_history_manager_clear(qz_history_manager_get_instance());
-    }
-
-    /* A memo file with block size 512 and one text memo at block 1. */
-    snprintf(path, sizeof path, "%s/header_c_memo.fpt", argc > 1 ? argv[1] : ".");
-    memo_file[6] = 0x02;    /* block size 0x0200, big-endian */
-    memo_file[512 + 3] = 1; /* type 1: text */
-    memo_file[512 + 7] = 5; /* length 5 */
-    memcpy(memo_file + 512 + 8, "memo!", 5);
-    f = fopen(path, "wb");
-    CHECK(f != NULL && fwrite(memo_file, 1, sizeof memo_file, f) == sizeof memo_file);
-    if (f) fclose(f);
-    fpt = qz_fpt_open(path, true);
-    CHECK(fpt != NULL);
-    if (fpt) {
-        memo = qz_fpt_get_memo(fpt, 1, &len, &type);
-        CHECK(memo != NULL && strcmp(memo, "memo!") == 0 && len == 5 && type == 16777216u);
-        qz_fpt_close(fpt);
     }
 
     any_init(&any);

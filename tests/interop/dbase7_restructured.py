@@ -34,10 +34,11 @@ def ours(v):
 
 
 def letters(path):
+    """The type letters of the 48-byte field descriptors."""
     with open(path, "rb") as f:
         head = f.read(4096)
-    return [chr(head[at + 32]) for at in range(68, len(head) - 47, 48)
-            if head[at] != 0x0D and 0x0D not in head[68:at:48]]
+    ends = [at for at in range(68, len(head), 48) if head[at] == 0x0D] + [len(head) - 47]
+    return [chr(head[at + 32]) for at in range(68, ends[0], 48)]
 
 
 def restructured(path, folder):
@@ -47,9 +48,9 @@ def restructured(path, folder):
         return None, None, None
     buf = ctypes.create_string_buffer(64)
     lib.qz_dbf_get_encoding(h, buf, 64)
-    v = peers.Value()
+    v = peers.Value()  # null when the read fails
     # Every record: a restructure keeps them all (not their deletion marks).
-    old = [[ours(v) if lib.qz_dbf_get_value(h, f, r, ctypes.byref(v)) else ours(peers.Value())
+    old = [[(lib.qz_dbf_get_value(h, f, r, ctypes.byref(v)), ours(v))[1]
             for f in range(lib.qz_dbf_get_nf(h))] for r in range(lib.qz_dbf_get_nr(h))]
     lib.qz_dbf_close(h)
     copy = peers.copy_with_companions(path, folder)
@@ -63,11 +64,6 @@ def restructured(path, folder):
     if not applied:
         raise RuntimeError("restructure refused: " + lib.qz_dbf_last_error_message().decode())
     return old, copy, buf.value.decode().lower()
-
-
-def same(got, want):
-    return got == want or (isinstance(got, float) and isinstance(want, float)
-                           and abs(got - want) <= 1e-12 * max(1, abs(want)))
 
 
 stats = collections.defaultdict(lambda: [0, 0, 0, 0])  # dbfread cells, equal; GDAL cells, equal
@@ -129,10 +125,11 @@ try:
                 if letter in "MBG" and want is not None and got is None and not memo:
                     quirks["no memo file beside the table (both read no memo)"] += 1
                     got = want
+                same = got == want or (isinstance(got, float) and isinstance(want, float)
+                                       and abs(got - want) <= 1e-12 * max(1, abs(want)))
                 s = stats[letter]
-                s[0] += 1
-                s[1] += same(got, want)
-                if not same(got, want):
+                s[0], s[1] = s[0] + 1, s[1] + same
+                if not same:
                     bad.append((rel, "dbfread", letter, r, f, repr(got)[:40], repr(want)[:40]))
                 # GDAL reads the text fields (C, and @ now C) and N.
                 if layer is not None and letter in "C@N":
@@ -141,10 +138,9 @@ try:
                     w = None if want in (None, "") else want
                     if letter == "N" and g is not None:
                         g, w = float(g), None if w is None else float(w)
-                    s[2] += 1
-                    if g == w or (isinstance(g, str) and g.rstrip() == w):
-                        s[3] += 1
-                    else:
+                    equal = g == w or (isinstance(g, str) and g.rstrip() == w)
+                    s[2], s[3] = s[2] + 1, s[3] + equal
+                    if not equal:
                         bad.append((rel, "gdal", letter, r, f, repr(g)[:40], repr(w)[:40]))
 finally:
     shutil.rmtree(work)

@@ -35,29 +35,24 @@ class Field(ctypes.Structure):
 
 H, U, S, B, D = ctypes.c_void_p, ctypes.c_uint, ctypes.c_char_p, ctypes.c_bool, ctypes.c_double
 PB = ctypes.POINTER(ctypes.c_bool)
-# name: (result, arguments); the memory table's setters mirror the disk's.
+# name: (result, arguments)
 SIGNATURES = {
     "qz_dbf_open": (H, [S, B, B]), "qz_dbf_open_ex": (H, [S, U]), "qz_dbf_close": (None, [H]),
-    "qz_dbf_create": (H, [S, U, U, ctypes.POINTER(Field), B]),
     "qz_dbf_get_nf": (U, [H]), "qz_dbf_get_nr": (U, [H]), "qz_dbf_get_deleted": (ctypes.c_int, [H, U]),
     "qz_dbf_get_field_type": (ctypes.c_int, [H, U]), "qz_dbf_get_field_flen": (U, [H, U]),
-    "qz_dbf_get_field_width": (U, [H, U]),
+    "qz_dbf_get_field_width": (U, [H, U]), "qz_dbf_get_utf8_flag": (B, [H]),
     "qz_dbf_get_encoding": (ctypes.c_int, [H, S, ctypes.c_size_t]),
     "qz_dbf_detect_encoding": (ctypes.c_int, [S, S, U, S, ctypes.c_size_t]),
     "qz_dbf_get_value": (B, [H, U, U, ctypes.POINTER(Value)]),
     "qz_dbf_get_column_values": (ctypes.c_long, [H, U, U, U, ctypes.POINTER(Value)]),
     "qz_dbf_get_str": (S, [H, U, U, PB]), "qz_dbf_get_int": (ctypes.c_int, [H, U, U, PB]),
     "qz_dbf_get_dbl": (D, [H, U, U, PB]), "qz_dbf_get_bool": (B, [H, U, U, PB]),
-    "qz_dbf_set_utf8_flag": (None, [H, B]), "qz_dbf_get_utf8_flag": (B, [H]),
     "qz_dbf_get_dos_flag": (B, [H]), "qz_dbftype2char": (ctypes.c_int, [ctypes.c_int]),
-    "qz_dbf_mem_load": (H, [S]), "qz_dbf_mem_save": (B, [H]), "qz_dbf_mem_free": (B, [H]),
     "qz_dbf_restruct_create": (H, [S]), "qz_dbf_restruct_count": (ctypes.c_int, [H]),
     "qz_dbf_restruct_get_field": (ctypes.POINTER(Field), [H, ctypes.c_int]),
     "qz_dbf_restruct_apply": (B, [H]), "qz_dbf_restruct_destroy": (None, [H]),
     "qz_dbf_last_error_message": (S, []), "qz_options_set_ansi_code_page": (None, [U]),
 }
-for kind, arg in (("str", S), ("int", ctypes.c_int), ("dbl", D), ("bool", B)):
-    SIGNATURES["qz_dbf_set_" + kind] = SIGNATURES["qz_dbf_mem_set_" + kind] = (B, [H, U, U, arg])
 
 
 def load(path):

@@ -182,6 +182,11 @@ TEST(MemoReader, RandomAndShortFilesSurvive) {
             read(*f, block, bytes.size());
             read(*d, block, bytes.size());
         }
+        unsigned int len = 0, type = 0;  // the reader exports read as the readers do
+        EXPECT_EQ(qz_fpt_get_memo(f, 8, &len, &type) == nullptr,
+                  read(*f, 8, bytes.size()) == kNull);
+        EXPECT_EQ(qz_dbt_get_memo(d, 1, &len, &type) == nullptr,
+                  read(*d, 1, bytes.size()) == kNull);
         qz_fpt_close(f);
         qz_dbt_close(d);
     }
