@@ -43,10 +43,9 @@ TEST(LazyGdal, TablesNeverLoadItAndOtherSourcesDo) {
     make_tables(dir);
     for (const char* name : {"t.dbf", "T2.DBF", "t3.dat"}) {
         Tqz_dbf_rw* t = qz_dbf_open(dir.file(name).c_str(), false, false);
-        ASSERT_NE(t, nullptr) << name;
-        EXPECT_EQ(qz_dbf_get_storage(t), qz_dbf_storage_file) << name;
         bool ok = false;
-        EXPECT_EQ(std::string(qz_dbf_get_str(t, 0, 0, ok)).substr(0, 5), "first") << name;
+        EXPECT_EQ(std::string(t ? qz_dbf_get_str(t, 0, 0, ok) : "").substr(0, 5), "first") << name;
+        EXPECT_EQ(qz_dbf_get_storage(t), qz_dbf_storage_file) << name;
         qz_dbf_close(t);
     }
     EXPECT_FALSE(mapped("libgdal"));
@@ -82,10 +81,9 @@ TEST(LazyGdal, TheToolLoadsItForExportOnly) {
         EXPECT_EQ(out.find("libgdal") != std::string::npos, exporting) << args;
         EXPECT_EQ(out.find("qzdbf_export.so") != std::string::npos, exporting) << args;
     }
-    const std::vector<uint8_t> text = qz_test::read_bytes(csv);
-    const std::string csv_text(text.begin(), text.end());
-    EXPECT_EQ(csv_text.rfind("NAME", 0), 0u) << csv_text;
-    EXPECT_NE(csv_text.find("\nfirst"), std::string::npos) << csv_text;
+    const std::vector<uint8_t> bytes = qz_test::read_bytes(csv);
+    const std::string text(bytes.begin(), bytes.end());
+    EXPECT_TRUE(text.rfind("NAME", 0) == 0 && text.find("\nfirst") != std::string::npos) << text;
 }
 
 }  // namespace
