@@ -56,6 +56,7 @@ int main(int argc, char** argv) {
     CHECK(mem != NULL);
     if (mem) {
         CHECK(qz_dbf_mem_get_int(mem, 0, 2, &ok) == 42 && ok);
+        CHECK(qz_dbf_mem_set_bool(mem, 1, 1, true) && qz_dbf_mem_get_bool(mem, 1, 1, &ok) && ok);
         CHECK(qz_dbf_mem_set_str(mem, 1, 0, "from C"));
         CHECK(qz_history_manager_undo(qz_history_manager_get_instance()));
         wide = qz_dbf_mem_get_wstr(mem, 1, 0, &len, &ok);
@@ -74,6 +75,7 @@ int main(int argc, char** argv) {
           QZ_DBF_DELMASK_CANNOT_OPEN);
     CHECK(!qz_dbf_restruct_apply_progress(NULL, NULL, NULL));
     CHECK(qz_dbf_get_field_long_name(NULL, 0) == NULL && qz_dbf_get_field_letter(NULL, 0) == 0);
+    CHECK(!qz_dbf_get_value(NULL, 0, 0, NULL));
     printf("%d passed, %d failed\n", failures ? 0 : 1, failures ? 1 : 0);
     return failures ? 1 : 0;
 }
