@@ -42,7 +42,7 @@ TEST(OgrTable, ValuesAndSearchInEverySource) {
         EXPECT_NE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
         EXPECT_EQ(len, 12u) << "each UTF-8 byte read as one CP866 character";
         t.set_utf8_flag(true);
-        EXPECT_FALSE(t.get_dos_flag());
+        EXPECT_TRUE(t.get_utf8_flag() && !t.get_dos_flag());
         EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
         EXPECT_EQ(len, 6u);
         // Past the end and outside the fields (no special fields such as
@@ -115,6 +115,7 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
     Tqz_dbf_ogr none;
     none.create(dir.file("no/such/folder/x.dbf").c_str(), 5, 1, fields, false);
     EXPECT_FALSE(none.is_open());
+    EXPECT_EQ(none.get_layer(), 0xFFFFFFFFu) << "no layer without a source";
 }
 
 }  // namespace
