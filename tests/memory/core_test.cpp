@@ -15,25 +15,6 @@ using qz_test::exists;
 using qz_test::read_bytes;
 using qz_test::Temp_dir;
 
-// init makes the one-field table ("ID", N 10), which saves as header, one
-// descriptor carrying its offset, 0x0D, 0x1A and a .cpg beside it.
-TEST(MemoryCore, InitGivesTheOneFieldTableAndSaveWritesItAsHeld) {
-    Temp_dir dir;
-    Tqz_dbf_memory_core t;
-    ASSERT_TRUE(t.init());
-    EXPECT_STREQ(t.get_field_name(0), "ID");
-    EXPECT_EQ(t.get_field_type(0), dbf_ft_numeric);
-    EXPECT_EQ(t.get_field_flen(0), 10);
-    EXPECT_EQ(t.get_record_length(), 11);
-    ASSERT_TRUE(t.save(dir.file("one.dbf").c_str()));
-    const std::vector<uint8_t> b = read_bytes(dir.file("one.dbf"));
-    ASSERT_EQ(b.size(), 66u);
-    EXPECT_TRUE(b[0] == 3 && b[32 + 12] == 1 && b[64] == 0x0D && b[65] == 0x1A);
-    EXPECT_TRUE(exists(dir.file("one.cpg")));
-    EXPECT_FALSE(t.save(dir.file("missing/x.dbf").c_str()));
-    EXPECT_FALSE(t.save(dir.path().c_str())) << "a folder is not a file";
-}
-
 // Cells load as the file holds them (deleted records too), offsets come
 // from the lengths whatever the descriptors say, and a save gives the same
 // bytes but for the date and the offsets. A file shorter than its header

@@ -1,6 +1,6 @@
 // The memory table's operations through the history manager: each change
-// undone to the same bytes, text padded, and one update of the table per
-// undo run; tables without a manager, and reload.
+// undone to the same bytes, text padded; tables without a manager, and
+// reload.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -10,7 +10,6 @@
 #include "memory/memory_table.h"
 #include "memory/records.h"
 #include "memory_files.h"
-#include "notify/dbf_notifier.h"
 #include "test_support.h"
 
 namespace {
@@ -95,29 +94,6 @@ TEST_F(MemoryHistory, TextThroughTheHistoryIsSpacePadded) {
     EXPECT_EQ(t->get_nr(), 0u);
 }
 
-// An undo of a bracketed group is one begin, one update counting the three
-// changes, one end on the table's notifier.
-TEST_F(MemoryHistory, AnUndoRunIsOneUpdateOfTheTable) {
-    std::vector<int> log;  // kinds, and the count of an update
-    auto client = [](Tqz_table* ev, void* user) {
-        auto* log = static_cast<std::vector<int>*>(user);
-        log->push_back(qz_event_kind(ev));
-        if (const Tqz_any* c = table_get(ev, "count")) log->push_back(any_get_integer(c));
-    };
-    Iqz_event_channel* ch = t->get_notifier()->get_update_event_channel();
-    qz_event_channel_add_client(ch, client, &log);
-    qz_history_manager_begin_update(m);
-    t->set_string(0, 0, "a");
-    t->add();
-    t->set_integer(1, 4, 5);
-    qz_history_manager_end_update(m);
-    log.clear();
-    ASSERT_TRUE(qz_history_manager_undo(m));
-    EXPECT_EQ(log,
-              (std::vector<int>{QZ_EVENT_BEGIN_UPDATE, QZ_EVENT_UPDATE, 3, QZ_EVENT_END_UPDATE}));
-    qz_event_channel_del_client(ch, client, &log);
-}
-
 // Without a manager (none given, or disabled when the table was made)
 // changes happen at once and leave no items.
 TEST(MemoryTable, WithoutAManagerChangesHappenAtOnce) {
@@ -135,34 +111,6 @@ TEST(MemoryTable, WithoutAManagerChangesHappenAtOnce) {
     qz_history_manager_set_enabled(true);
     EXPECT_EQ(u.get_history_manager(), nullptr);
     EXPECT_EQ(u.get_history_handle(), nullptr);
-}
-
-// reload reads the file again and starts a new history; when the file has
-// gone it gives the one-field table and false.
-TEST(MemoryTable, ReloadReadsTheFileAndForgetsTheHistory) {
-    qz_test::Temp_dir dir;
-    Iqz_history_manager* m = qz_history_manager_get_instance();
-    qz_history_manager_clear(m);
-    {
-        Tqz_dbf_memory t;
-        ASSERT_TRUE(t.init());
-        t.add();
-        ASSERT_TRUE(t.save(dir.wfile("r.dbf").c_str()));
-        t.set_filename(dir.wfile("r.dbf").c_str());
-        ASSERT_TRUE(t.load());
-        t.add();
-        t.set_string(0, 0, "1");
-        EXPECT_TRUE(t.reload());
-        EXPECT_EQ(t.get_nr(), 1u);
-        EXPECT_FALSE(qz_history_manager_can_undo(m));
-        EXPECT_NE(t.get_history_handle(), nullptr);
-        t.close();
-        std::remove(dir.file("r.dbf").c_str());
-        EXPECT_FALSE(t.reload());
-        EXPECT_STREQ(t.get_field_name(0), "ID");
-        EXPECT_EQ(t.get_nr(), 0u);
-    }
-    EXPECT_EQ(qz_history_manager_get_step_count(m), 0u);
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ TEST(NamesCreateSafe, OtherReadersSeeTheRepairedNames) {
     qz_dbf_field_init(&f[3], "Цена", dbf_ft_numeric, 10, 2);
     Tqz_dbf_rw* t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, f.data(), false);
     ASSERT_NE(t, nullptr);
-    EXPECT_EQ(names_of(f), repaired);
+    EXPECT_EQ(names_of(f.data(), f.size()), repaired);
     for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(qz_dbf_get_field_name(t, i), repaired[i]);
     EXPECT_TRUE(qz_dbf_set_int(t, 0, 0, 7) && qz_dbf_set_str(t, 1, 0, "seven") &&
                 qz_dbf_set_dbl(t, 3, 0, 12.5) && qz_dbf_set_str(t, 4, 1, "ab"));

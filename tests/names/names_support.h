@@ -11,17 +11,15 @@
 
 namespace names_test {
 
-// Collects the last text fed as 8-bit system text, and counts the feeds.
+// Collects the last text fed as 8-bit system text.
 struct Collect {
     std::string text;
-    int fed = 0;
     Iqz_string_adp* adp = qz_string_adp_create(&on_text, nullptr, this);
     Collect() = default;
     Collect(const Collect&) = delete;
     ~Collect() { qz_string_adp_destroy(adp); }
     static void on_text(void* user, const char* t) {
         static_cast<Collect*>(user)->text = t ? t : "";
-        ++static_cast<Collect*>(user)->fed;
     }
 };
 
@@ -45,23 +43,11 @@ inline std::vector<std::string> names_of(const Tqz_dbf_field* fields, size_t n) 
     for (size_t i = 0; i < n; ++i) out.emplace_back(fields[i].name, strnlen(fields[i].name, 11));
     return out;
 }
-inline std::vector<std::string> names_of(const std::vector<Tqz_dbf_field>& f) {
-    return names_of(f.data(), f.size());
-}
 
 // Sets the system code page for the life of the object.
 struct Code_page {
     explicit Code_page(unsigned int cp) { qz_options_set_ansi_code_page(cp); }
     ~Code_page() { qz_options_set_ansi_code_page(0); }
 };
-
-// CP1251 bytes of Cyrillic text given in UTF-8.
-inline std::string cp1251(const std::string& utf8) {
-    std::wstring w(utf8.size(), L'\0');
-    w.resize(qz_code_page_to_wide(65001, utf8.data(), int(utf8.size()), w.data(), int(w.size())));
-    std::string out(w.size(), '\0');
-    out.resize(qz_wide_to_code_page(1251, w.data(), int(w.size()), out.data(), int(out.size())));
-    return out;
-}
 
 }  // namespace names_test

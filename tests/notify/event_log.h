@@ -1,6 +1,6 @@
 // Fixtures of the notification tests: a log of the events a channel hands
-// over (from whatever thread) that a test can wait on, a folder watcher with
-// its log, and the process's threads.
+// over (from whatever thread) that a test can wait on, a one-shot signal, a
+// folder watcher with its log, and the process's threads.
 #pragma once
 
 #include <atomic>
@@ -21,6 +21,42 @@
 namespace qz_test {
 
 using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+
+// One line per event: its kind, then the values it carries ("1 count=2",
+// "4 name=a.txt"). `proc` is the client procedure, `user` the log.
+class Event_log {
+  public:
+    static void proc(Tqz_table* event, void* user) {
+        std::string line = std::to_string(qz_event_kind(event));
+        for (const char* key : {"count", "code", "what", "row", "arg0", "arg1", "name"}) {
+            const Tqz_any* v = table_get(event, key);
+            const char* text = v ? any_get_string(v) : nullptr;
+            if (v)
+                line += std::string(" ") + key + "=" +
+                        (text ? text : std::to_string(any_get_integer(v)));
+        }
+        auto* log = static_cast<Event_log*>(user);
+        std::lock_guard<std::mutex> g(log->lock_);
+        log->lines_.push_back(line);
+        log->changed_.notify_all();
+    }
+    // Waits until at least `n` events are in; false on timeout.
+    bool wait_for(size_t n, std::chrono::milliseconds timeout = 3s) {
+        std::unique_lock<std::mutex> g(lock_);
+        return changed_.wait_for(g, timeout, [&] { return lines_.size() >= n; });
+    }
+    Lines lines() {
+        std::lock_guard<std::mutex> g(lock_);
+        return lines_;
+    }
+    size_t size() { return lines().size(); }
+
+  private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    Lines lines_;
+};
 
 // A one-shot signal between threads; raising it again does nothing.
 struct Signal {
@@ -35,51 +71,6 @@ struct Signal {
     }
 };
 
-class Event_log {
-  public:
-    struct Entry {
-        int kind;
-        int count;         // "count" of an update event, else 0
-        std::string name;  // "name" of a folder event, else ""
-    };
-    // The client procedure; `user` is the log.
-    static void proc(Tqz_table* event, void* user) {
-        auto* log = static_cast<Event_log*>(user);
-        const Tqz_any* count = table_get(event, "count");
-        const Tqz_any* name = table_get(event, "name");
-        const char* text = name ? any_get_string(name) : nullptr;
-        std::lock_guard<std::mutex> g(log->lock_);
-        log->entries_.push_back(
-            {qz_event_kind(event), count ? any_get_integer(count) : 0, text ? text : ""});
-        log->changed_.notify_all();
-    }
-    // Waits until at least `n` events are in; false on timeout.
-    bool wait_for(size_t n, std::chrono::milliseconds timeout = 3s) {
-        std::unique_lock<std::mutex> g(lock_);
-        return changed_.wait_for(g, timeout, [&] { return entries_.size() >= n; });
-    }
-    std::vector<Entry> entries() {
-        std::lock_guard<std::mutex> g(lock_);
-        return entries_;
-    }
-    std::vector<int> kinds() {
-        std::vector<int> k;
-        for (const Entry& e : entries()) k.push_back(e.kind);
-        return k;
-    }
-    std::vector<std::string> names() {
-        std::vector<std::string> n;
-        for (const Entry& e : entries()) n.push_back(e.name);
-        return n;
-    }
-    size_t size() { return entries().size(); }
-
-  private:
-    std::mutex lock_;
-    std::condition_variable changed_;
-    std::vector<Entry> entries_;
-};
-
 // A folder watcher with a log of its events.
 struct Logged_watcher {
     Event_log log;
@@ -88,8 +79,7 @@ struct Logged_watcher {
         : w(qz_folder_watcher_create(widen(folder).c_str(), 0)) {
         if (w) qz_event_channel_add_client(qz_folder_watcher_get_events(w), &Event_log::proc, &log);
     }
-    ~Logged_watcher() { destroy(); }
-    void destroy() { qz_folder_watcher_destroy(std::exchange(w, nullptr)); }
+    ~Logged_watcher() { qz_folder_watcher_destroy(w); }
 };
 
 // The number of threads of this process. Some sanitizers start a thread of
