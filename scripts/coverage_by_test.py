@@ -66,13 +66,22 @@ def ran_lines(build):
             if not doc:
                 continue
             for f in json.loads(doc).get("files", []):
-                path = os.path.normpath(os.path.join(d, f["file"]))
-                rel = os.path.relpath(path, ROOT)
+                rel = source_path(f["file"])
                 if not rel.startswith(TOPS):
                     continue
                 lines = {ln["line_number"] for ln in f["lines"] if ln["count"] > 0}
                 out[rel] |= lines
     return out
+
+
+def source_path(name):
+    """A source named by gcov, relative to the root. ccache (CCACHE_BASEDIR)
+    leaves names relative to the folder of the compile, so leading ".."
+    steps are dropped rather than resolved."""
+    if os.path.isabs(name):
+        return os.path.relpath(os.path.normpath(name), ROOT)
+    parts = [p for p in os.path.normpath(name).split(os.sep) if p not in ("..", ".")]
+    return os.path.join(*parts) if parts else name
 
 
 def test_list(build):

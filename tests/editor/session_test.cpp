@@ -93,6 +93,48 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
               "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n");
 }
 
+// Character text goes in the table's encoding (--encoding, else the .cpg
+// file), is found and shown in it, and undo takes the write back.
+TEST(EditScript, TextInTheTableEncodingWithUndo) {
+    const struct {
+        std::string cpg, option;
+        std::vector<uint8_t> bytes;  // "Жук"
+    } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA}},
+                 {"866", "", {0x86, 0xE3, 0xAA}},
+                 {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB}}};
+    for (const auto& c : cases) {
+        qz_test::Temp_dir dir;
+        const std::string table = dir.file("t.dbf"), script = dir.file("script.txt");
+        make_table(table);
+        write_text(dir.file("t.cpg"), c.cpg + "\n");
+        write_text(script, "set NAME 1 Жук\nfind NAME Жук\nundo\nshow 1 1\nredo\nsave\n");
+        std::string out;
+        EXPECT_EQ(qz_test::run(
+                      kTool + "edit " + c.option + "'" + table + "' < '" + script + "' 2>&1", &out),
+                  0);
+        EXPECT_EQ(out,
+                  "1 record holds 'Жук' in NAME: 1\n"
+                  "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n  1  Жук   n1      2\n"
+                  "undone\n"
+                  "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n  1  Bob   n1      2\n"
+                  "redone\nsaved 3 records\n")
+            << c.cpg << " " << c.option;
+        const std::vector<uint8_t> b = qz_test::read_bytes(table);
+        const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
+        std::vector<uint8_t> want = c.bytes;
+        want.resize(20, ' ');
+        EXPECT_EQ(std::vector<uint8_t>(b.begin() + cell, b.begin() + cell + 20), want) << c.option;
+    }
+    qz_test::Temp_dir dir;
+    make_table(dir.file("t.dbf"));
+    std::string out;
+    EXPECT_EQ(
+        qz_test::run(kTool + "edit --encoding NO-SUCH '" + dir.file("t.dbf") + "' </dev/null 2>&1",
+                     &out),
+        2);
+    EXPECT_NE(out.find("NO-SUCH"), std::string::npos) << out;
+}
+
 // A tmux server of our own, one session of a fixed size running one command.
 class Tmux {
   public:

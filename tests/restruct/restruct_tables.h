@@ -1,10 +1,14 @@
-// Small tables for the restructuring tests, made through the C interface.
+// Small tables for the restructuring and deletion tests, made and read
+// through the C interface, and a runner of the tool.
 #pragma once
 
 #include <string>
 #include <vector>
 
+#include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
+#include "test_support.h"
 
 namespace restruct_test {
 
@@ -14,6 +18,7 @@ struct Column {
     unsigned char flen;
     signed char dlen;
 };
+using Rows = std::vector<std::vector<std::string>>;
 
 inline Tqz_dbf_field field(const Column& c) {
     Tqz_dbf_field f;
@@ -26,8 +31,7 @@ enum class Encoding { cp1251, cp866, utf8 };
 // A table of `columns` holding `rows` (system text through qz_dbf_set_str;
 // a missing cell stays blank), in the given encoding. True when made.
 inline bool make_table(const std::wstring& path, const std::vector<Column>& columns,
-                       const std::vector<std::vector<std::string>>& rows,
-                       Encoding enc = Encoding::cp1251) {
+                       const Rows& rows, Encoding enc = Encoding::cp1251) {
     std::vector<Tqz_dbf_field> fields;
     for (const Column& c : columns) fields.push_back(field(c));
     Tqz_dbf_rw* t =
@@ -35,10 +39,6 @@ inline bool make_table(const std::wstring& path, const std::vector<Column>& colu
                         static_cast<unsigned>(rows.size()), fields.data(), enc == Encoding::cp866);
     if (!t) return false;
     if (enc == Encoding::utf8) qz_dbf_set_utf8_flag(t, true);
-    // The names again, in the table's encoding and not cut to 10 bytes of
-    // system text.
-    for (size_t i = 0; i < columns.size(); ++i)
-        qz_dbf_set_field_name(t, static_cast<unsigned>(i), columns[i].name);
     for (size_t r = 0; r < rows.size(); ++r)
         for (size_t k = 0; k < rows[r].size() && k < columns.size(); ++k)
             if (!rows[r][k].empty())
@@ -48,24 +48,24 @@ inline bool make_table(const std::wstring& path, const std::vector<Column>& colu
     return true;
 }
 
-// A cell's text (empty for no text).
-inline std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record) {
+// A cell's text (empty for no text), its trailing blanks dropped if `trim`.
+inline std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record, bool trim = false) {
     bool ok = false;
     const char* s = qz_dbf_get_str(t, field, record, ok);
-    return s ? s : "";
+    std::string v = s ? s : "";
+    if (trim) v.erase(v.find_last_not_of(' ') + 1);
+    return v;
 }
 
-// Every cell of the table at `path` as text, record by record (at most
-// `limit` records); empty when it does not open.
-inline std::vector<std::vector<std::string>> cells(const std::wstring& path,
-                                                   unsigned limit = 0xFFFFFFFFu) {
-    std::vector<std::vector<std::string>> out;
+// Every cell of the table at `path` as text, record by record; empty when
+// it does not open.
+inline Rows cells(const std::wstring& path, bool trim = false) {
+    Rows out;
     Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
     if (!t) return out;
-    const unsigned nr = qz_dbf_get_nr(t) < limit ? qz_dbf_get_nr(t) : limit;
-    for (unsigned r = 0; r < nr; ++r) {
+    for (unsigned r = 0; r < qz_dbf_get_nr(t); ++r) {
         out.emplace_back();
-        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) out.back().push_back(cell(t, f, r));
+        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) out.back().push_back(cell(t, f, r, trim));
     }
     qz_dbf_close(t);
     return out;
@@ -77,15 +77,39 @@ inline std::string layout(const std::wstring& path) {
     Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
     if (!t) return "(none)";
     for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) {
-        if (f) out += ",";
         const char* n = qz_dbf_get_field_name(t, f);
-        out += std::string(n ? n : "") + ":" +
+        out += std::string(f ? "," : "") + (n ? n : "") + ":" +
                static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, f))) + ":" +
                std::to_string(qz_dbf_get_field_flen(t, f)) + ":" +
                std::to_string(qz_dbf_get_field_dlen(t, f));
     }
     qz_dbf_close(t);
     return out;
+}
+
+// The tool run with `args` (and standard input from `input`, if any): its
+// exit status, with standard output and error in `out`.
+inline int qzdbf(const std::string& args, std::string* out = nullptr,
+                 const std::string& input = "") {
+    std::string command = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1";
+    if (!input.empty()) command = "printf '" + input + "' | " + command;
+    return qz_test::run(command, out);
+}
+
+// The library's temporary folder set to `to` while the object lives.
+struct Temp_folder {
+    std::wstring saved = qz_options_get_temp_wpath();
+    explicit Temp_folder(const std::string& to) {
+        qz_options_set_temp_wpath(qz_test::widen(to + "/").c_str());
+    }
+    ~Temp_folder() { qz_options_set_temp_wpath(saved.c_str()); }
+};
+
+// A mask with the given bits set; the caller destroys it.
+inline void* mask_of(const std::vector<unsigned>& bits) {
+    void* m = qz_bits_create();
+    for (unsigned b : bits) qz_bits_set_bit(m, b, 1);
+    return m;
 }
 
 }  // namespace restruct_test

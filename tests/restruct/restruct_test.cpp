@@ -1,0 +1,414 @@
+// Restructuring through the C interface.
+//
+// The restructure descriptor through its C exports: entries made from a
+// table, statuses worked out live, editing, moving, removing by name, the
+// old-field queries, and indexes outside the entries.
+//
+// Applying a descriptor: to a table file (the bytes written, the files left,
+// tables it must leave alone) and to a loaded memory table in
+// place (one undoable step); memory tables made with fields, and tables
+// made with another's layout.
+//
+// The value conversions of restructuring, cell by cell: every old type among
+// C, N, F, L, D, I, B, M changed to every new type (status 2), in CP1251,
+// CP866 and UTF-8 tables, by the file rewrite and by the memory form.
+//
+// The expected table is built independently: the conversion rules are
+// applied here to each old cell's text and the results written through the
+// ordinary setters into a fresh table of the new layout; the restructured
+// table must read the same, cell by cell.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+
+#include "restruct_tables.h"
+
+using namespace restruct_test;
+namespace fs = std::filesystem;
+
+namespace {
+
+// Every entry as "NAME:status:old number:old type and length:old name"
+// ("?0:-" for an entry without an old field).
+std::string entries(Tqz_dbf_rstrct* d) {
+    std::string out;
+    for (int i = 0; i < qz_dbf_restruct_count(d); ++i) {
+        std::wstring old = L"-";  // stays when nothing is handed over
+        Iqz_string_adp* adp = qz_string_adp_create(
+            nullptr,
+            [](void* ctx, const wchar_t* s) { static_cast<std::wstring*>(ctx)->assign(s); }, &old);
+        qz_dbf_restruct_get_field_old_name(d, i, adp);
+        qz_string_adp_destroy(adp);
+        const Tqz_dbf_field_type t = qz_dbf_restruct_get_field_old_type(d, i);
+        out += std::string(i ? " " : "") + qz_dbf_restruct_get_field(d, i)->name + ":" +
+               std::to_string(qz_dbf_restruct_get_field_status(d, i)) + ":" +
+               std::to_string(qz_dbf_restruct_get_field_old_no(d, i)) + ":" +
+               (t == dbf_ft_unknown ? '?' : static_cast<char>(qz_dbftype2char(t))) +
+               std::to_string(qz_dbf_restruct_get_field_old_flen(d, i)) + ":" +
+               std::string(old.begin(), old.end());
+    }
+    return out;
+}
+
+// One descriptor edited step by step; after each step every entry's name,
+// status (0 new, 1 kept, 2 changed), origin and old attributes. The status
+// is worked out live: an attribute changed back makes the entry kept again.
+// Then an empty descriptor, and indexes outside the entries.
+TEST(Descriptor, EditsStatusesOriginsAndIndexesOutsideTheEntries) {
+    qz_test::Temp_dir dir;
+    const std::wstring path = dir.wfile("t.dbf");
+    ASSERT_TRUE(make_table(path, {{"A", 'C', 10, 0}, {"B", 'N', 8, 2}, {"C", 'L', 1, 0}}, {{"x"}}));
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(dir.file("t.dbf").c_str());
+    const std::string kept = "A:1:0:C10:A B:1:1:N8:B C:1:2:L1:C";
+    EXPECT_EQ(entries(d), kept);
+    Tqz_dbf_field b = field({"B", 'N', 8, 2});
+    for (Column c : std::vector<Column>{
+             {"BB", 'N', 8, 2}, {"B", 'F', 8, 2}, {"B", 'N', 9, 2}, {"B", 'N', 8, 3}}) {
+        Tqz_dbf_field f = field(c);
+        qz_dbf_restruct_set_field(d, 1, &f);
+        EXPECT_EQ(entries(d), "A:1:0:C10:A " + std::string(c.name) + ":2:1:N8:B C:1:2:L1:C");
+        qz_dbf_restruct_set_field(d, 1, &b);
+        EXPECT_EQ(entries(d), kept);
+    }
+    Tqz_dbf_field ins = field({"INS", 'C', 5, 0}), other = field({"NEW", 'C', 1, 0}),
+                  lower = field({"b", 'N', 8, 2}), added = field({"NEW", 'I', 4, 0});
+    const std::vector<std::pair<std::function<void()>, std::string>> steps = {
+        {[&] { std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "BB"); },
+         "A:1:0:C10:A BB:2:1:N8:B C:1:2:L1:C"},  // renamed through the pointer
+        {[&] { std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "B"); }, kept},
+        {[&] { EXPECT_EQ(qz_dbf_restruct_add_field(d, &added), 3); }, kept + " NEW:0:-1:?0:-"},
+        {[&] { qz_dbf_restruct_insert_field(d, 0, &ins); },
+         "INS:0:-1:?0:- " + kept + " NEW:0:-1:?0:-"},
+        {[&] { qz_dbf_restruct_remove_field_idx(d, 0); }, kept + " NEW:0:-1:?0:-"},
+        // By name only, type and length aside; the name compared exactly.
+        {[&] { qz_dbf_restruct_remove_field_val(d, &other); }, kept},
+        {[&] { qz_dbf_restruct_remove_field_val(d, &lower); }, kept},
+        {[&] { qz_dbf_restruct_move_field(d, 0, 2); }, "B:1:1:N8:B C:1:2:L1:C A:1:0:C10:A"},
+        {[&] { qz_dbf_restruct_move_field(d, 2, 0); }, kept},
+        {[&] { qz_dbf_restruct_move_field(d, 2, 0); }, "C:1:2:L1:C A:1:0:C10:A B:1:1:N8:B"},
+        {[&] { qz_dbf_restruct_move_field(d, 1, 1); }, "C:1:2:L1:C A:1:0:C10:A B:1:1:N8:B"},
+    };
+    for (size_t i = 0; i < steps.size(); ++i) {
+        steps[i].first();
+        EXPECT_EQ(entries(d), steps[i].second) << "step " << i;
+    }
+    qz_dbf_restruct_destroy(d);
+    qz_dbf_restruct_destroy(nullptr);
+
+    // The same names as the table's, yet new: nothing ties them to it.
+    d = qz_dbf_restruct_create_empty_w(path.c_str());
+    Tqz_dbf_field arr[2] = {field({"A", 'C', 10, 0}), b};
+    qz_dbf_restruct_add_fields(d, arr, 2);
+    qz_dbf_restruct_add_fields(d, arr, 0);
+    qz_dbf_restruct_add_fields(d, nullptr, 2);
+    for (int bad : {-1, 2, 1 << 30}) {
+        EXPECT_EQ(qz_dbf_restruct_get_field(d, bad), nullptr);
+        EXPECT_EQ(qz_dbf_restruct_get_field_status(d, bad), 0);
+        EXPECT_EQ(qz_dbf_restruct_get_field_old_no(d, bad), -1);
+        EXPECT_EQ(qz_dbf_restruct_get_field_old_type(d, bad), dbf_ft_unknown);
+        qz_dbf_restruct_set_field(d, bad, &arr[0]);
+        qz_dbf_restruct_remove_field_idx(d, bad);
+        qz_dbf_restruct_move_field(d, bad, 0);
+        qz_dbf_restruct_move_field(d, 0, bad);
+        qz_dbf_restruct_insert_field(d, bad + (bad == 2 ? 1 : 0), &arr[0]);
+    }
+    qz_dbf_restruct_insert_field(d, 2, &arr[0]);  // at the end is allowed
+    EXPECT_EQ(entries(d), "A:0:-1:?0:- B:0:-1:?0:- A:0:-1:?0:-");
+    qz_dbf_restruct_destroy(d);
+    // A table that does not open gives an empty descriptor, still a handle.
+    d = qz_dbf_restruct_create_w(dir.wfile("missing.dbf").c_str());
+    EXPECT_EQ(qz_dbf_restruct_count(d), 0);
+    qz_dbf_restruct_destroy(d);
+}
+
+class Apply : public ::testing::Test {
+  protected:
+    void copy_sample() {
+        for (const char* ext : {".dbf", ".dbt", ".cpg"})
+            fs::copy_file(std::string(QZ_EXAMPLES_DIR "/sample") + ext, dir.file("T") + ext);
+    }
+    qz_test::Temp_dir dir;
+    std::string file = dir.file("T.dbf");
+    std::wstring path = dir.wfile("T.dbf");
+};
+
+TEST_F(Apply, TablesLeftAloneThenRewritten) {
+    // Missing table.
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_empty_w(path.c_str());
+    Tqz_dbf_field f = field({"A", 'C', 3, 0});
+    qz_dbf_restruct_add_field(d, &f);
+    EXPECT_FALSE(qz_dbf_restruct_apply(d));
+    EXPECT_FALSE(fs::exists(file));
+    qz_dbf_restruct_destroy(d);
+
+    ASSERT_TRUE(make_table(path, {{"A", 'C', 4, 0}, {"B", 'N', 5, 1}, {"K", 'C', 4, 0}},
+                           {{"a", "1.5", "  ab"}, {"b", "2"}}));
+    const auto before = qz_test::read_bytes(file);
+    d = qz_dbf_restruct_create_w(path.c_str());
+    qz_dbf_restruct_remove_field_idx(d, 0);
+    qz_dbf_restruct_get_field(d, 1)->flen = 9;  // C, longer: leading blanks stay
+    // Another writer holds the table: not rewritten.
+    Tqz_dbf_rw* writer = qz_dbf_open_w(path.c_str(), false, false);
+    ASSERT_NE(writer, nullptr);
+    EXPECT_FALSE(qz_dbf_restruct_apply(d));
+    EXPECT_EQ(qz_dbf_get_nf(writer), 3u);
+    qz_dbf_close(writer);
+    // No fields, or a record too long for a table: refused.
+    Tqz_dbf_rstrct* none = qz_dbf_restruct_create_empty_w(path.c_str());
+    EXPECT_FALSE(qz_dbf_restruct_apply(none));
+    qz_dbf_field_init(&f, "W", dbf_ft_char, 255, 0);
+    for (int i = 0; i < 300; ++i) qz_dbf_restruct_add_field(none, &f);
+    EXPECT_FALSE(qz_dbf_restruct_apply(none));
+    qz_dbf_restruct_destroy(none);
+    EXPECT_EQ(qz_test::read_bytes(file), before);
+    EXPECT_FALSE(fs::exists(file + ".bak.dbf"));
+
+    // A backup left by a killed run is no obstacle; the lock is free again.
+    // Siblings of killed rewrites go; those of a live process stay.
+    qz_test::write_bytes(file + ".bak.dbf", {1, 2, 3});
+    const std::string dead = file + ".2147483000.7.tmp",
+                      dead_bak = file + ".bak.dbf.2147483001.0.tmp",
+                      live = file + "." + std::to_string(getppid()) + ".3.tmp",
+                      other = file + ".x.1.tmp";
+    for (const auto& p : {dead, dead_bak, live, other}) qz_test::write_bytes(p, {9});
+    EXPECT_TRUE(qz_dbf_restruct_apply(d));
+    qz_dbf_restruct_destroy(d);
+    EXPECT_EQ(layout(path), "B:N:5:1,K:C:9:0");
+    EXPECT_EQ(cells(path), (Rows{{"1.5", "  ab     "}, {"2.0", "         "}}));
+    const auto bytes = qz_test::read_bytes(file);
+    ASSERT_EQ(bytes.size(), 32 + 32 * 2 + 1 + 2 * 15 + 1);
+    EXPECT_EQ(std::string(bytes.begin() + 97 + 6, bytes.begin() + 97 + 15), "  ab     ");
+    EXPECT_EQ(bytes.back(), 0x1A);
+    for (const auto& p : {file + ".bak.dbf", dead, dead_bak, file + ".lk"})
+        EXPECT_FALSE(fs::exists(p)) << p;
+    EXPECT_TRUE(fs::exists(live));
+    EXPECT_TRUE(fs::exists(other));
+    EXPECT_TRUE(fs::exists(dir.file("T.cpg")));
+    writer = qz_dbf_open_w(path.c_str(), false, false);
+    EXPECT_NE(writer, nullptr);
+    qz_dbf_close(writer);
+}
+
+// The bytes of a memory table saved to `name`, its date bytes cleared.
+std::vector<uint8_t> saved(Tqz_dbf_memory* m, const std::string& name) {
+    EXPECT_TRUE(qz_dbf_mem_save_as(m, name.c_str()));
+    auto bytes = qz_test::read_bytes(name);
+    for (size_t i = 1; i < 4 && i < bytes.size(); ++i) bytes[i] = 0;
+    return bytes;
+}
+
+TEST_F(Apply, LoadedTableIsRestructuredInPlaceAsOneStep) {
+    copy_sample();
+    Iqz_history_manager* history = qz_history_manager_get_instance();
+    qz_history_manager_clear(history);
+    const auto on_disk = qz_test::read_bytes(file);
+    const Rows loaded = cells(path);
+    Tqz_dbf_memory* m = qz_dbf_mem_load_w(path.c_str());
+    qz_dbf_mem_set_str(m, 0, 1, "Changed before");
+    const auto before = saved(m, dir.file("before.dbf"));
+
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
+    ASSERT_EQ(qz_dbf_restruct_count(d), 8);
+    qz_dbf_restruct_get_field(d, 0)->flen = 12;                  // NAME C 30 -> 12
+    std::strcpy(qz_dbf_restruct_get_field(d, 1)->name, "TOWN");  // CITY renamed
+    qz_dbf_restruct_get_field(d, 3)->type = 'C';                 // SALARY N -> C
+    qz_dbf_restruct_remove_field_idx(d, 4);                      // RATE dropped
+    qz_dbf_restruct_move_field(d, 6, 0);                         // NOTES first
+    Tqz_dbf_field f = field({"EXTRA", 'I', 4, 0});
+    qz_dbf_restruct_add_field(d, &f);
+    // A disk handle cannot restructure in place; the loaded table can.
+    Tqz_dbf_rw* disk = qz_dbf_open_w(dir.wfile("before.dbf").c_str(), true, false);
+    EXPECT_FALSE(qz_dbf_try_restruct(disk, d));
+    qz_dbf_close(disk);
+    EXPECT_FALSE(qz_dbf_mem_restruct(nullptr, d));
+    ASSERT_TRUE(qz_dbf_restruct_apply(d));
+    qz_dbf_restruct_destroy(d);
+    EXPECT_EQ(qz_history_manager_get_undo_count(history), 2u);
+    EXPECT_EQ(qz_test::read_bytes(file), on_disk) << "in place: the file is not written";
+    EXPECT_EQ(layout(path),
+              "NOTES:M:10:0,NAME:C:12:0,TOWN:C:20:0,BORN:D:8:0,SALARY:C:12:2,ACTIVE:L:1:0,"
+              "KIDS:I:4:0,EXTRA:I:4:0");
+    const auto after = saved(m, dir.file("after.dbf"));
+    ASSERT_NE(after, before);
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(qz_history_manager_undo(history)) << i;
+        ASSERT_EQ(saved(m, dir.file("x.dbf")), before) << "undo " << i;
+        ASSERT_TRUE(qz_history_manager_redo(history)) << i;
+        ASSERT_EQ(saved(m, dir.file("x.dbf")), after) << "redo " << i;
+    }
+    // A change after the restructure is undone first, then the restructure,
+    // then the change before it.
+    qz_dbf_mem_set_int(m, 7, 0, 5);
+    ASSERT_TRUE(qz_history_manager_undo(history));
+    EXPECT_EQ(saved(m, dir.file("x.dbf")), after);
+    ASSERT_TRUE(qz_history_manager_undo(history));
+    ASSERT_TRUE(qz_history_manager_undo(history));
+    EXPECT_EQ(cells(path), loaded) << "as loaded, read through a handle";
+    qz_dbf_mem_free(m);
+    EXPECT_EQ(qz_test::read_bytes(file), on_disk);
+    qz_history_manager_clear(history);
+}
+
+TEST_F(Apply, TablesMadeWithFieldsOrWithAnothersLayout) {
+    // Made by mem_create with fields; created again with other fields: the
+    // same table, its records kept, every field new (no undo step); without
+    // fields: the table as it is. A layout without fields changes nothing.
+    const std::wstring name = dir.wfile("scratch.dbf");
+    Tqz_dbf_field f[3] = {field({"A", 'C', 5, 0}), field({"B", 'I', 4, 0}),
+                          field({"C", 'N', 6, 2})};
+    Tqz_dbf_memory* m = qz_dbf_mem_create_w(name.c_str(), 3, f);
+    EXPECT_EQ(qz_dbf_mem_get_field_dlen(m, 2), 2);
+    qz_dbf_mem_add(m);
+    qz_dbf_mem_add(m);
+    qz_dbf_mem_set_str(m, 0, 1, "keep");
+    qz_dbf_mem_set_int(m, 1, 1, 9);
+    Tqz_dbf_field g[2] = {field({"A", 'C', 5, 0}), field({"Z", 'B', 8, 0})};
+    EXPECT_EQ(qz_dbf_mem_create_w(name.c_str(), 2, g), m);
+    EXPECT_EQ(qz_dbf_mem_create_w(name.c_str(), 0, nullptr), m);
+    Tqz_dbf_rstrct* none = qz_dbf_restruct_create_empty_w(name.c_str());
+    EXPECT_FALSE(qz_dbf_mem_restruct(m, none));
+    EXPECT_FALSE(qz_dbf_restruct_apply(none));
+    qz_dbf_restruct_destroy(none);
+    EXPECT_EQ(layout(name), "A:C:5:0,Z:B:8:0");
+    bool ok = false;
+    EXPECT_STREQ(qz_dbf_mem_get_str(m, 0, 1, ok), "     ");
+    EXPECT_EQ(qz_dbf_mem_get_dbl(m, 1, 1, ok), 0.0);
+    EXPECT_TRUE(ok);
+    EXPECT_FALSE(qz_history_manager_can_undo(qz_history_manager_get_instance()));
+    for (int i = 0; i < 3; ++i) qz_dbf_mem_free(m);  // asked for three times
+    EXPECT_FALSE(qz_dbf_mem_exist_w(name.c_str()));
+
+    // Nothing at the new path: an empty table in the template's encoding; a
+    // table there keeps its record count and its own encoding, its values go;
+    // a template that does not open makes nothing.
+    copy_sample();
+    const std::wstring made = dir.wfile("made.dbf"), other = dir.wfile("other.dbf");
+    qz_dbf_create_dbf_with_struct(made.c_str(), path.c_str());
+    EXPECT_EQ(layout(made) + std::to_string(cells(made).size()), layout(path) + "0");
+    ASSERT_TRUE(make_table(other, {{"Q", 'C', 3, 0}}, {{"a"}, {"b"}, {"c"}}, Encoding::utf8));
+    qz_dbf_create_dbf_with_struct(other.c_str(), path.c_str());
+    EXPECT_EQ(layout(other), layout(path));
+    ASSERT_EQ(cells(other).size(), 3u);
+    EXPECT_EQ(cells(other)[2][0], std::string(30, ' '));
+    Tqz_dbf_rw* t = qz_dbf_open_w(other.c_str(), true, false);
+    EXPECT_TRUE(qz_dbf_get_utf8_flag(t));
+    qz_dbf_close(t);
+    qz_dbf_create_dbf_with_struct(dir.wfile("nothing.dbf").c_str(), dir.wfile("no.dbf").c_str());
+    EXPECT_FALSE(fs::exists(dir.file("nothing.dbf")));
+}
+
+const std::vector<Column> old_columns = {{"C", 'C', 12, 0}, {"N", 'N', 10, 2}, {"F", 'F', 12, 3},
+                                         {"L", 'L', 1, 0},  {"D", 'D', 8, 0},  {"I", 'I', 4, 0},
+                                         {"B", 'B', 8, 0},  {"M", 'M', 10, 0}};
+
+// One new field of each type.
+const std::vector<Column> new_columns = {{"C", 'C', 10, 0}, {"N", 'N', 12, 2}, {"F", 'F', 14, 4},
+                                         {"L", 'L', 1, 0},  {"D", 'D', 8, 0},  {"I", 'I', 4, 0},
+                                         {"B", 'B', 8, 0},  {"M", 'M', 10, 0}};
+
+const Rows rows = {{" 12.5 ", "12.5", "-3.25", "T", "20240131", "7", "12.5", "5"},
+                   {"abc", "-7.1", "1000", "F", "", "-8", "-7.9", ""},
+                   {"-7.1", "", "", "", "19991231", "0", "0", "123"},
+                   {"\xD0\x81\xD0\xB6\xD0\xB8\xD0\xBA 3", "42", "0.5", "T", "20000229",
+                    "2147483647", "1e300", "0"},
+                   {"", "", "", "", "", "", "", ""},
+                   {"  42", "0.01", "99999.999", "F", "20000101", "-2147483647", "2,5", "99"},
+                   {" 3,75 ", "-0.5", "-0.001", "T", "20101010", "1", "-0.25", "7"}};
+
+std::string trim(const std::string& s) {
+    const size_t b = s.find_first_not_of(" \t\n\r\v\f");
+    return b == std::string::npos ? "" : s.substr(b, s.find_last_not_of(" \t\n\r\v\f") - b + 1);
+}
+
+// A whole number text (comma as point), as the library's number test reads it.
+bool number(std::string t, double& v) {
+    if (t.find(',') != std::string::npos) t[t.find(',')] = '.';
+    errno = 0;
+    char* end = nullptr;
+    v = std::strtod(t.c_str(), &end);
+    return end != t.c_str() && *end == 0 && errno != ERANGE;
+}
+
+enum class Form { file, memory };
+
+// Writes into cell (j, r) of `t` what a changed field gets from the old text:
+// a number read from it (the file form reads any leading number) for I and B,
+// the number written with the new decimals (or blank) for N and F, else the
+// text, trimmed unless it was C (or the new field is not C in the file form).
+void expect_changed(Tqz_dbf_rw* t, unsigned j, unsigned r, const Column& to, char old_type,
+                    const std::string& s, Form form) {
+    const std::string trimmed = trim(s);
+    double v = 0, n = 0;
+    if (form == Form::file)
+        v = std::fabs(std::atof(s.c_str())) == HUGE_VAL ? 0 : std::atof(s.c_str());
+    if (form == Form::memory && !number(trimmed, v)) v = 0;
+    const double f = std::floor(v);
+    char text[512];
+    if (to.type == 'I')
+        qz_dbf_set_int(t, j, r, f >= -2147483648.0 && f < 2147483648.0 ? int(f) : INT_MIN);
+    else if (to.type == 'B')
+        qz_dbf_set_dbl(t, j, r, v);
+    else if (to.type != 'N' && to.type != 'F')
+        qz_dbf_set_str(
+            t, j, r,
+            (old_type != 'C' && (to.type == 'C' || form == Form::memory) ? trimmed : s).c_str());
+    else if (number(trimmed, n) && std::snprintf(text, sizeof text, "%.*f", to.dlen, n))
+        qz_dbf_set_str(t, j, r, text);
+}
+
+using Case = std::tuple<Encoding, Form>;
+class Convert : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Convert, EveryOldTypeToEveryNewType) {
+    const auto [enc, form] = GetParam();
+    qz_test::Temp_dir dir;
+    const std::wstring path = dir.wfile("t.dbf"), expected = dir.wfile("want.dbf");
+    for (const Column& to : new_columns) {
+        SCOPED_TRACE(std::string("to ") + to.type);
+        ASSERT_TRUE(make_table(path, old_columns, rows, enc));
+        const Rows old_cells = cells(path);
+        Tqz_dbf_memory* memory = form == Form::memory ? qz_dbf_mem_load_w(path.c_str()) : nullptr;
+        Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
+        std::vector<Column> layout_cols(8, {"X", to.type, to.flen, to.dlen});
+        for (int k = 0; k < 8; ++k) {
+            Tqz_dbf_field f = field(layout_cols[k]);
+            f.name[1] = char('0' + k);
+            qz_dbf_restruct_set_field(d, k, &f);
+            ASSERT_EQ(qz_dbf_restruct_get_field_status(d, k), 2);
+        }
+        ASSERT_TRUE(memory ? qz_dbf_mem_restruct(memory, d) : qz_dbf_restruct_apply(d));
+        qz_dbf_restruct_destroy(d);
+        // The expected table: the old cells converted here, written into a
+        // table of the new layout through the ordinary setters.
+        ASSERT_TRUE(make_table(expected, layout_cols, Rows(rows.size()), enc));
+        Tqz_dbf_rw* e = qz_dbf_open_w(expected.c_str(), false, false);
+        for (unsigned k = 0; k < 8; ++k) {
+            qz_dbf_set_field_name(e, k, ("X" + std::to_string(k)).c_str());
+            for (unsigned r = 0; r < rows.size(); ++r)
+                expect_changed(e, k, r, to, old_columns[k].type, old_cells[r][k], form);
+        }
+        qz_dbf_close(e);
+        EXPECT_EQ(layout(path), layout(expected));
+        EXPECT_EQ(cells(path), cells(expected));
+        qz_dbf_mem_free(memory);
+    }
+}
+
+std::string case_name(const ::testing::TestParamInfo<Case>& info) {
+    static const char* const enc[] = {"CP1251", "CP866", "UTF8"};
+    return std::string(enc[int(std::get<0>(info.param))]) +
+           (std::get<1>(info.param) == Form::file ? "File" : "Memory");
+}
+INSTANTIATE_TEST_SUITE_P(AllEncodings, Convert,
+                         ::testing::Combine(::testing::Values(Encoding::cp1251, Encoding::cp866,
+                                                              Encoding::utf8),
+                                            ::testing::Values(Form::file, Form::memory)),
+                         case_name);
+
+}  // namespace

@@ -1,0 +1,508 @@
+// Files that are no good tables and calls that fail: the file check, the
+// checked open and the tool over broken and awkward files (exit statuses,
+// reasons, files left byte for byte with their modification time), the
+// thread's last error (code, file and reason), wrong values refused by the
+// tool, deletion flags, a file that cannot grow, and what the shared
+// libraries export.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <thread>
+
+#include "qzk_file_dbf_ext.h"
+#include "test_support.h"
+
+namespace {
+
+using qz_test::read_bytes;
+using qz_test::Temp_dir;
+using qz_test::write_bytes;
+
+struct Bad_file {
+    std::string name;  // the case, also the file's name
+    std::string path;
+    int severity;        // the worst finding a check makes
+    std::string reason;  // a part of its text
+};
+
+// A good table "NAME C10, AMOUNT N8.2, DAY D8" with three records.
+std::string make_good_table(const qz_test::Temp_dir& dir, const std::string& name) {
+    Tqz_dbf_field fields[3];
+    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_field_init(&fields[1], "AMOUNT", dbf_ft_numeric, 8, 2);
+    qz_dbf_field_init(&fields[2], "DAY", dbf_ft_date, 8, 0);
+    Tqz_dbf_rw* t = qz_dbf_create(dir.file(name).c_str(), 3, 3, fields, false);
+    const char* names[] = {"alpha", "beta", "gamma"};
+    for (unsigned r = 0; r < 3; ++r) {
+        qz_dbf_set_str(t, 0, r, names[r]);
+        qz_dbf_set_dbl(t, 1, r, 1.5 * (r + 1));
+        qz_dbf_set_str(t, 2, r, "20240131");
+    }
+    qz_dbf_close(t);
+    return dir.file(name);
+}
+
+// Every bad file, each in `dir`. The "locked" table is good on disk (the
+// caller holds its lock); the "read_only" table has mode 0444.
+std::vector<Bad_file> make_bad_files(const qz_test::Temp_dir& dir) {
+    const std::vector<uint8_t> good = qz_test::read_bytes(make_good_table(dir, "base.dbf"));
+    std::vector<Bad_file> out;
+    auto variant = [&](const std::string& name, std::vector<uint8_t> bytes, int sev,
+                       const std::string& reason) {
+        if (name != "folder.dbf") qz_test::write_bytes(dir.file(name), bytes);
+        out.push_back(Bad_file{name, dir.file(name), sev, reason});
+    };
+    auto patched = [&](size_t at, std::vector<uint8_t> with) {
+        std::vector<uint8_t> b = good;
+        std::copy(with.begin(), with.end(), b.begin() + at);
+        return b;
+    };
+    const std::string text = "hello,world\nthis is not a table\n";
+    const int fatal = QZ_DBF_SEV_FATAL, error = QZ_DBF_SEV_ERROR;
+    variant("text.txt", std::vector<uint8_t>(text.begin(), text.end()), fatal, "not a dBASE table");
+    variant("empty.dbf", {}, fatal, "empty");
+    mkdir(dir.file("folder.dbf").c_str(), 0755);
+    variant("folder.dbf", {}, fatal, "a folder");
+    variant("cut_header.dbf", {good.begin(), good.begin() + 20}, fatal,
+            "shorter than the 32-byte header");
+    variant("cut_descriptors.dbf", {good.begin(), good.begin() + 80}, fatal,
+            "cut inside the field descriptors");
+    variant("cut_record.dbf", {good.begin(), good.end() - 6}, error, "holds 2 whole records");
+    variant("header_past_end.dbf", patched(8, {0xF0, 0xFF}), fatal, "reaches past the end");
+    variant("count_max.dbf", patched(4, {0xFF, 0xFF, 0xFF, 0xFF}), error,
+            "says 4294967295 records");
+    variant("record_length.dbf", patched(10, {20, 0}), error, "record length 20 is shorter");
+    variant("version.dbf", patched(0, {0x47}), fatal, "unknown version byte 0x47");
+    // The DAY field (8 bytes) becomes a memo field; no memo file is beside it.
+    variant("memo_missing.dbf", patched(32 * 3 + 11, {'M'}), error, "memo file missing");
+    variant("locked.dbf", good, 0, "");
+    variant("read_only.dbf", good, 0, "");
+    chmod(dir.file("read_only.dbf").c_str(), 0444);
+    return out;
+}
+
+// The last error is `code` and its message holds `part`.
+void expect_error(int code, const std::string& part) {
+    EXPECT_EQ(qz_dbf_last_error(), code) << qz_dbf_last_error_message();
+    EXPECT_NE(std::string(qz_dbf_last_error_message()).find(part), std::string::npos)
+        << qz_dbf_last_error_message() << " lacks " << part;
+}
+
+// The findings of a check as "severity|kind| where: what" lines, and the worst.
+std::string check(const std::string& path, int& worst, unsigned flags = QZ_DBF_CHECK_VALUES) {
+    std::string text;
+    Tqz_dbf_check_result* r = qz_dbf_check_file(path.c_str(), flags);
+    worst = qz_dbf_check_worst(r);
+    for (unsigned i = 0; i < qz_dbf_check_count(r); ++i)
+        text += std::to_string(qz_dbf_check_severity(r, i)) + "|" +
+                std::to_string(qz_dbf_check_kind(r, i)) + "| " + qz_dbf_check_where(r, i) + ": " +
+                qz_dbf_check_what(r, i) + "\n";
+    EXPECT_STREQ(qz_dbf_check_what(r, qz_dbf_check_count(r)), "");
+    qz_dbf_check_free(r);
+    return text;
+}
+
+// The tool's exit status and what it printed (standard output and error).
+int qzdbf(const std::string& args, std::string* out = nullptr, const std::string& input = "") {
+    std::string command = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1";
+    if (!input.empty()) command = "printf '" + input + "' | " + command;
+    return qz_test::run(command, out);
+}
+
+int64_t mtime_ns(const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) != 0 ? -1
+                                          : st.st_mtim.tv_sec * 1000000000ll + st.st_mtim.tv_nsec;
+}
+
+// Every bad file: the check finds it; the checked open refuses what is no
+// table with the reason (read-only and unwritten when forced); every command
+// of the tool refuses it with the reason, or reads it with a warning and
+// never writes it; a locked or read-only table reads and is not written
+// (exit status 3). Nothing changes a byte or the time or leaves a lock file.
+TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
+    Temp_dir dir;
+    const std::vector<Bad_file> files = make_bad_files(dir);
+    Tqz_dbf_rw* holder = qz_dbf_open(dir.file("locked.dbf").c_str(), false, false);
+    // Command, arguments (PATH replaced), standard input, whether it writes.
+    const std::vector<std::tuple<std::string, std::string, std::string, bool>> commands = {
+        {"info", "info PATH", "", false},       {"info --force", "info --force PATH", "", false},
+        {"dump", "dump PATH", "", false},       {"get", "get PATH 0 0", "", false},
+        {"set", "set PATH 0 0 x", "", true},    {"append", "append PATH", "", true},
+        {"edit", "edit PATH", "quit\\n", true}, {"watch", "watch PATH", "", false},
+        {"check", "check PATH", "", false},     {"create", "create PATH A:C:5", "", true},
+    };
+    for (const Bad_file& b : files) {
+        SCOPED_TRACE(b.name);
+        const bool folder = b.name == "folder.dbf", fatal = b.severity == QZ_DBF_SEV_FATAL,
+                   held = b.name == "locked.dbf" || b.name == "read_only.dbf";
+        const std::vector<uint8_t> before = read_bytes(b.path);
+        const int64_t mtime = mtime_ns(b.path);
+        int worst = -1;
+        const std::string found = check(b.path, worst);
+        EXPECT_EQ(worst, b.severity) << found;
+        EXPECT_NE(found.find(b.reason), std::string::npos) << found;
+        qz_dbf_clear_last_error();
+        Tqz_dbf_rw* t = qz_dbf_open_ex(b.path.c_str(), 0);
+        EXPECT_EQ(t != nullptr, !fatal && !held) << qz_dbf_last_error_message();
+        if (fatal) expect_error(QZ_DBF_ERR_NOT_A_TABLE, b.reason);
+        if (b.name == "read_only.dbf") expect_error(QZ_DBF_ERR_PERMISSION, "");
+        qz_dbf_close(t);
+        t = qz_dbf_open_ex(b.path.c_str(), fatal ? QZ_DBF_OPEN_FORCE : QZ_DBF_OPEN_READ_ONLY);
+        EXPECT_TRUE(t || fatal);
+        EXPECT_FALSE(t && fatal && qz_dbf_set_deleted(t, 0, true));  // forced: read-only
+        qz_dbf_close(t);
+        for (const auto& [name, command, input, writes] : commands) {
+            std::string args = command, out;
+            args.replace(args.find("PATH"), 4, "'" + b.path + "'");
+            // watch refuses a file that is no table at once, and otherwise
+            // runs until it is stopped (its status is then not checked).
+            if (name == "watch")
+                args = std::string("--help >/dev/null; timeout -s INT ") + (fatal ? "20" : "0.2") +
+                       " '" QZDBF_EXE "' " + args;
+            const int status = qzdbf(args, &out, input);
+            const std::string where = name + ": " + out;
+            if (name == "info --force") {
+                // Read anyway, with the reason as a warning; a folder is no file.
+                EXPECT_EQ(status, folder ? 2 : 0) << where;
+                EXPECT_TRUE(!fatal || folder ||
+                            out.find("read anyway (--force)") != std::string::npos)
+                    << where;
+            } else if (fatal) {
+                EXPECT_EQ(status, name == "check" ? 1 : 2) << where;
+                EXPECT_NE(out.find(name == "create" ? "already exists" : b.reason),
+                          std::string::npos)
+                    << where;
+            } else if (name != "watch") {
+                // Held: reading works, writing is an I/O failure (3); damaged:
+                // read with a warning, never written.
+                EXPECT_EQ(status, name == "create"  ? 2
+                                  : held            ? (writes ? 3 : 0)
+                                  : writes          ? 2
+                                  : name == "check" ? 1
+                                                    : 0)
+                    << where;
+                EXPECT_TRUE(held || writes || name == "check" ||
+                            out.find("warning: ") != std::string::npos)
+                    << where;
+            }
+            EXPECT_EQ(read_bytes(b.path), before) << where;
+            EXPECT_EQ(mtime_ns(b.path), mtime) << where;
+            EXPECT_EQ(qz_test::exists(b.path + ".lk"), b.name == "locked.dbf") << where;
+        }
+    }
+    qz_dbf_close(holder);
+    int worst = 0;
+    check(dir.file("none.dbf"), worst);
+    EXPECT_EQ(worst, QZ_DBF_SEV_FATAL);
+    EXPECT_EQ(qz_dbf_check_file(nullptr, 0), nullptr);
+    EXPECT_EQ(qz_dbf_check_count(nullptr), 0u);
+    EXPECT_EQ(qz_dbf_open_ex(nullptr, 0), nullptr);
+}
+
+// Descriptor layouts and values other readers refuse, one change of a good
+// table each: severity, kind and text of the finding.
+TEST(Safe, CheckFindsFieldLayoutsAndValues) {
+    Temp_dir dir;
+    const std::vector<uint8_t> good = read_bytes(make_good_table(dir, "good.dbf"));
+    int worst = -1;
+    EXPECT_EQ(check(dir.file("good.dbf"), worst), "");
+    EXPECT_EQ(worst, 0);
+    const int error = QZ_DBF_SEV_ERROR, warning = QZ_DBF_SEV_WARNING, name = QZ_DBF_CHECK_NAME,
+              field = QZ_DBF_CHECK_FIELD;
+    struct Case {
+        size_t at;  // field 2 (DAY, D8) at 96: type at +11, length +16, decimals +17
+        std::vector<uint8_t> bytes;
+        int severity, kind;
+        const char* reason;
+    } cases[] = {
+        {96 + 11, {'L'}, error, field, "L field of length 8"},
+        {96 + 11, {'S'}, error, field, "unknown field type 'S'"},
+        {64 + 17, {8}, error, field, "8 decimals in length 8"},
+        {128, {' '}, error, QZ_DBF_CHECK_TERMINATOR, "no terminator"},
+        {10, {28}, error, QZ_DBF_CHECK_RECORD_LENGTH, "not the fields' lengths plus one (27)"},
+        {96,
+         {'d', 'a', 'y'},
+         warning,
+         name,
+         "'day' breaks the field-name rules (the repair is 'DAY')"},
+        {96, {'n', 'a', 'm', 'e'}, warning, name, "'name' is used by an earlier field too"},
+        // a CP1251 byte in a name: findings stay UTF-8, the byte escaped
+        {96, {0xC4}, warning, name, "field 2 (\\xC4AY)"},
+        {130 + 11, {'x'}, error, QZ_DBF_CHECK_VALUE, "not a number, the first \" x"},
+        {8, {0xA2}, QZ_DBF_SEV_FATAL, QZ_DBF_CHECK_RECORDS, ""},
+    };
+    for (const Case& c : cases) {
+        std::vector<uint8_t> b = good;
+        std::copy(c.bytes.begin(), c.bytes.end(), b.begin() + c.at);
+        write_bytes(dir.file("t.dbf"), b);
+        const std::string found = check(dir.file("t.dbf"), worst);
+        if (c.kind == QZ_DBF_CHECK_RECORDS) continue;  // only that it survives
+        EXPECT_EQ(worst, c.severity) << c.reason << "\n" << found;
+        EXPECT_NE(found.find("|" + std::to_string(c.kind) + "|"), std::string::npos) << found;
+        EXPECT_NE(found.find(c.reason), std::string::npos) << found;
+    }
+
+    // Each record: a number, a two-letter text, a date and a logical, as
+    // other programs may leave them; bad ones counted per field, the first
+    // quoted with every byte outside printable ASCII as \xNN. The text "E5"
+    // right after the number must not be read as its exponent.
+    const std::vector<std::vector<std::string>> records = {{"    1.50", "E5", "20240229", "T"},
+                                                           {"abc", "E5",
+                                                            "\xE2\x82\xAC"
+                                                            "12345",
+                                                            "X"},
+                                                           {"", "E5", "19000229", "?"},
+                                                           {"********", "E5", "20000229", ""},
+                                                           {"  +5", "E5", "20230229", "F"},
+                                                           {"-1.5e+3", "E5", "20231301", "y"},
+                                                           {"  1,5", "E5", "", "n"},
+                                                           {"1.2.3", "E5", "20240100", "Z"},
+                                                           {"1e", "E5", "20241231", "T"},
+                                                           {"  -", "E5", "20240431", "T"},
+                                                           {"       5", "E5", "20240229", "T"}};
+    write_bytes(
+        dir.file("v.dbf"),
+        qz_test::dbf_bytes(0x03, {{"N", 'N', 8, 2}, {"C", 'C', 2}, {"D", 'D', 8}, {"L", 'L', 1}},
+                           records));
+    const std::string found = check(dir.file("v.dbf"), worst);
+    for (const char* want :
+         {"field 0 (N): 4 value(s) that are not a number, the first \"abc     \" in record 1",
+          "field 2 (D): 6 value(s) that are not a date, the first \"\\xE2\\x82\\xAC12345\" in "
+          "record 1",
+          "field 3 (L): 2 value(s) that are not a logical value, the first \"X\" in record 1"})
+        EXPECT_NE(found.find(want), std::string::npos) << want << "\n" << found;
+    // Without the flag, records are not read.
+    EXPECT_EQ(
+        check(dir.file("v.dbf"), worst, 0).find("|" + std::to_string(QZ_DBF_CHECK_VALUE) + "|"),
+        std::string::npos);
+}
+
+// The checked open leaves a .cpg as it is, whatever it says, unless asked
+// to write the table's encoding as the classic open does; a memory table's
+// save writes it unless it is to be kept.
+TEST(Safe, CheckedOpenKeepsTheCodePageFileUnlessAsked) {
+    Temp_dir dir;
+    const std::string path = make_good_table(dir, "cp.dbf"), cpg = dir.file("cp.cpg");
+    auto after = [&](const std::string& text, const std::function<void()>& open) {
+        write_bytes(cpg, std::vector<uint8_t>(text.begin(), text.end()));
+        open();
+        const std::vector<uint8_t> b = read_bytes(cpg);
+        return std::string(b.begin(), b.end());
+    };
+    for (const char* text : {"ISO-8859-2", "UTF8", "65001", "1252\r\n", "CP866\n"})
+        EXPECT_EQ(after(text,
+                        [&] {
+                            Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
+                            EXPECT_TRUE(qz_dbf_set_str(t, 0, 0, "changed"));
+                            qz_dbf_close(t);
+                        }),
+                  text);
+    EXPECT_EQ(
+        after("UTF8", [&] { qz_dbf_close(qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_WRITE_CPG)); }),
+        "CP1251\n");
+    EXPECT_EQ(after("UTF8", [&] { qz_dbf_close(qz_dbf_open(path.c_str(), false, false)); }),
+              "CP1251\n");
+    EXPECT_FALSE(qz_dbf_mem_keep_cpg(nullptr, true));
+    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+    for (bool keep : {true, false})
+        EXPECT_EQ(
+            after("UTF8", [&] { EXPECT_TRUE(qz_dbf_mem_keep_cpg(m, keep) && qz_dbf_mem_save(m)); }),
+            keep ? "UTF8" : "CP1251\n");
+    qz_dbf_mem_free(m);
+}
+
+TEST(Safe, LastErrorSaysWhatFailedWhereAndWhy) {
+    Temp_dir dir;
+    Tqz_dbf_field fields[3];
+    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_field_init(&fields[1], "COUNT", dbf_ft_numeric, 5, 0);
+    qz_dbf_field_init(&fields[2], "NOTE", dbf_ft_memo, 10, 0);  // no memo file is made
+    const std::string path = dir.file("t.dbf"), none = dir.file("none.dbf");
+    qz_dbf_close(qz_dbf_create(path.c_str(), 3, 2, fields, false));
+    ASSERT_EQ(::mkdir(dir.file("empty").c_str(), 0700), 0);  // neither a table nor OGR's
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    bool ok = true;
+    unsigned len = 0, type = 0;
+    // Each call fails (says true), leaving the code and a message with the part.
+    const std::vector<std::tuple<std::function<bool()>, int, std::string>> calls = {
+        {[&] { return !qz_dbf_open(none.c_str(), true, false); }, QZ_DBF_ERR_NOT_FOUND,
+         "none.dbf: no such file"},
+        {[&] { return !qz_dbf_open(dir.file("empty").c_str(), true, false); },
+         QZ_DBF_ERR_NOT_A_TABLE, "a folder"},
+        {[&] { return !qz_dbf_create(dir.file("a/b.dbf").c_str(), 0, 0, nullptr, false); },
+         QZ_DBF_ERR_NOT_FOUND, ""},
+        {[&] { return !qz_fpt_open(dir.file("none.fpt").c_str(), true); }, QZ_DBF_ERR_NOT_FOUND,
+         ""},
+        {[&] { return !qz_dbf_mem_load(none.c_str()); }, QZ_DBF_ERR_NOT_FOUND, ""},
+        // A table another writer holds: the classic open reads it through
+        // OGR, read-only, and leaves the last error alone; open_ex refuses it.
+        {[&] {
+             Tqz_dbf_rw* second = qz_dbf_open(path.c_str(), false, false);
+             const bool ogr = qz_dbf_get_storage(second) == qz_dbf_storage_ogr;
+             qz_dbf_close(second);
+             return ogr;
+         },
+         QZ_DBF_OK, ""},
+        {[&] { return !qz_dbf_open_ex(path.c_str(), 0); }, QZ_DBF_ERR_LOCKED,
+         "t.dbf: locked by another writer"},
+        {[&] { return !qz_dbf_get_int(t, 7, 0, ok) && !ok; }, QZ_DBF_ERR_ARGUMENT,
+         "field 7 does not exist"},
+        {[&] { return !qz_dbf_get_int(t, 1, 9, ok) && !ok; }, QZ_DBF_ERR_ARGUMENT,
+         "record 9 does not exist"},
+        {[&] { return !qz_dbf_get_int(t, 1, 0, ok) && !ok; }, QZ_DBF_ERR_VALUE,
+         "field COUNT, record 0"},
+        // Not a number for an N field; a successful write does not touch it.
+        {[&] { return !qz_dbf_set_str(t, 1, 1, "abc") && qz_dbf_set_str(t, 0, 1, "x"); },
+         QZ_DBF_ERR_VALUE, "t.dbf: field COUNT, record 1"},
+        {[&] { return !qz_dbf_get_memo_bytes(t, 2, 0, ok, len, type); }, QZ_DBF_ERR_MEMO,
+         "memo file missing"},
+        {[&] { return !qz_dbf_get_field_name(t, 3); }, QZ_DBF_ERR_ARGUMENT,
+         "field 3 does not exist (the table has 3 fields)"},
+        {[&] { return qz_dbf_find_field_index_w(t, L"NOPE") == 0xFFFFFFFFu; }, QZ_DBF_ERR_ARGUMENT,
+         ""},
+        {[&] { return qz_dbf_get_nf(nullptr) == 0; }, QZ_DBF_ERR_ARGUMENT, ""},
+        {[&] { return !qz_dbf_mem_set_int(nullptr, 0, 0, 1); }, QZ_DBF_ERR_ARGUMENT,
+         "not a loaded memory table"},
+    };
+    for (const auto& [call, code, part] : calls) {
+        qz_dbf_clear_last_error();
+        EXPECT_STREQ(qz_dbf_last_error_message(), "");
+        EXPECT_TRUE(call()) << part;
+        expect_error(code, part);
+    }
+    qz_dbf_close(t);
+    qz_dbf_close(qz_dbf_open(path.c_str(), true, false));  // a success leaves it as it was
+    expect_error(QZ_DBF_ERR_ARGUMENT, "not a loaded memory table");
+    // Each thread has its own.
+    std::thread([] {
+        EXPECT_EQ(qz_dbf_open("/nonexistent/x.dbf", true, false), nullptr);
+        EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_NOT_FOUND);
+    }).join();
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+}
+
+// Per type, values the tool's reading of that type must refuse: status 2, a
+// message naming field, record, value and reason, the files as they were.
+TEST(Safe, ToolRefusesWrongValuesAndTheTableStaysAsItWas) {
+    Temp_dir dir;
+    const std::string path = dir.file("values.dbf"), memo = dir.file("values.dbt");
+    ASSERT_EQ(
+        qzdbf("create '" + path + "' C:C:5 N:N:6:2 F:F:8:3 L:L:1 D:D:8 I:I:4 M:M:10 --records 2"),
+        0);
+    const std::vector<uint8_t> before = read_bytes(path), memo_before = read_bytes(memo);
+    const int64_t mtime = mtime_ns(path);
+    for (const std::string fv :
+         {"C abcdef", "C 日本", "N abc", "N 1e99", "N 12345", "N 0x10", "F x", "F 1e30", "F nan",
+          "L maybe", "L yess", "D 2023-02-30", "D 20231301", "D 31.12.2024", "I 2147483648",
+          "I -2147483649", "I 1.5", "M hello", "M 1"}) {
+        const std::string field = fv.substr(0, 1), v = fv.substr(2);
+        std::string out;
+        EXPECT_EQ(qzdbf("set '" + path + "' " + field + " 1 '" + v + "'", &out), 2) << fv << out;
+        EXPECT_NE(out.find("field " + field + ", record 1: '" + v + "' refused: "),
+                  std::string::npos)
+            << out;
+    }
+    EXPECT_EQ(read_bytes(path), before);
+    EXPECT_EQ(read_bytes(memo), memo_before);
+    EXPECT_EQ(mtime_ns(path), mtime);
+}
+
+// A deletion flag is the record's first byte on disk and nothing else; in
+// memory it is undone and redone and saved.
+TEST(Safe, DeletionFlags) {
+    Temp_dir dir;
+    const std::string path = make_good_table(dir, "d.dbf");
+    std::vector<uint8_t> want = read_bytes(path);
+    auto flags = [&](auto get, auto* t) {
+        std::string s;
+        for (unsigned r = 0; r < 4; ++r) s += std::to_string(get(t, r)) + " ";
+        return s;
+    };
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    EXPECT_TRUE(qz_dbf_set_deleted(t, 1, true));
+    EXPECT_FALSE(qz_dbf_set_deleted(t, 3, true));
+    EXPECT_EQ(flags(qz_dbf_get_deleted, t), "0 1 0 -1 ");
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    qz_dbf_close(t);
+    want[qz_test::u16_at(want, 8) + want[10]] = '*';
+    const std::vector<uint8_t> after = read_bytes(path);
+    std::copy(after.begin(), after.begin() + 32, want.begin());  // the header may change
+    EXPECT_EQ(after, want);
+    // Read-only handles read the flag and refuse to change it.
+    t = qz_dbf_open(path.c_str(), true, false);
+    EXPECT_FALSE(qz_dbf_set_deleted(t, 1, false));
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_PERMISSION);
+    EXPECT_EQ(flags(qz_dbf_get_deleted, t), "0 1 0 -1 ");
+    qz_dbf_close(t);
+    EXPECT_EQ(qz_dbf_get_deleted(nullptr, 0), -1);
+
+    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+    Iqz_history_manager* history = qz_history_manager_get_instance();
+    qz_history_manager_clear(history);
+    for (auto [r, on] : {std::pair{2u, true}, {0u, true}, {1u, false}, {5u, true}})
+        EXPECT_EQ(qz_dbf_mem_set_deleted(m, r, on), r < 3);
+    qz_history_manager_undo(history);
+    qz_history_manager_undo(history);
+    EXPECT_EQ(flags(qz_dbf_mem_get_deleted, m), "0 1 1 -1 ");
+    qz_history_manager_redo(history);
+    EXPECT_TRUE(qz_dbf_mem_save(m));
+    qz_dbf_mem_free(m);
+    t = qz_dbf_open(path.c_str(), true, false);
+    EXPECT_EQ(flags(qz_dbf_get_deleted, t), "1 1 1 -1 ");
+    qz_dbf_close(t);
+}
+
+// A file that cannot grow (disk full, a size limit): appends fail with an
+// I/O error and count nothing, cells inside the file still take writes.
+TEST(Safe, AppendsThatCannotGrowTheFileCountNothing) {
+    Temp_dir dir;
+    const std::string path = dir.file("full.dbf");
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, "NAME", dbf_ft_char, 10, 0);
+    qz_dbf_close(qz_dbf_create(path.c_str(), 1, 2, &f, false));
+    const size_t size = read_bytes(path).size();
+    for (bool flush : {false, true}) {
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+        ASSERT_NE(t, nullptr);
+        rlimit old{}, lower{};
+        getrlimit(RLIMIT_FSIZE, &old);
+        lower = {size, old.rlim_max};
+        auto handler = signal(SIGXFSZ, SIG_IGN);  // EFBIG instead of the signal
+        setrlimit(RLIMIT_FSIZE, &lower);
+        qz_dbf_clear_last_error();
+        qz_dbf_add_records(t, 3);
+        EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_IO) << qz_dbf_last_error_message();
+        EXPECT_EQ(qz_dbf_get_nr(t), 2u);
+        EXPECT_FALSE(qz_dbf_set_str(t, 0, 2, "past"));
+        EXPECT_TRUE(qz_dbf_set_str(t, 0, 1, "inside"));
+        setrlimit(RLIMIT_FSIZE, &old);
+        signal(SIGXFSZ, handler);
+        if (flush) qz_dbf_flush(t);
+        qz_dbf_close(t);
+        t = qz_dbf_open(path.c_str(), true, false);
+        EXPECT_EQ(qz_dbf_get_nr(t), 2u);
+        bool ok = false;
+        EXPECT_STREQ(qz_dbf_get_str(t, 0, 1, ok), "inside    ");
+        qz_dbf_close(t);
+    }
+}
+
+// Each shared library exports its C interface and nothing else.
+TEST(Safe, LibrariesExportOnlyTheCInterface) {
+    for (const auto& [lib, pattern] : {std::pair{QZ_LIB_FILE_DBF, "qz_"},
+                                       {QZ_LIB_BASIC, "qz_|any_|table_|tuple_"},
+                                       {QZ_LIB_PATH, "qz_"}}) {
+        std::string all, foreign;
+        const std::string nm =
+            std::string("nm -D --defined-only '") + lib + "' | awk '{print $NF}'";
+        EXPECT_EQ(qz_test::run(nm, &all), 0);
+        EXPECT_EQ(qz_test::run(nm + " | grep -Ev '^(" + pattern + ")'", &foreign), 1) << foreign;
+        EXPECT_GT(std::count(all.begin(), all.end(), '\n'), 2) << lib;
+    }
+}
+
+}  // namespace
