@@ -132,4 +132,32 @@ TEST(Notifier, LastReleaseFromInsideItsOwnDelivery) {
     EXPECT_EQ(client.seen, 3);
 }
 
+// A subscriber in this process hears another process write the table: one
+// update in its bracket. Other files of the folder changing and the table's
+// removal say nothing; the table written again makes one more.
+TEST(Notifier, SeesTheTableChangedByAnotherProcess) {
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("t.dbf");
+    make_table(table);
+    N* n = qz_create_dbf_notifier_w(widen(table).c_str());
+    Event_log log;
+    Iqz_event_channel* ch = qz_dbf_notifier_get_update_event_channel(n);
+    qz_event_channel_add_client(ch, &Event_log::proc, &log);
+    Logged_watcher folder(dir.path());
+    make_table(table, "ID:N:6 NAME:C:10 --records 3");
+    ASSERT_TRUE(log.wait_for(3));
+    EXPECT_EQ(log.lines(), (Lines{"2", "1 count=1", "3"}));
+    qz_test::write_bytes(dir.file("other.dbf"), {1, 2, 3});
+    qz_test::write_bytes(dir.file("t.txt"), {4});
+    ASSERT_EQ(std::remove(table.c_str()), 0);
+    flush(folder, dir.path());
+    EXPECT_EQ(log.lines().size(), 3u);
+    make_table(table, "ID:N:6");
+    ASSERT_TRUE(log.wait_for(6));
+    flush(folder, dir.path());
+    EXPECT_EQ(log.lines(), (Lines{"2", "1 count=1", "3", "2", "1 count=1", "3"}));
+    qz_event_channel_del_client(ch, &Event_log::proc, &log);
+    qz_destroy_dbf_notifier(n);
+}
+
 }  // namespace
