@@ -102,4 +102,37 @@ TEST(FolderWatcher, ABusyClientHoldsUpEventsButNotOtherWatchers) {
     qz_folder_watcher_destroy(busy);
 }
 
+// Destroying a watcher while its callback runs waits for the callback and
+// starts no other (a second change is queued); the thread has ended on
+// return. Nothing signals that destroy has begun waiting, so the callback
+// stays a while to be still running then.
+TEST(FolderWatcher, DestroyWaitsForARunningCallbackAndEndsTheThread) {
+    Temp_dir dir;
+    const size_t threads_before = qz_test::thread_count();
+    Iqz_folder_watcher* w = qz_folder_watcher_create(qz_test::widen(dir.path()).c_str(), 0);
+    ASSERT_NE(w, nullptr);
+    EXPECT_EQ(qz_test::thread_count(), threads_before + 1);
+    struct Client {
+        Signal entered;
+        std::atomic<int> calls{0};
+        std::atomic<bool> inside{false};
+    } client;
+    auto slow = [](Tqz_table*, void* user) {
+        auto* c = static_cast<Client*>(user);
+        c->inside = true;
+        ++c->calls;
+        c->entered.raise();
+        std::this_thread::sleep_for(50ms);
+        c->inside = false;
+    };
+    qz_event_channel_add_client(qz_folder_watcher_get_events(w), slow, &client);
+    touch(dir.file("a.txt"));
+    touch(dir.file("b.txt"));
+    ASSERT_TRUE(client.entered.wait());
+    qz_folder_watcher_destroy(w);
+    EXPECT_FALSE(client.inside) << "the running callback was over";
+    EXPECT_EQ(client.calls, 1) << "and no other started";
+    EXPECT_EQ(qz_test::thread_count(), threads_before);
+}
+
 }  // namespace
