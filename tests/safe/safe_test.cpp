@@ -409,6 +409,10 @@ TEST(Safe, ToolRefusesWrongValuesAndTheTableStaysAsItWas) {
     EXPECT_EQ(read_bytes(path), before);
     EXPECT_EQ(read_bytes(memo), memo_before);
     EXPECT_EQ(mtime_ns(path), mtime);
+    // What fits goes in, in the field's layout.
+    std::string out;
+    EXPECT_EQ(qzdbf("set '" + path + "' L 0 yes") + qzdbf("get '" + path + "' L 0", &out), 0);
+    EXPECT_EQ(out, "T\n");
 }
 
 // A deletion flag is the record's first byte on disk and nothing else; in
