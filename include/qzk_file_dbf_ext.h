@@ -242,6 +242,25 @@ QZ_DBF_API int qz_dbf_detect_encoding(const char* path, const char* encoding, un
  * nothing, for a null handle or a name iconv does not know. */
 QZ_DBF_API bool qz_dbf_set_encoding(Tqz_dbf_rw* handle, const char* encoding);
 
+/* The iconv name of an encoding as callers and .cpg files spell it ("1251",
+ * "ANSI 1251", "latin2", "utf8" give "CP1251", "CP1251", "ISO-8859-2",
+ * "UTF-8"), written into `name` as qz_dbf_detect_encoding writes it. False,
+ * with the last error, for a name iconv does not know. */
+QZ_DBF_API bool qz_dbf_encoding_name(const char* encoding, char* name, size_t size);
+
+/* Gives the table file open for writing through `handle` the encoding
+ * `encoding` (spelled as qz_dbf_set_encoding takes it), as a new table
+ * states it for other readers: header byte 29 becomes the language driver
+ * of its code page (the Windows driver of a Windows code page, else the
+ * usual DOS one; 0 when none stands for it, as for UTF-8, ISO-8859-x or
+ * KOI8-R), the flags become UTF-8, CP866 or else CP1251 as the encoding
+ * is, the handle reads and writes text in it until close, and close
+ * writes its iconv name ("UTF-8", "CP1251", "KOI8-R", ...) into the .cpg
+ * file. False,
+ * changing nothing, for a handle that is not a writable table file or a
+ * name iconv does not know. */
+QZ_DBF_API bool qz_dbf_set_table_encoding(Tqz_dbf_rw* handle, const char* encoding);
+
 /* The encoding of the open table of a handle, as qz_dbf_detect_encoding
  * tells it, the default being the encoding of the handle's flags. */
 QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
@@ -256,10 +275,12 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, uns
                                      char* buffer, size_t size);
 
 /* Writes UTF-8 text (`length` bytes) into a cell. A C field of a table file
- * gets the text in the table's encoding (as qz_dbf_get_cell_utf8 reads it:
- * the caller's choice of qz_dbf_set_encoding, the .cpg file, the language
- * driver, the flags), left-aligned and padded with blanks; other fields and
- * other storages take it as qz_dbf_set_str takes system text. False, with
+ * or of a memory table (through a handle that serves it; the write is one
+ * step of the table's history, which undo takes back) gets the text in the
+ * table's encoding (as qz_dbf_get_cell_utf8 reads it: the caller's choice
+ * of qz_dbf_set_encoding, the .cpg file, the language driver, the flags),
+ * left-aligned and padded with blanks; other fields and OGR sources take
+ * it as qz_dbf_set_str takes system text. False, with
  * the last error and the cell unchanged, when there is no such cell, the
  * text is not UTF-8, holds a NUL or a character the encoding lacks, or is
  * longer than the field in that encoding (it is never cut). */
@@ -402,16 +423,15 @@ QZ_DBF_API char qz_dbf_get_field_letter(Tqz_dbf_rw* handle, unsigned int field);
  * QZ_DBF_ERR_CANCELLED. A null callback makes them the plain calls. A
  * memory table is changed in place without calls to the callback. */
 
-typedef int (*Tqz_dbf_progress_fn)(void* user, unsigned long long done,
-                                   unsigned long long total);
+typedef int (*Tqz_dbf_progress_fn)(void* user, unsigned long long done, unsigned long long total);
 
 /* qz_dbf_del_records_by_msk_why_w with progress; QZ_DBF_DELMASK_CANCELLED
  * when the callback stopped it. */
 QZ_DBF_API int qz_dbf_del_records_by_msk_progress_w(const wchar_t* path, void* mask,
                                                     Tqz_dbf_progress_fn progress, void* user);
 /* qz_dbf_restruct_apply with progress; false when the callback stopped it. */
-QZ_DBF_API bool qz_dbf_restruct_apply_progress(Tqz_dbf_rstrct* handle,
-                                               Tqz_dbf_progress_fn progress, void* user);
+QZ_DBF_API bool qz_dbf_restruct_apply_progress(Tqz_dbf_rstrct* handle, Tqz_dbf_progress_fn progress,
+                                               void* user);
 
 #ifdef __cplusplus
 }

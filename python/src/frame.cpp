@@ -163,6 +163,43 @@ void cell_by_getter(Tqz_dbf_rw* h, const field_info& f, column& col, py::ssize_t
     }
 }
 
+// A cell of a typed column through the typed read, which places every field
+// by its whole width (the classic getters place the fields after a
+// character field over 255 bytes by its length byte alone).
+void cell_by_value(Tqz_dbf_rw* h, column& col, py::ssize_t i, unsigned r) {
+    Tqz_dbf_value v;
+    std::memset(&v, 0, sizeof v);
+    if (!qz_dbf_get_value(h, col.field, r, &v)) v.kind = QZ_DBF_VALUE_NULL;
+    const bool whole = v.kind == QZ_DBF_VALUE_INT;
+    const bool real = v.kind == QZ_DBF_VALUE_DOUBLE || v.kind == QZ_DBF_VALUE_DECIMAL;
+    const double d = whole ? static_cast<double>(v.i) : real ? v.d : std::nan("");
+    switch (col.kind) {
+        case column_kind::real:
+            col.real_data[i] = d;
+            break;
+        case column_kind::integer:
+            col.int_data[i] = whole ? v.i : 0;
+            col.real_data[i] = d;
+            col.mask_data[i] = !whole && !real;
+            col.any_real = col.any_real || real;
+            break;
+        case column_kind::date: {
+            const bool date = v.kind == QZ_DBF_VALUE_DATE;
+            const int y = static_cast<int>(v.i / 10000), m = static_cast<int>(v.i / 100 % 100);
+            col.int_data[i] = date ? days_from_civil(y, m, static_cast<int>(v.i % 100)) : 0;
+            col.mask_data[i] = !date;
+            break;
+        }
+        case column_kind::boolean:
+            col.bool_data[i] = v.kind == QZ_DBF_VALUE_BOOL && v.i != 0;
+            col.mask_data[i] = v.kind != QZ_DBF_VALUE_BOOL;
+            break;
+        case column_kind::text:
+        case column_kind::cell:
+            break;
+    }
+}
+
 // A cell of a typed column from the field's bytes in a record image; false
 // when the bytes have a shape the getters must read.
 bool cell_from_image(const field_info& f, column& col, const unsigned char* image, py::ssize_t i) {
@@ -385,6 +422,10 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
     // Tables with a _NullFlags field mark cells null apart from their bytes.
     bool null_flags = false;
     for (const field_info& f : fields) null_flags |= strcasecmp(f.name.c_str(), "_NullFlags") == 0;
+    // With a character field over 255 bytes the cells not read from images
+    // go through the typed read.
+    bool wide = false;
+    for (const field_info& f : fields) wide |= f.type == 'C' && f.length > 255;
     std::vector<unsigned> all_records;
     for (unsigned first = 0; first < total;) {
         const unsigned want = std::min(chunk, total - first);
@@ -413,7 +454,10 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                         cell_from_image(f, *col, images[j], i)) {
                         continue;
                     }
-                    cell_by_getter(h, f, *col, i, records[j]);
+                    if (wide)
+                        cell_by_value(h, *col, i, records[j]);
+                    else
+                        cell_by_getter(h, f, *col, i, records[j]);
                 }
             }
         }
@@ -427,9 +471,7 @@ py::list read_columns(table& t, const py::object& columns, bool skip_deleted, bo
                     if (v == nullptr) throw py::error_already_set();
                 } else {
                     bool ok = false;
-                    // Character fields over 255 bytes: the classic getter
-                    // stops at the length byte, the typed one reads the width.
-                    py::object o = col->kind == column_kind::cell || f.length > 255
+                    py::object o = col->kind == column_kind::cell || wide
                                        ? get_cell(h, f, col->field, records[j], t.decimals())
                                        : text_value(qz_dbf_get_str(h, col->field, records[j], ok));
                     v = o.release().ptr();

@@ -1,12 +1,18 @@
 """Character fields over 255 bytes (the length's high byte in the decimals
-byte): the field reports its whole width, and the frame reads that field
-and the fields after it as dbfread does."""
+byte): the field reports its whole width, and every read path (the frame
+from record images, the rows and cells of a table file or of a loaded
+copy, the frame through the cell getters) reads that field and the fields
+after it as dbfread does."""
+
+import shutil
 
 import dbfread
 import pandas as pd
 
 import corpus as cc
 import qzdbf
+
+PR90 = cc.CORPUS / "php-xbase" / "foxpro" / "pr90.dbf"
 
 
 def _plain(v):
@@ -21,14 +27,32 @@ def _plain(v):
     return v
 
 
-def test_wide_character_field_and_the_fields_after_it():
-    path = cc.CORPUS / "php-xbase" / "foxpro" / "pr90.dbf"
-    with qzdbf.open(path) as t:
-        note = [f for f in t.fields if f.name == "NOTE"][0]
-    assert (note.length, note.decimals) == (300, 0)
-    df = qzdbf.read_dataframe(path)
-    reference = list(dbfread.DBF(str(path), load=True))
-    assert max(len(r["NOTE"].rstrip()) for r in reference) > 44  # past what the length byte says
+def _same_as_dbfread(reference, cell):
+    """cell(record, name) of every cell equals dbfread's value."""
     for r, rec in enumerate(reference):
         for name, want in rec.items():
-            assert _plain(df[name].iloc[r]) == _plain(want), (name, r)
+            assert _plain(cell(r, name)) == _plain(want), (name, r)
+
+
+def test_wide_character_field_and_the_fields_after_it(tmp_path):
+    with qzdbf.open(PR90) as t:
+        note = [f for f in t.fields if f.name == "NOTE"][0]
+    assert (note.length, note.decimals) == (300, 0)
+    reference = list(dbfread.DBF(str(PR90), load=True))
+    assert max(len(r["NOTE"].rstrip()) for r in reference) > 44  # past what the length byte says
+    df = qzdbf.read_dataframe(PR90)
+    _same_as_dbfread(reference, lambda r, name: df[name].iloc[r])
+    # A loaded copy (the corpus is never opened for writing): its handles
+    # read through the cell getters, never record images.
+    for suffix in (".dbf", ".fpt"):
+        shutil.copy(PR90.with_suffix(suffix), tmp_path / ("pr90" + suffix))
+        (tmp_path / ("pr90" + suffix)).chmod(0o644)
+    copy = tmp_path / "pr90.dbf"
+    with qzdbf.open(PR90) as t, qzdbf.load(copy) as m:
+        names = [f.name for f in t.fields]
+        for table in (t, m):
+            _same_as_dbfread(reference, lambda r, name: table[r][name])
+            _same_as_dbfread(reference, lambda r, name: table[r, name])
+            _same_as_dbfread(reference, lambda r, name: table.row(r)[names.index(name)])
+        by_getters = qzdbf.read_dataframe(copy)
+        _same_as_dbfread(reference, lambda r, name: by_getters[name].iloc[r])

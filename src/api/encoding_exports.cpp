@@ -7,6 +7,7 @@
 #include "api/guard.h"
 #include "api/table_rw.h"
 #include "dbf/basic_table.h"
+#include "dbf/disk_table.h"
 #include "encoding/encodings.h"
 #include "encoding/table_encoding.h"
 #include "errors/last_error.h"
@@ -119,6 +120,48 @@ QZ_DBF_API bool qz_dbf_set_encoding(Tqz_dbf_rw* h, const char* encoding) {
     });
 }
 
+QZ_DBF_API bool qz_dbf_encoding_name(const char* encoding, char* name, size_t size) {
+    return guarded(false, [&] {
+        put_text("", name, size);
+        const std::string known = encoding ? qz::strconv::normalize_encoding_name(encoding) : "";
+        if (known.empty()) {
+            qz::errors::set(qz::errors::argument,
+                            std::string("unknown encoding \"") + (encoding ? encoding : "") + "\"");
+            return false;
+        }
+        put_text(known, name, size);
+        return true;
+    });
+}
+
+QZ_DBF_API bool qz_dbf_set_table_encoding(Tqz_dbf_rw* h, const char* encoding) {
+    return guarded(false, [&] {
+        Tqz_dbf_disk* d = h ? h->file_table() : nullptr;
+        if (!d || d->is_read_only()) {
+            qz::errors::set(qz::errors::argument, "not a table file open for writing");
+            return false;
+        }
+        const std::string name = encoding ? qz::strconv::normalize_encoding_name(encoding) : "";
+        if (name.empty()) {
+            qz::errors::set(qz::errors::argument,
+                            std::string("unknown encoding \"") + (encoding ? encoding : "") + "\"");
+            return false;
+        }
+        if (!d->set_language_driver(qz::strconv::language_driver_for(name))) {
+            qz::errors::set(qz::errors::io, d->get_filename(), "the header could not be written");
+            return false;
+        }
+        // The classic calls keep to the flags: they follow where they can.
+        d->set_utf8_flag(name == "UTF-8");
+        d->set_dos_flag(name == "CP866");
+        d->set_cpg_name(name);
+        d->keep_cpg(false);
+        // For this open only: a request of qz_dbf_set_encoding outlives it.
+        h->encoding_choice = {name, encoding_source::caller};
+        return true;
+    });
+}
+
 QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* h, char* name, size_t size) {
     return guarded(0, [&] {
         put_text("", name, size);
@@ -193,9 +236,11 @@ QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
             return false;
         }
         const std::string utf8(text ? text : "", text ? length : 0);
+        // Table files and memory tables hold the bytes themselves; a memory
+        // table's set_string is one step of its history.
         auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
-        const bool file = basic && h->current_storage() == Tqz_dbf_rw::storage::disk;
-        if (file && (field >= basic->get_nf() || !basic->has_record(record))) {
+        const bool own_bytes = basic && h->current_storage() != Tqz_dbf_rw::storage::ogr;
+        if (own_bytes && (field >= basic->get_nf() || !basic->has_record(record))) {
             qz::api::cell_failed(h, t, field, record, nullptr);
             return false;
         }
@@ -214,7 +259,7 @@ QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
             return false;
         };
         std::string raw;
-        if (file && basic->get_field_letter(field) == 'C') {
+        if (own_bytes && basic->get_field_letter(field) == 'C') {
             if (!encode(handle_encoding(h).name, raw)) return false;
             if (raw.size() > basic->get_field_flen(field)) {
                 qz::errors::set(qz::errors::value,

@@ -235,9 +235,10 @@ void Tqz_dbf_basic::load_cpg(const std::wstring& table_path) {
 
 void Tqz_dbf_basic::save_cpg(const std::wstring& table_path, bool skip) {
     if (skip) return;
-    const wchar_t* text = L"CP1251";
+    std::wstring text = L"CP1251";
     if (get_dos_flag()) text = L"CP866";
     if (get_utf8_flag()) text = L"UTF-8";
+    if (!cpg_name.empty()) text.assign(cpg_name.begin(), cpg_name.end());  // an ASCII name
     std::wstring name =
         qz::filesystem::find_companion(qz::filesystem::change_extension(table_path, L".cpg"));
     qz::detail::fileio_std file;

@@ -182,8 +182,11 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
 
     // Reads the encoding flags from the table's .cpg file, if there is one.
     void load_cpg(const std::wstring& table_path);
-    // Writes the table's encoding into its .cpg file, unless `skip`.
+    // Writes the table's encoding into its .cpg file, unless `skip`: the
+    // name set_cpg_name gave, else the flags' encoding.
     void save_cpg(const std::wstring& table_path, bool skip);
+    // The encoding name (an iconv name) save_cpg writes; "" for the flags'.
+    void set_cpg_name(const std::string& name) { cpg_name = name; }
 
     // The file header as read or written: version, date, counts, lengths.
     const uint8_t* get_header() const { return header; }
@@ -218,6 +221,7 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     std::map<std::string, unsigned int> field_index;
     std::vector<std::string> long_names;  // dBASE 7 tables only, nf entries
     std::string driver_name;              // dBASE 7 tables only
+    std::string cpg_name;                 // see set_cpg_name
     bool dos_flag = false;
     bool utf8_flag = false;
     // Raw field bytes of the last get_string, NUL-terminated (lengths go up

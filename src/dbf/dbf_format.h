@@ -19,6 +19,7 @@ constexpr uint8_t version_foxpro_memo = 0xF5;  // the one version that prefers .
 // Header offsets.
 constexpr size_t hdr_version = 0, hdr_year = 1, hdr_month = 2, hdr_day = 3;
 constexpr size_t hdr_record_count = 4, hdr_header_length = 8, hdr_record_length = 10;
+constexpr size_t hdr_language_driver = 29;
 
 // Descriptor offsets. Bytes 12..15 are reserved in the file; in memory they
 // hold the field's offset within the record.

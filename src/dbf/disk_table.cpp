@@ -220,6 +220,7 @@ void Tqz_dbf_disk::close() {
     field_index.clear();
     save_cpg(filename, read_only || cpg_kept);
     cpg_kept = false;
+    set_cpg_name("");
     read_only = true;
     filename.clear();
     whole_records = 0;
@@ -416,6 +417,13 @@ void Tqz_dbf_disk::add_records(unsigned int count) {
         qz::errors::set(qz::errors::io, filename,
                         "the file could not grow: " + std::to_string(added) + " of " +
                             std::to_string(count) + " records added");
+}
+
+bool Tqz_dbf_disk::set_language_driver(uint8_t id) {
+    if (!file || read_only) return false;
+    auto bracket = update_bracket();
+    header[hdr_language_driver] = id;
+    return window.write_through(hdr_language_driver, header + hdr_language_driver, 1);
 }
 
 void Tqz_dbf_disk::set_field_name(unsigned int field, const char* name) {

@@ -64,6 +64,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // Renames a field in memory and in the file's descriptor.
     void set_field_name(unsigned int field, const char* name) override;
     using Tqz_dbf_basic::set_field_name;
+    // Writes `id` into the header's language-driver byte (29); false for a
+    // table not open for writing.
+    bool set_language_driver(uint8_t id);
     // Appends `count` blank records and rewrites the header's count.
     void add_records(unsigned int count) override;
     // A table on disk is restructured by rewriting its file, never in place:

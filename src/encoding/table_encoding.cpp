@@ -175,6 +175,19 @@ uint32_t language_driver_code_page(uint8_t id) {
     return 0;
 }
 
+uint8_t language_driver_for(const std::string& iconv_name) {
+    static constexpr uint8_t preferred[] = {
+        0x03, 0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0x7D, 0x7E, 0x7B, 0x7A, 0x79, 0x78, 0x7C,
+        0x01, 0x02, 0x64, 0x65, 0x66, 0x67, 0x6A, 0x6B, 0x1C, 0x24, 0x04, 0x96, 0x97,
+    };
+    if (iconv_name.empty()) return 0;
+    for (const uint8_t id : preferred) {
+        const uint32_t cp = language_driver_code_page(id);
+        if (cp != 0 && code_page_to_iconv(cp) == iconv_name) return id;
+    }
+    return 0;
+}
+
 uint32_t driver_name_code_page(const std::string& name) {
     auto digit = [&](size_t k) { return std::isdigit(static_cast<unsigned char>(name[k])) != 0; };
     if (name.size() >= 5 && name.compare(0, 2, "DB") == 0 && digit(2) && digit(3) && digit(4)) {

@@ -43,6 +43,13 @@ std::string normalize_encoding_name(const std::string& text);
 // 0 for 0 (no driver named) and for ids without a code page iconv knows.
 uint32_t language_driver_code_page(uint8_t id);
 
+// The language-driver id a new table gets for text in `iconv_name` (a name
+// as normalize_encoding_name gives it): the Windows id of a Windows code
+// page, else the usual DOS one, each read back as that code page here and
+// by other readers; 0 when no driver stands for it (UTF-8, ISO-8859-x,
+// KOI8-R, ...).
+uint8_t language_driver_for(const std::string& iconv_name);
+
 // The code page a dBASE 7 language-driver name stands for (header bytes
 // 32..63, as "DB437US0", "DB866RU0", "DBWINUS0"): "DB" and three digits is
 // that OEM code page, "DBWIN" the Windows Latin page 1252; 0 for other names.

@@ -54,8 +54,6 @@ uint8_t new_version(uint8_t v) {
     }
 }
 
-constexpr size_t hdr_language_driver = 29;
-
 }  // namespace
 
 Tqz_restruct_sink::Tqz_restruct_sink(Tqz_dbf_ibasic& old_table, const Tqz_dbf_rstrct& descriptor,

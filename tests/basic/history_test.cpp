@@ -1,12 +1,13 @@
-// The history manager: one timeline over all histories, grouping, the step
-// limit, and every item erased exactly once, also when callbacks call back
-// into the manager.
+// The history manager: one timeline over all histories, grouping, and every
+// item erased exactly once, also when callbacks call back into the manager.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qzk_basic.h"
@@ -16,131 +17,103 @@ namespace {
 // What the callbacks did, in order: "+3" redo of item 3, "-3" its undo,
 // "[A" / "]A" the begin and end of history A. Erasures are counted apart.
 struct Journal {
-    std::vector<std::string> log;
+    std::string log;
     std::map<int, int> erased;
     std::vector<int> fresh;  // erased since the script last asked
     int live = 0;
-    std::string text() const {
-        std::string s;
-        for (const auto& e : log) s += (s.empty() ? "" : " ") + e;
-        return s;
+    void say(const std::string& w) { log += (log.empty() ? "" : " ") + w; }
+};
+
+// An item (id > 0) or a history's listener (its name in `id`).
+struct Actor {
+    Journal* j;
+    int id;
+    std::string tag(const char* mark) const {
+        return mark + (id > 0 ? std::to_string(id) : std::string(1, char(-id)));
     }
 };
-
-struct Item {
-    Journal* journal;
-    int id;
-};
-
-void redo_item(void* p) {
-    auto* it = static_cast<Item*>(p);
-    it->journal->log.push_back("+" + std::to_string(it->id));
-}
-void undo_item(void* p) {
-    auto* it = static_cast<Item*>(p);
-    it->journal->log.push_back("-" + std::to_string(it->id));
-}
-void erase_item(void* p) {
-    auto* it = static_cast<Item*>(p);
-    it->journal->erased[it->id]++;
-    it->journal->fresh.push_back(it->id);
-    it->journal->live--;
-    delete it;
-}
-
-struct Client {
-    Journal* journal;
-    std::string name;
-    void* history = nullptr;
-};
-void begin_client(void* w) {
-    auto* c = static_cast<Client*>(w);
-    c->journal->log.push_back("[" + c->name);
-}
-void end_client(void* w) {
-    auto* c = static_cast<Client*>(w);
-    c->journal->log.push_back("]" + c->name);
+void add_item(Journal& j, void* history, int id) {
+    j.live++;
+    qz_history_add_item(
+        history, [](void* p) { static_cast<Actor*>(p)->j->say(static_cast<Actor*>(p)->tag("+")); },
+        [](void* p) { static_cast<Actor*>(p)->j->say(static_cast<Actor*>(p)->tag("-")); },
+        [](void* p) {
+            auto* it = static_cast<Actor*>(p);
+            it->j->erased[it->id]++;
+            it->j->fresh.push_back(it->id);
+            it->j->live--;
+            delete it;
+        },
+        new Actor{&j, id});
 }
 
 // Runs scripts against the manager. Each word is one call; what the
 // callbacks did, and what some calls answer, is the script's log:
 //   A1   add item 1 to history A (made on first use)  DA  destroy history A
 //   u r  undo, redo (a refused one logs u0 / r0)       C   clear the manager
-//   ( )  begin, end of a bracket                       L3  set the limit to 3
+//   ( )  begin, end of a bracket
 //   #    logs #<steps>/<undoable steps>                ?   logs ?<can undo><can redo>
 //   x    logs x<items erased since the last x, sorted>, or x- for none
 class History : public ::testing::Test {
   protected:
     void SetUp() override {
-        m = qz_history_manager_get_instance();
         ASSERT_NE(m, nullptr);
         qz_history_manager_clear(m);
         qz_history_manager_set_limit(m, 1000);
         EXPECT_EQ(qz_history_manager_get_limit(m), 1000u);
     }
     void TearDown() override {
-        for (auto& [name, c] : clients) {
-            qz_history_destroy(c->history);
-            delete c;
-        }
-        // Every item made was erased, and exactly once.
-        EXPECT_EQ(j.live, 0);
+        for (auto& [name, h] : histories) qz_history_destroy(h.second);
+        EXPECT_EQ(j.live, 0);  // every item made was erased, and exactly once
         for (const auto& [id, n] : j.erased) EXPECT_EQ(n, 1) << "item " << id;
         EXPECT_EQ(qz_history_manager_get_step_count(m), 0u);
-        qz_history_manager_set_limit(m, 1000);
     }
-    Client* client(const std::string& name) {
-        Client*& c = clients[name];
-        if (!c) {
-            c = new Client{&j, name};
-            c->history = qz_history_manager_create_history(m, begin_client, end_client, c);
+    void*& history(char name) {
+        auto& h = histories[name];
+        if (!h.first) {
+            h.first = std::make_unique<Actor>(Actor{&j, -name});
+            static constexpr auto say = [](void* a, const char* mark) {
+                static_cast<Actor*>(a)->j->say(static_cast<Actor*>(a)->tag(mark));
+            };
+            h.second = qz_history_manager_create_history(
+                m, [](void* a) { say(a, "["); }, [](void* a) { say(a, "]"); }, h.first.get());
         }
-        return c;
+        return h.second;
     }
     std::string run(const std::string& script) {
         std::istringstream words(script);
         for (std::string w; words >> w;) {
             const char op = w[0];
-            if (op == 'u' && !qz_history_manager_undo(m)) j.log.push_back("u0");
-            if (op == 'r' && !qz_history_manager_redo(m)) j.log.push_back("r0");
+            if (op == 'u' && !qz_history_manager_undo(m)) j.say("u0");
+            if (op == 'r' && !qz_history_manager_redo(m)) j.say("r0");
             if (op == '(') qz_history_manager_begin_update(m);
             if (op == ')') qz_history_manager_end_update(m);
-            if (op == 'L') qz_history_manager_set_limit(m, std::stoul(w.substr(1)));
             if (op == 'C') qz_history_manager_clear(m);
-            if (op == 'D') {
-                qz_history_destroy(client(w.substr(1))->history);
-                client(w.substr(1))->history = nullptr;
-            }
+            if (op == 'D') qz_history_destroy(std::exchange(history(w[1]), nullptr));
             if (op == '#')
-                j.log.push_back("#" + std::to_string(qz_history_manager_get_step_count(m)) + "/" +
-                                std::to_string(qz_history_manager_get_undo_count(m)));
+                j.say("#" + std::to_string(qz_history_manager_get_step_count(m)) + "/" +
+                      std::to_string(qz_history_manager_get_undo_count(m)));
             if (op == '?')
-                j.log.push_back("?" + std::to_string(qz_history_manager_can_undo(m)) +
-                                std::to_string(qz_history_manager_can_redo(m)));
+                j.say("?" + std::to_string(qz_history_manager_can_undo(m)) +
+                      std::to_string(qz_history_manager_can_redo(m)));
             if (op == 'x') {
                 std::sort(j.fresh.begin(), j.fresh.end());
                 std::string ids;
                 for (int id : j.fresh) ids += (ids.empty() ? "" : ",") + std::to_string(id);
-                j.log.push_back("x" + (ids.empty() ? "-" : ids));
+                j.say("x" + (ids.empty() ? "-" : ids));
                 j.fresh.clear();
             }
-            if (op >= 'A' && op <= 'B') {
-                j.live++;
-                qz_history_add_item(client(std::string(1, op))->history, redo_item, undo_item,
-                                    erase_item, new Item{&j, std::stoi(w.substr(1))});
-            }
+            if (op == 'A' || op == 'B') add_item(j, history(op), std::stoi(w.substr(1)));
         }
-        std::string s = j.text();
-        j.log.clear();
-        return s;
+        return std::exchange(j.log, "");
     }
     void check(const std::vector<std::pair<std::string, std::string>>& steps) {
         for (const auto& [script, log] : steps) EXPECT_EQ(run(script), log) << script;
     }
 
-    Iqz_history_manager* m = nullptr;
+    Iqz_history_manager* m = qz_history_manager_get_instance();
     Journal j;
-    std::map<std::string, Client*> clients;
+    std::map<char, std::pair<std::unique_ptr<Actor>, void*>> histories;
 };
 
 // Items are performed when added; undo goes back over the newest step
@@ -165,43 +138,25 @@ TEST_F(History, NestedBracketsMakeOneStepBracketedOncePerHistory) {
            {"( A5 B6 DA B7 ) # x", "+5 +6 +7 #2/2 x1,3,4,5"}});
 }
 
-// A history that goes takes its items along; steps left empty go too. A
-// clear erases everything, and the histories stay usable.
-TEST_F(History, DestroyingAHistoryErasesItsItemsAndEmptiesSteps) {
-    check({{"A1 ( A2 B3 ) B4 A5 u", "+1 +2 +3 +4 +5 [A -5 ]A"},
-           {"DA x # ?", "x1,2,5 #2/2 ?10"},
-           {"u u", "[B -4 ]B [B -3 ]B"},
-           {"C x # B9 ?", "x3,4 #0/0 +9 ?10"}});
-    qz_history_destroy(nullptr);  // ignored
-}
-
-// A listener that destroys a history while a run is bracketing it, and one
-// that makes a change while a run is going on.
+// A listener that destroys a history while a run is bracketing it, and
+// makes a change while the run is going on.
 struct Reentrant {
-    Journal* journal;
+    Journal* j;
     void** victim;
     void* history;
 };
-void begin_and_destroy(void* w) {
-    auto* r = static_cast<Reentrant*>(w);
-    if (*r->victim) {
-        qz_history_destroy(*r->victim);
-        *r->victim = nullptr;
-    }
-}
-void end_and_add(void* w) {
-    auto* r = static_cast<Reentrant*>(w);
-    r->journal->live++;
-    qz_history_add_item(r->history, redo_item, undo_item, erase_item, new Item{r->journal, 99});
-}
 
 TEST_F(History, CallbacksMayCallBackIntoTheManager) {
-    Client* a = client("A");
-    Reentrant r{&j, &a->history, nullptr};
+    Reentrant r{&j, &history('A'), nullptr};
+    auto begin_and_destroy = [](void* w) {
+        qz_history_destroy(std::exchange(*static_cast<Reentrant*>(w)->victim, nullptr));
+    };
+    auto end_and_add = [](void* w) {
+        add_item(*static_cast<Reentrant*>(w)->j, static_cast<Reentrant*>(w)->history, 99);
+    };
     r.history = qz_history_manager_create_history(m, begin_and_destroy, end_and_add, &r);
     run("( A1");
-    j.live++;
-    qz_history_add_item(r.history, redo_item, undo_item, erase_item, new Item{&j, 2});
+    add_item(j, r.history, 2);
     run("A3 )");
     // Backwards the items come 3 (A), 2 (r), 1 (A): A is begun first, then
     // r, whose begin destroys A, erasing its items, which are then not
@@ -211,29 +166,6 @@ TEST_F(History, CallbacksMayCallBackIntoTheManager) {
     EXPECT_EQ(j.erased[2], 1);
     EXPECT_EQ(j.erased[99], 2) << "one item 99 per run, each erased once";
     j.erased.erase(99);
-}
-
-TEST(HistoryGlobal, DisablingGivesNoManagerAndNullHistoriesPerformAtOnce) {
-    Iqz_history_manager* m = qz_history_manager_get_instance();
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(qz_history_manager_get_instance(), m);
-    qz_history_manager_set_enabled(false);
-    EXPECT_EQ(qz_history_manager_get_instance(), nullptr);
-    EXPECT_EQ(qz_history_manager_create_history(nullptr, nullptr, nullptr, nullptr), nullptr);
-    qz_history_manager_set_enabled(true);
-    EXPECT_EQ(qz_history_manager_get_instance(), m);
-
-    Journal j;
-    j.live = 1;
-    qz_history_add_item(nullptr, redo_item, undo_item, erase_item, new Item{&j, 1});
-    EXPECT_EQ(j.text(), "+1");
-    EXPECT_EQ(j.live, 0);
-    // Null managers give neutral answers.
-    EXPECT_FALSE(qz_history_manager_undo(nullptr));
-    EXPECT_FALSE(qz_history_manager_can_redo(nullptr));
-    qz_history_manager_clear(nullptr);
-    qz_history_manager_begin_update(nullptr);
-    qz_history_manager_end_update(nullptr);
 }
 
 }  // namespace

@@ -37,20 +37,14 @@ TEST(NumberShown, DoublesOfEveryMagnitude) {
     std::uniform_int_distribution<int> exponent(-12, 16), digits(0, 12);
     for (int i = 0; i < 1000000; ++i) {
         double v;
-        switch (i % 3) {
-            case 0:  // any magnitude, full precision
-                v = mantissa(rng) * std::pow(10.0, exponent(rng));
-                break;
-            case 1: {  // few decimals, as money and measures are
-                const double scale = std::pow(10.0, digits(rng) % 5);
-                v = std::round(mantissa(rng) * std::pow(10.0, digits(rng)) * scale) / scale;
-                break;
-            }
-            default: {  // halves at the 11th digit and their neighbours
-                const double base = std::floor(mantissa(rng) * 1e10) + 0.5;
-                v = std::nextafter(base, (rng() & 1) ? 0.0 : 1e30) / std::pow(10.0, digits(rng));
-                break;
-            }
+        if (i % 3 == 0) {  // any magnitude, full precision
+            v = mantissa(rng) * std::pow(10.0, exponent(rng));
+        } else if (i % 3 == 1) {  // few decimals, as money and measures are
+            const double scale = std::pow(10.0, digits(rng) % 5);
+            v = std::round(mantissa(rng) * std::pow(10.0, digits(rng)) * scale) / scale;
+        } else {  // halves at the 11th digit and their neighbours
+            const double base = std::floor(mantissa(rng) * 1e10) + 0.5;
+            v = std::nextafter(base, (rng() & 1) ? 0.0 : 1e30) / std::pow(10.0, digits(rng));
         }
         if (rng() & 1) v = -v;
         qz::dbf::format_g19(out, v);
@@ -62,9 +56,7 @@ TEST(NumberShown, DecimalTextsShowTheNumberSscanfReads) {
     std::mt19937_64 rng(12);
     char out[64];
     for (int i = 0; i < 1000000; ++i) {
-        std::string text;
-        const int lead = static_cast<int>(rng() % 3);
-        text.append(static_cast<size_t>(lead), ' ');
+        std::string text(rng() % 3, ' ');
         if (rng() % 4 == 0) text += (rng() & 1) ? '-' : '+';
         const int whole = static_cast<int>(rng() % 14), frac = static_cast<int>(rng() % 8);
         for (int k = 0; k < whole; ++k) text += static_cast<char>('0' + rng() % 10);

@@ -7,22 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "qzk_file_dbf.h"
-#include "qzk_file_dbf_ext.h"
-#include "test_support.h"
+#include "cli_run.h"
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string out;  // standard output and error
-};
-
-Outcome qzdbf(const std::string& args) {
-    Outcome r;
-    r.status = qz_test::run("LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1", &r.out);
-    return r;
-}
+using namespace qz_cli;
 
 std::string table(const qz_test::Temp_dir& dir) {
     Tqz_dbf_field fields[2];

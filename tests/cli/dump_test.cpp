@@ -16,30 +16,11 @@
 #include <nlohmann/json.hpp>
 #endif
 
-#include "qzk_file_dbf.h"
-#include "qzk_file_dbf_ext.h"
-#include "test_support.h"
+#include "cli_run.h"
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    std::string out;
-};
-
-Outcome qzdbf(const std::string& args, const std::string& env = "") {
-    Outcome r;
-    r.status = qz_test::run(env + " LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1", &r.out);
-    return r;
-}
-
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) out.push_back(line);
-    return out;
-}
+using namespace qz_cli;
 
 // NAME C12, AGE N4, PAY N8.2, DAY D, OK L; record 3 is marked deleted and
 // record 2 has only a name and an age.

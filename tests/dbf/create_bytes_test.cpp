@@ -1,8 +1,12 @@
-// Tables we create, byte for byte: header, descriptors with offsets, the
-// terminator, blank records, the end marker, and the .cpg written at close.
+// Tables we create, byte for byte (header, descriptors with offsets, the
+// terminator, blank records, the end marker), the .cpg written at close and
+// read back without regard to letter case, what qz_dbf_delete removes, and
+// a writable open of the corpus tables that changes no byte.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <ctime>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -11,146 +15,113 @@
 
 namespace {
 
+using qz_test::exists;
 using qz_test::read_bytes;
-using qz_test::Temp_dir;
 
-uint32_t u32(const std::vector<uint8_t>& b, size_t at) {
-    return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | static_cast<uint32_t>(b[at + 3]) << 24;
-}
-uint16_t u16(const std::vector<uint8_t>& b, size_t at) {
-    return static_cast<uint16_t>(b[at] | b[at + 1] << 8);
-}
-
-std::vector<Tqz_dbf_field> sample_fields() {
-    std::vector<Tqz_dbf_field> f(5);
-    qz_dbf_field_init(&f[0], "NAME", dbf_ft_char, 20, 0);
-    qz_dbf_field_init(&f[1], "PRICE", dbf_ft_numeric, 10, 2);
-    qz_dbf_field_init(&f[2], "OK", dbf_ft_logical, 1, 0);
-    qz_dbf_field_init(&f[3], "BORN", dbf_ft_date, 8, 0);
-    qz_dbf_field_init(&f[4], "COUNT", dbf_ft_integer, 4, 0);
-    return f;
-}
-
-TEST(CreateBytes, HeaderDescriptorsRecordsAndEndMarker) {
-    Temp_dir dir;
-    auto fields = sample_fields();
-    std::string path = dir.file("t.dbf");
-    std::time_t now = std::time(nullptr);
-    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 5, 3, fields.data(), false);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(qz_dbf_get_nf(t), 5u);
-    EXPECT_EQ(qz_dbf_get_nr(t), 3u);
-    EXPECT_TRUE(qz_test::exists(path + ".lk")) << "a writer holds the lock while open";
-    qz_dbf_close(t);
-    EXPECT_FALSE(qz_test::exists(path + ".lk")) << "the lock file goes with the writer";
-
+std::string text_of(const std::string& path) {
     auto b = read_bytes(path);
-    const uint32_t header_length = 5 * 32 + 33, record_length = 1 + 20 + 10 + 1 + 8 + 4;
-    ASSERT_EQ(b.size(), header_length + 3 * record_length + 1);
+    return std::string(b.begin(), b.end());
+}
 
-    // Header.
+// The bytes of a created table are those laid out by hand (with today's
+// date): the header, NUL-padded names, letters, running offsets, lengths and
+// decimals, zeros elsewhere, the terminator, blank records of spaces
+// (deletion flag included), 0x1A; with no fields and no records too.
+TEST(CreateBytes, HeaderDescriptorsRecordsAndEndMarker) {
+    qz_test::Temp_dir dir;
+    const std::vector<qz_test::Field_def> defs = {{"NAME", 'C', 20},
+                                                  {"PRICE", 'N', 10, 2},
+                                                  {"OK", 'L', 1},
+                                                  {"BORN", 'D', 8},
+                                                  {"COUNT", 'I', 4}};
+    std::vector<Tqz_dbf_field> f(defs.size());
+    for (size_t k = 0; k < f.size(); ++k)
+        qz_dbf_field_init(
+            &f[k], defs[k].name.c_str(),
+            Tqz_dbf_field_type(std::strchr("?CNLMDFIBP", defs[k].type) - "?CNLMDFIBP"),
+            defs[k].length, static_cast<char>(defs[k].decimals));
+    const std::string path = dir.file("t.dbf"), empty = dir.file("empty.dbf");
+    std::time_t now = std::time(nullptr);
+    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 5, 3, f.data(), false);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(qz_dbf_get_nr(t), 3u);
+    EXPECT_TRUE(exists(path + ".lk")) << "a writer holds the lock while open";
+    qz_dbf_close(t);
+    EXPECT_FALSE(exists(path + ".lk")) << "the lock file goes with the writer";
+    qz_dbf_close(qz_dbf_create(empty.c_str(), 0, 0, nullptr, false));
     std::tm local{};
     localtime_r(&now, &local);
-    EXPECT_EQ(b[0], 3);
-    EXPECT_EQ(b[1], (local.tm_year + 1900) % 100);
-    EXPECT_EQ(b[2], local.tm_mon + 1);
-    EXPECT_EQ(b[3], local.tm_mday);
-    EXPECT_EQ(u32(b, 4), 3u);
-    EXPECT_EQ(u16(b, 8), header_length);
-    EXPECT_EQ(u16(b, 10), record_length);
-    for (int i = 12; i < 32; ++i) EXPECT_EQ(b[i], 0) << "reserved header byte " << i;
-
-    // Descriptors: NUL-padded name, letter, running offset, length, decimals, zeros.
-    uint32_t offset = 1;
-    for (size_t k = 0; k < fields.size(); ++k) {
-        size_t d = 32 + 32 * k;
-        std::string name(reinterpret_cast<const char*>(&b[d]), 11);
-        EXPECT_EQ(name, std::string(fields[k].name, 11)) << k;
-        EXPECT_EQ(b[d + 11], static_cast<uint8_t>(fields[k].type)) << k;
-        EXPECT_EQ(u32(b, d + 12), offset) << k;
-        EXPECT_EQ(b[d + 16], fields[k].flen) << k;
-        EXPECT_EQ(b[d + 17], static_cast<uint8_t>(fields[k].dlen)) << k;
-        for (size_t i = 18; i < 32; ++i) EXPECT_EQ(b[d + i], 0) << k << ":" << i;
-        offset += fields[k].flen;
+    for (auto want : {qz_test::dbf_bytes(3, defs, std::vector<std::vector<std::string>>(3)),
+                      qz_test::dbf_bytes(3, {}, {})}) {
+        want[1] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
+        want[2] = static_cast<uint8_t>(local.tm_mon + 1),
+        want[3] = static_cast<uint8_t>(local.tm_mday);
+        EXPECT_EQ(read_bytes(want.size() == 34 ? empty : path), want);
     }
-    EXPECT_EQ(b[header_length - 1], 0x0D);
-
-    // Blank records are spaces, deletion flag included; then 0x1A.
-    for (size_t i = header_length; i < b.size() - 1; ++i) ASSERT_EQ(b[i], 0x20) << i;
-    EXPECT_EQ(b.back(), 0x1A);
-
-    // The .cpg is written at close: no flag means CP1251.
-    EXPECT_EQ(qz_test::read_bytes(dir.file("t.cpg")),
-              std::vector<uint8_t>({'C', 'P', '1', '2', '5', '1', '\n'}));
-}
-
-TEST(CreateBytes, ZeroFieldsAndZeroRecords) {
-    Temp_dir dir;
-    std::string path = dir.file("empty.dbf");
-    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 0, 0, nullptr, false);
+    t = qz_dbf_open(empty.c_str(), true, false);
     ASSERT_NE(t, nullptr);
-    qz_dbf_close(t);
-    auto b = read_bytes(path);
-    ASSERT_EQ(b.size(), 32u + 1 + 1);
-    EXPECT_EQ(u16(b, 8), 33);
-    EXPECT_EQ(u16(b, 10), 1);
-    EXPECT_EQ(b[32], 0x0D);
-    EXPECT_EQ(b[33], 0x1A);
-
-    t = qz_dbf_open(path.c_str(), true, false);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(qz_dbf_get_nf(t), 0u);
-    EXPECT_EQ(qz_dbf_get_nr(t), 0u);
+    EXPECT_EQ(qz_dbf_get_nf(t) + qz_dbf_get_nr(t), 0u);
     EXPECT_EQ(qz_dbf_get_field_name(t, 0), nullptr);
     EXPECT_EQ(qz_dbf_find_field_index_w(t, L"X"), 0xFFFFFFFFu);
     qz_dbf_close(t);
 }
 
-TEST(CreateBytes, CodePageFileFollowsTheFlagsAtClose) {
-    Temp_dir dir;
-    auto fields = sample_fields();
-    struct Case {
-        bool dos, utf8;
-        const char* text;
-    } cases[] = {{false, false, "CP1251\n"}, {true, false, "CP866\n"}, {false, true, "UTF-8\n"}};
-    for (const auto& c : cases) {
-        std::string path = dir.file("cp.dbf");
-        Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 1, 0, fields.data(), c.dos);
+// The .cpg is written at close from the flags (none: CP1251); on opening,
+// the marks it holds are found anywhere in its first line (at most 19
+// bytes), ignoring case, the later one winning; no mark leaves the call's
+// DOS flag.
+TEST(CreateBytes, CodePageFileWrittenAtCloseAndReadOnOpen) {
+    qz_test::Temp_dir dir;
+    Tqz_dbf_field f;
+    qz_dbf_field_init(&f, "NAME", dbf_ft_char, 10, 0);
+    const std::string path = dir.file("T.dbf");
+    for (const char* want : {"CP1251\n", "CP866\n", "UTF-8\n"}) {
+        const bool dos = want[2] == '8', utf8 = want[0] == 'U';
+        Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 1, 1, &f, dos);
         ASSERT_NE(t, nullptr);
-        EXPECT_EQ(qz_dbf_get_dos_flag(t), c.dos);
-        if (c.utf8) qz_dbf_set_utf8_flag(t, true);
+        EXPECT_EQ(qz_dbf_get_dos_flag(t), dos);
+        if (utf8) qz_dbf_set_utf8_flag(t, true);
         qz_dbf_close(t);
-        auto cpg = read_bytes(dir.file("cp.cpg"));
-        EXPECT_EQ(std::string(cpg.begin(), cpg.end()), c.text);
-
-        // Reopened without a DOS flag, the .cpg decides.
-        t = qz_dbf_open(path.c_str(), true, false);
+        EXPECT_EQ(text_of(dir.file("T.cpg")), want);
+    }
+    struct Case {
+        const char* text;
+        bool dos_arg, dos, utf8;
+    } cases[] = {
+        {"cp866\n", false, true, false},
+        {"  utf-8  \r\n", false, false, true},
+        {"ANSI 1251", true, false, false},  // clears the DOS flag of the call
+        {"UTF8", true, true, false},        // no mark: the call's flag stays
+        {"1252", false, false, false},
+        {"", true, true, false},
+        {"UTF-8 866", false, true, false},  // the later mark wins
+        {"x CP866 1251", true, false, false},
+        {"CP1252\nUTF-8\n", false, false, false},            // the first line only
+        {"12345678901234567890UTF-8", false, false, false},  // 19 bytes only
+    };
+    for (const Case& c : cases) {
+        std::ofstream(dir.file("T.cpg"), std::ios::trunc) << c.text;
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, c.dos_arg);
         ASSERT_NE(t, nullptr);
-        EXPECT_EQ(qz_dbf_get_dos_flag(t), c.dos) << c.text;
-        EXPECT_EQ(qz_dbf_get_utf8_flag(t), c.utf8) << c.text;
+        EXPECT_EQ(qz_dbf_get_dos_flag(t), c.dos) << '"' << c.text << '"';
+        EXPECT_EQ(qz_dbf_get_utf8_flag(t), c.utf8) << '"' << c.text << '"';
         qz_dbf_close(t);
     }
 }
 
 TEST(CreateBytes, FieldNamesAreStoredInTheTableEncoding) {
-    Temp_dir dir;
+    qz_test::Temp_dir dir;
     qz_options_set_ansi_code_page(65001);  // callers speak UTF-8
     Tqz_dbf_field f[2];
     qz_dbf_field_init(&f[0], "ИМЯ", dbf_ft_char, 10, 0);  // 6 bytes of UTF-8
     qz_dbf_field_init(&f[1], "ГОД", dbf_ft_numeric, 4, 0);
     for (bool dos : {false, true}) {
-        std::string path = dir.file(dos ? "dos.dbf" : "win.dbf");
-        Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 2, 1, f, dos);
-        ASSERT_NE(t, nullptr);
-        qz_dbf_close(t);
-        auto b = read_bytes(path);
+        const std::string path = dir.file(dos ? "dos.dbf" : "win.dbf");
+        qz_dbf_close(qz_dbf_create(path.c_str(), 2, 1, f, dos));
         // "ИМЯ": CP1251 C8 CC DF, CP866 88 8C 9F.
-        std::vector<uint8_t> want =
-            dos ? std::vector<uint8_t>{0x88, 0x8C, 0x9F} : std::vector<uint8_t>{0xC8, 0xCC, 0xDF};
-        EXPECT_EQ(std::vector<uint8_t>(b.begin() + 32, b.begin() + 35), want) << dos;
-        EXPECT_EQ(b[35], 0);
-
-        t = qz_dbf_open(path.c_str(), true, false);
+        EXPECT_EQ(text_of(path).substr(32, 4),
+                  std::string(dos ? "\x88\x8C\x9F" : "\xC8\xCC\xDF", 4));
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
         ASSERT_NE(t, nullptr);
         EXPECT_STREQ(qz_dbf_get_field_name(t, 0), "ИМЯ");
         EXPECT_STREQ(qz_dbf_get_field_name(t, 1), "ГОД");
@@ -163,6 +134,41 @@ TEST(CreateBytes, FieldNamesAreStoredInTheTableEncoding) {
         qz_dbf_close(t);
     }
     qz_options_set_ansi_code_page(0);
+}
+
+TEST(DeleteTable, RemovesTableAndCodePageOnly) {
+    qz_test::Temp_dir dir;
+    const std::string path = dir.file("d.dbf");
+    ASSERT_TRUE(qz_test::make_char_table(path, {10}, 1));
+    for (const char* other : {"d.fpt", "d.dbt", "d.dbf.lk"}) std::ofstream(dir.file(other)) << "x";
+    ASSERT_TRUE(exists(dir.file("d.cpg")));
+    EXPECT_TRUE(qz_dbf_delete(qz_test::widen(path).c_str()));
+    EXPECT_FALSE(exists(path));
+    EXPECT_FALSE(exists(dir.file("d.cpg")));
+    for (const char* other : {"d.fpt", "d.dbt", "d.dbf.lk"}) EXPECT_TRUE(exists(dir.file(other)));
+    EXPECT_FALSE(qz_dbf_delete(qz_test::widen(path).c_str())) << "nothing left to delete";
+    EXPECT_FALSE(qz_dbf_delete(L""));
+    EXPECT_FALSE(qz_dbf_delete(nullptr));
+}
+
+// A writable open and close of a copy changes no byte of it, and writes the
+// .cpg beside it.
+TEST(Corpus, WritableOpenAndCloseChangesNoTableByte) {
+    qz_test::Temp_dir dir;
+    int n = 0;
+    for (const auto& path : qz_test::corpus_tables()) {
+        if (++n % 10) continue;  // a sample keeps the test quick
+        SCOPED_TRACE(path);
+        auto bytes = read_bytes(path);
+        const std::string copy = dir.file("copy.dbf");
+        qz_test::write_bytes(copy, bytes);
+        std::remove(dir.file("copy.cpg").c_str());
+        Tqz_dbf_rw* t = qz_dbf_open(copy.c_str(), false, false);
+        ASSERT_NE(t, nullptr);
+        qz_dbf_close(t);
+        EXPECT_EQ(read_bytes(copy), bytes);
+        EXPECT_TRUE(exists(dir.file("copy.cpg")));
+    }
 }
 
 }  // namespace

@@ -93,6 +93,54 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
               "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n");
 }
 
+// Character text goes in the table's encoding (--encoding, else the .cpg
+// file), is found and shown in it, and undo takes the write back.
+TEST(EditScript, TextInTheTableEncodingWithUndo) {
+    const struct {
+        std::string cpg, option;
+        std::vector<uint8_t> bytes;  // the value's first and last letters, "Жук" and "а"
+    } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA, 0xE0}},
+                 {"866", "", {0x86, 0xE3, 0xAA, 0xA0}},
+                 {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}};
+    for (const auto& c : cases) {
+        qz_test::Temp_dir dir;
+        const std::string table = dir.file("t.dbf"), script = dir.file("script.txt");
+        make_table(table);
+        write_text(dir.file("t.cpg"), c.cpg + "\n");
+        // 20 characters, 40 bytes of UTF-8: the field's 20 bytes, whole.
+        write_text(script,
+                   "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
+                   "find NAME Жукова Анна Петровна\nundo\n"
+                   "show 1 1\nredo\nsave\n");
+        std::string out;
+        EXPECT_EQ(qz_test::run(
+                      kTool + "edit " + c.option + "'" + table + "' < '" + script + "' 2>&1", &out),
+                  0);
+        EXPECT_EQ(out,
+                  "2 records hold 'Жукова Анна Петровна' in NAME: 0 1\n"
+                  "  #  NAME                  NOTE  QTY\n"
+                  "  -  --------------------  ----  ---\n"
+                  "  0  Жукова Анна Петровна  n0      1\n"
+                  "  1  Жукова Анна Петровна  n1      2\n"
+                  "undone\n"
+                  "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n  1  Bob   n1      2\n"
+                  "redone\nsaved 3 records\n")
+            << c.cpg << " " << c.option;
+        const std::vector<uint8_t> b = qz_test::read_bytes(table);
+        const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
+        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes)
+            << c.option;
+    }
+    qz_test::Temp_dir dir;
+    make_table(dir.file("t.dbf"));
+    std::string out;
+    EXPECT_EQ(
+        qz_test::run(kTool + "edit --encoding NO-SUCH '" + dir.file("t.dbf") + "' </dev/null 2>&1",
+                     &out),
+        2);
+    EXPECT_NE(out.find("NO-SUCH"), std::string::npos) << out;
+}
+
 // A tmux server of our own, one session of a fixed size running one command.
 class Tmux {
   public:

@@ -7,76 +7,18 @@
 #include <gdal.h>
 #include <ogr_api.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <string>
 #include <vector>
 
-#include "qzk_file_dbf_ext.h"
-#include "test_support.h"
+#include "cli_run.h"
 
 namespace {
 
-std::string qzdbf(const std::string& args, int* status = nullptr) {
-    std::string out;
-    int rc = qz_test::run("LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1", &out);
-    if (status) *status = rc;
-    return out;
-}
-
-std::string quoted(const std::string& path) {
-    return "'" + path + "'";
-}
-
-void write_text(const std::string& path, const std::string& text) {
-    qz_test::write_bytes(path, std::vector<uint8_t>(text.begin(), text.end()));
-}
-
-std::string read_text(const std::string& path) {
-    std::vector<uint8_t> b = qz_test::read_bytes(path);
-    return std::string(b.begin(), b.end());
-}
-
-std::vector<std::string> folder_names(const std::string& dir) {
-    std::vector<std::string> names;
-    if (DIR* d = ::opendir(dir.c_str())) {
-        while (dirent* e = ::readdir(d))
-            if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
-                names.push_back(e->d_name);
-        ::closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-struct Layout {
-    std::string name;
-    char type;
-    unsigned length;
-    int decimals;
-};
-
-std::vector<Layout> layout_of(const std::string& path) {
-    std::vector<Layout> out;
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-    if (!t) return out;
-    for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f)
-        out.push_back({qz_dbf_get_field_name(t, f),
-                       static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, f))),
-                       qz_dbf_get_field_flen(t, f), qz_dbf_get_field_dlen(t, f)});
-    qz_dbf_close(t);
-    return out;
-}
-
-bool operator==(const Layout& a, const Layout& b) {
-    return a.name == b.name && a.type == b.type && a.length == b.length && a.decimals == b.decimals;
-}
-std::ostream& operator<<(std::ostream& os, const Layout& l) {
-    return os << l.name << ":" << l.type << ":" << l.length << ":" << l.decimals;
-}
+using namespace qz_cli;
+using Names = std::vector<std::string>;
 
 // A CSV of every inferred type, with the awkward cells RFC 4180 allows.
 const char kMixed[] =
@@ -89,26 +31,26 @@ class Impexp : public ::testing::Test {
   protected:
     qz_test::Temp_dir dir;
     std::string file(const std::string& name) const { return dir.file(name); }
+    // qzdbf run in the test's folder, so that its arguments name files there.
+    Outcome run(const std::string& args) const {
+        return qzdbf(args, "cd " + quoted(dir.path()) + " &&");
+    }
 };
 
 TEST_F(Impexp, ImportInfersFieldsAndDumpGivesTheCsvBack) {
     write_text(file("in.csv"), kMixed);
-    int rc = -1;
-    const std::string out =
-        qzdbf("import " + quoted(file("in.csv")) + " " + quoted(file("out.dbf")), &rc);
-    ASSERT_EQ(rc, 0) << out;
+    const Outcome r = run("import in.csv out.dbf");
+    ASSERT_EQ(r.status, 0) << r.out;
     // The header's Cyrillic name goes through the library's repair.
-    EXPECT_NE(out.find("'Имя' -> 'IMA'"), std::string::npos) << out;
-    const std::vector<Layout> expect = {
-        {"ID", 'N', 3, 0},  {"IMA", 'C', 19, 0}, {"PRICE", 'N', 5, 2}, {"OK", 'L', 1, 0},
-        {"DAY", 'D', 8, 0}, {"NOTE", 'C', 9, 0}, {"ZIP", 'C', 5, 0}};
-    EXPECT_EQ(layout_of(file("out.dbf")), expect);
+    EXPECT_NE(r.out.find("'Имя' -> 'IMA'"), std::string::npos) << r.out;
+    EXPECT_EQ(layout_of(file("out.dbf")),
+              "ID:N:3:0 IMA:C:19:0 PRICE:N:5:2 OK:L:1:0 DAY:D:8:0 NOTE:C:9:0 ZIP:C:5:0");
     EXPECT_EQ(read_text(file("out.cpg")).substr(0, 5), "UTF-8");
     // Only the table and its .cpg are left: no lock file, no temporary.
-    EXPECT_EQ(folder_names(dir.path()), (std::vector<std::string>{"in.csv", "out.cpg", "out.dbf"}));
+    EXPECT_EQ(folder_names(dir.path()), (Names{"in.csv", "out.cpg", "out.dbf"}));
     // The dump: the same cells as typed values (dates YYYY-MM-DD, logicals
     // true/false), and the deletion column.
-    EXPECT_EQ(qzdbf("dump --csv " + quoted(file("out.dbf")), &rc),
+    EXPECT_EQ(run("dump --csv out.dbf").out,
               "ID,IMA,PRICE,OK,DAY,NOTE,ZIP,deleted\r\n"
               "1,Ёлкин Пётр,12.50,true,2024-02-29,\"a, b\",007,false\r\n"
               "-20,\"Smith, \"\"Jr\"\"\",0.25,false,,\"two\nlines\",12345,false\r\n"
@@ -117,61 +59,43 @@ TEST_F(Impexp, ImportInfersFieldsAndDumpGivesTheCsvBack) {
 
 TEST_F(Impexp, GivenFieldsEncodingAndDelimiter) {
     write_text(file("in.csv"), "name;sum;when;flag\nЁж;1.5;20240101;y\n\"a;b\";-3;;N\n");
-    int rc = -1;
-    const std::string out = qzdbf(
-        "import --delimiter ';' --encoding CP1251 --fields "
-        "NAME:C:4,SUM:N:6:2,WHEN:D:8,FLAG:L:1 " +
-            quoted(file("in.csv")) + " " + quoted(file("t.dbf")),
-        &rc);
-    ASSERT_EQ(rc, 0) << out;
-    const std::vector<Layout> expect = {
-        {"NAME", 'C', 4, 0}, {"SUM", 'N', 6, 2}, {"WHEN", 'D', 8, 0}, {"FLAG", 'L', 1, 0}};
-    EXPECT_EQ(layout_of(file("t.dbf")), expect);
+    const Outcome r = run(
+        "import --delimiter ';' --encoding CP1251 --fields NAME:C:4,SUM:N:6:2,WHEN:D:8,FLAG:L:1 "
+        "in.csv t.dbf");
+    ASSERT_EQ(r.status, 0) << r.out;
+    EXPECT_EQ(layout_of(file("t.dbf")), "NAME:C:4:0 SUM:N:6:2 WHEN:D:8:0 FLAG:L:1:0");
     EXPECT_EQ(read_text(file("t.cpg")).substr(0, 6), "CP1251");
     // The records' bytes: CP1251 text, numbers right-aligned with their
     // decimals, dates YYYYMMDD, logicals T/F.
-    std::vector<uint8_t> bytes = qz_test::read_bytes(file("t.dbf"));
-    const size_t header = bytes[8] | (bytes[9] << 8);
-    ASSERT_GE(bytes.size(), header + 2 * 20);
-    EXPECT_EQ(std::string(bytes.begin() + header, bytes.begin() + header + 20),
-              " \xA8\xE6    1.5020240101T");
-    EXPECT_EQ(std::string(bytes.begin() + header + 20, bytes.begin() + header + 40),
-              " a;b  -3.00        F");
+    const std::string bytes = read_text(file("t.dbf"));
+    const size_t header = static_cast<uint8_t>(bytes[8]) | (static_cast<uint8_t>(bytes[9]) << 8);
+    EXPECT_EQ(bytes.substr(header, 40), " \xA8\xE6    1.5020240101T a;b  -3.00        F");
 }
 
-std::vector<std::vector<std::string>> read_back(const std::string& path,
-                                                std::vector<std::string>* names = nullptr);
+std::vector<std::vector<std::string>> read_back(const std::string& path, Names* names = nullptr);
 
 TEST_F(Impexp, AnySingleByteEncodingMeasuresAndReadsBack) {
     write_text(file("in.csv"),
                "name\nM\xC3\xBCller\n\xC5\x81\xC3\xB3"
                "d\xC5\xBA\n");
-    int rc = -1;
-    const std::string out = qzdbf("import --quiet --encoding ISO-8859-2 " + quoted(file("in.csv")) +
-                                      " " + quoted(file("t.dbf")),
-                                  &rc);
-    ASSERT_EQ(rc, 0) << out;
+    ASSERT_EQ(run("import --quiet --encoding ISO-8859-2 in.csv t.dbf").status, 0);
     EXPECT_EQ(read_text(file("t.cpg")), "ISO-8859-2\n");
     // Six characters, six bytes in ISO-8859-2; read back through the .cpg.
-    EXPECT_EQ(layout_of(file("t.dbf")), (std::vector<Layout>{{"NAME", 'C', 6, 0}}));
-    qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(file("t.csv")), &rc);
-    ASSERT_EQ(rc, 0);
-    EXPECT_EQ(read_back(file("t.csv")), (std::vector<std::vector<std::string>>{{"M\xC3\xBCller"},
-                                                                               {"\xC5\x81\xC3\xB3"
-                                                                                "d\xC5\xBA"}}));
+    EXPECT_EQ(layout_of(file("t.dbf")), "NAME:C:6:0");
+    ASSERT_EQ(run("export t.dbf t.csv").status, 0);
+    EXPECT_EQ(read_back(file("t.csv")), (std::vector<Names>{{"M\xC3\xBCller"},
+                                                            {"\xC5\x81\xC3\xB3"
+                                                             "d\xC5\xBA"}}));
     // Encodings of several bytes a character (other than UTF-8) are refused.
-    EXPECT_NE(
-        qzdbf("import --encoding GBK " + quoted(file("in.csv")) + " " + quoted(file("g.dbf")), &rc)
-            .find("single-byte"),
-        std::string::npos);
-    EXPECT_EQ(rc, 2);
+    const Outcome gbk = run("import --encoding GBK in.csv g.dbf");
+    EXPECT_NE(gbk.out.find("single-byte"), std::string::npos);
+    EXPECT_EQ(gbk.status, 2);
 }
 
 TEST_F(Impexp, BadInputStopsWithTheLineAndLeavesNothing) {
     struct Case {
         const char* name;
-        std::string csv;
-        std::string options;
+        std::string csv, options;
         const char* message;
     };
     const std::vector<Case> cases = {
@@ -192,34 +116,26 @@ TEST_F(Impexp, BadInputStopsWithTheLineAndLeavesNothing) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        qz_test::Temp_dir d;
-        write_text(d.file("in.csv"), c.csv);
-        int rc = -1;
-        const std::string out = qzdbf("import " + c.options + " " + quoted(d.file("in.csv")) + " " +
-                                          quoted(d.file("out.dbf")),
-                                      &rc);
-        EXPECT_EQ(rc, 2) << out;
-        EXPECT_NE(out.find(c.message), std::string::npos) << out;
-        EXPECT_EQ(folder_names(d.path()), std::vector<std::string>{"in.csv"});
+        write_text(file("in.csv"), c.csv);
+        const Outcome r = run("import " + c.options + " in.csv out.dbf");
+        EXPECT_EQ(r.status, 2) << r.out;
+        EXPECT_NE(r.out.find(c.message), std::string::npos) << r.out;
+        EXPECT_EQ(folder_names(dir.path()), Names{"in.csv"});
     }
     // An existing table is kept unless --overwrite.
     write_text(file("in.csv"), "a\n1\n");
     write_text(file("out.dbf"), "not mine");
-    int rc = -1;
-    EXPECT_NE(qzdbf("import " + quoted(file("in.csv")) + " " + quoted(file("out.dbf")), &rc)
-                  .find("already exists"),
-              std::string::npos);
-    EXPECT_EQ(rc, 2);
+    const Outcome kept = run("import in.csv out.dbf");
+    EXPECT_NE(kept.out.find("already exists"), std::string::npos);
+    EXPECT_EQ(kept.status, 2);
     EXPECT_EQ(read_text(file("out.dbf")), "not mine");
-    qzdbf("import --overwrite " + quoted(file("in.csv")) + " " + quoted(file("out.dbf")), &rc);
-    EXPECT_EQ(rc, 0);
-    EXPECT_EQ(layout_of(file("out.dbf")).size(), 1u);
+    EXPECT_EQ(run("import --overwrite in.csv out.dbf").status, 0);
+    EXPECT_EQ(layout_of(file("out.dbf")), "A:N:1:0");
     // A failed import over an existing table leaves it as it was.
-    const std::vector<uint8_t> before = qz_test::read_bytes(file("out.dbf"));
+    const std::string before = read_text(file("out.dbf"));
     write_text(file("bad.csv"), "a\n1\n2,3\n");
-    qzdbf("import --overwrite " + quoted(file("bad.csv")) + " " + quoted(file("out.dbf")), &rc);
-    EXPECT_EQ(rc, 2);
-    EXPECT_EQ(qz_test::read_bytes(file("out.dbf")), before);
+    EXPECT_EQ(run("import --overwrite bad.csv out.dbf").status, 2);
+    EXPECT_EQ(read_text(file("out.dbf")), before);
 }
 
 TEST_F(Impexp, InterruptedImportLeavesNothing) {
@@ -254,8 +170,7 @@ TEST_F(Impexp, InterruptedImportLeavesNothing) {
 }
 
 // Reads every feature of the first layer of `path` as strings.
-std::vector<std::vector<std::string>> read_back(const std::string& path,
-                                                std::vector<std::string>* names) {
+std::vector<std::vector<std::string>> read_back(const std::string& path, Names* names) {
     std::vector<std::vector<std::string>> rows;
     GDALAllRegister();
     GDALDatasetH ds = GDALOpenEx(path.c_str(), GDAL_OF_VECTOR, nullptr, nullptr, nullptr);
@@ -298,9 +213,7 @@ bool same_value(const std::string& want, const std::string& got) {
 
 TEST_F(Impexp, ExportReadsBackEqualThroughOgr) {
     write_text(file("in.csv"), std::string(kMixed) + "4,deleted one,1.00,T,2000-01-01,x,1\r\n");
-    int rc = -1;
-    qzdbf("import --quiet " + quoted(file("in.csv")) + " " + quoted(file("t.dbf")), &rc);
-    ASSERT_EQ(rc, 0);
+    ASSERT_EQ(run("import --quiet in.csv t.dbf").status, 0);
     Tqz_dbf_rw* t = qz_dbf_open(file("t.dbf").c_str(), false, false);
     ASSERT_NE(t, nullptr);
     ASSERT_TRUE(qz_dbf_set_deleted(t, 3, true));
@@ -312,13 +225,12 @@ TEST_F(Impexp, ExportReadsBackEqualThroughOgr) {
         {"300", "", "", "", "1999-12-31", "", ""}};
     for (const char* ext : {"gpkg", "csv", "geojson", "xlsx"}) {
         SCOPED_TRACE(ext);
-        const std::string dest = file(std::string("out.") + ext);
-        const std::string out = qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(dest), &rc);
-        ASSERT_EQ(rc, 0) << out;
-        std::vector<std::string> names;
-        const auto rows = read_back(dest, &names);
-        EXPECT_EQ(names,
-                  (std::vector<std::string>{"ID", "IMA", "PRICE", "OK", "DAY", "NOTE", "ZIP"}));
+        const std::string dest = std::string("out.") + ext;
+        const Outcome r = run("export t.dbf " + dest);
+        ASSERT_EQ(r.status, 0) << r.out;
+        Names names;
+        const auto rows = read_back(file(dest), &names);
+        EXPECT_EQ(names, (Names{"ID", "IMA", "PRICE", "OK", "DAY", "NOTE", "ZIP"}));
         ASSERT_EQ(rows.size(), want.size());  // the deleted record stays out
         for (size_t r = 0; r < rows.size(); ++r) {
             ASSERT_EQ(rows[r].size(), want[r].size());
@@ -329,36 +241,30 @@ TEST_F(Impexp, ExportReadsBackEqualThroughOgr) {
             }
         }
         // An existing file is replaced only with --overwrite.
-        qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(dest), &rc);
-        EXPECT_EQ(rc, 2);
+        EXPECT_EQ(run("export t.dbf " + dest).status, 2);
     }
     // --format wins over the extension; --with-deleted keeps every record.
-    qzdbf("export --with-deleted --format GeoJSON " + quoted(file("t.dbf")) + " " +
-              quoted(file("all.txt")),
-          &rc);
-    ASSERT_EQ(rc, 0);
+    ASSERT_EQ(run("export --with-deleted --format GeoJSON t.dbf all.txt").status, 0);
     EXPECT_EQ(read_back(file("all.txt")).size(), 4u);
     // FlatGeobuf: every record or, where GDAL's driver keeps no feature
     // without geometry, a refusal and no file.
-    const std::string fgb =
-        qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(file("t.fgb")), &rc);
-    if (rc == 0) {
+    const Outcome fgb = run("export t.dbf t.fgb");
+    if (fgb.status == 0) {
         EXPECT_EQ(read_back(file("t.fgb")).size(), 3u);
     } else {
-        EXPECT_EQ(rc, 3);
-        EXPECT_NE(fgb.find("wrote 0 of 3 records"), std::string::npos) << fgb;
+        EXPECT_EQ(fgb.status, 3);
+        EXPECT_NE(fgb.out.find("wrote 0 of 3 records"), std::string::npos) << fgb.out;
         EXPECT_FALSE(qz_test::exists(file("t.fgb")));
     }
-    qzdbf("export " + quoted(file("t.dbf")) + " " + quoted(file("x.nosuch")), &rc);
-    EXPECT_EQ(rc, 2);
+    EXPECT_EQ(run("export t.dbf x.nosuch").status, 2);
     EXPECT_FALSE(qz_test::exists(file("x.nosuch")));
 }
 
 TEST_F(Impexp, StatsAgreeWithAnotherReader) {
     const std::string src = QZ_CORPUS_DIR "/ruby-dbf/dbase_03.dbf";
-    int rc = -1;
-    const std::string json = qzdbf("stats --json " + quoted(src), &rc);
-    ASSERT_EQ(rc, 0) << json;
+    const Outcome stats = qzdbf("stats --json " + quoted(src));
+    ASSERT_EQ(stats.status, 0) << stats.out;
+    const std::string& json = stats.out;
     // dbfread's view of the same fields.
     std::string py;
     ASSERT_EQ(qz_test::run("/usr/bin/python3 -c \"import dbfread\n"

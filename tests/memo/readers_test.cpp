@@ -151,41 +151,44 @@ TEST(DbtReader, MemosRunToTheTerminatorWithinSixtyFourKib) {
     EXPECT_EQ(r.get_buff_size(), 65536);
 }
 
-// Random, short and empty files, one pair of readers reopened on each: the
-// headers read are the file's bytes with zeros where it ends, and reads with
-// any block number stay inside the file and the buffer (the sanitizer build
-// checks the rest).
+// Random, short and empty files, opened through the reader exports (wide and
+// narrow names by turns): the headers read are the file's bytes with zeros
+// where it ends, and reads with any block number stay inside the file and the
+// buffer (the sanitizer build checks the rest).
 TEST(MemoReader, RandomAndShortFilesSurvive) {
     qz_test::Temp_dir dir;
     std::mt19937 rng(20240611);
-    Tqz_fpt_rw f;
-    Tqz_dbt_rw d;
     for (int round = 0; round < 160; ++round) {
-        std::vector<uint8_t> bytes;
-        if (round >= 150) {
-            bytes.assign(std::vector<size_t>{0, 1, 7, 300, 511}[round % 5], 0x1A);
-        } else {
-            bytes.resize(rng() % 6000);
-            for (auto& b : bytes) b = static_cast<uint8_t>(rng() % 4 == 0 ? 0x1A : rng());
-        }
+        std::vector<uint8_t> bytes(
+            round >= 150 ? std::vector<size_t>{0, 1, 7, 300, 511}[round % 5] : rng() % 6000, 0x1A);
+        for (auto& b : bytes)
+            if (round < 150 && rng() % 4) b = static_cast<uint8_t>(rng());
         if (bytes.size() >= 8 && round % 2 == 0) bytes[6] = 0, bytes[7] = 1 + rng() % 64;
         qz_test::write_bytes(dir.file("r.fpt"), bytes);
         qz_test::write_bytes(dir.file("r.dbt"), bytes);
-        f.set_buff_size(1024);  // the buffer bound is per file
-        d.set_buff_size(1024);
-        ASSERT_EQ(f.open(dir.wfile("r.fpt").c_str(), true), 0);
-        ASSERT_EQ(d.open(dir.wfile("r.dbt").c_str(), true), 0);
+        Tqz_fpt_rw* f = round % 2 ? qz_fpt_open(dir.file("r.fpt").c_str(), true)
+                                  : qz_fpt_open_w(dir.wfile("r.fpt").c_str(), true);
+        Tqz_dbt_rw* d = round % 2 ? qz_dbt_open_w(dir.wfile("r.dbt").c_str(), true)
+                                  : qz_dbt_open(dir.file("r.dbt").c_str(), true);
+        ASSERT_TRUE(f && d);
         std::vector<uint8_t> header(bytes.begin(),
                                     bytes.begin() + std::min<size_t>(512, bytes.size()));
         header.resize(512, 0);
-        EXPECT_EQ(std::vector<uint8_t>(d.get_file_hdr().bytes, d.get_file_hdr().bytes + 512),
+        EXPECT_EQ(std::vector<uint8_t>(d->get_file_hdr().bytes, d->get_file_hdr().bytes + 512),
                   header);
-        EXPECT_EQ(f.get_file_hdr().block_size, static_cast<int16_t>(header[6] << 8 | header[7]));
+        EXPECT_EQ(f->get_file_hdr().block_size, static_cast<int16_t>(header[6] << 8 | header[7]));
         for (int k = 0; k < 40; ++k) {
             unsigned int block = k < 13 ? hostile_blocks[k] : k < 26 ? rng() % 128 : rng();
-            read(f, block, bytes.size());
-            read(d, block, bytes.size());
+            read(*f, block, bytes.size());
+            read(*d, block, bytes.size());
         }
+        unsigned int len = 0, type = 0;  // the reader exports read as the readers do
+        EXPECT_EQ(qz_fpt_get_memo(f, 8, &len, &type) == nullptr,
+                  read(*f, 8, bytes.size()) == kNull);
+        EXPECT_EQ(qz_dbt_get_memo(d, 1, &len, &type) == nullptr,
+                  read(*d, 1, bytes.size()) == kNull);
+        qz_fpt_close(f);
+        qz_dbt_close(d);
     }
 }
 

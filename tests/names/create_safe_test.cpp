@@ -1,5 +1,5 @@
-// qz_dbf_create_safe repairs the caller's names before the table is made,
-// and the table it makes opens in two independent readers with those names.
+// qz_dbf_create_safe repairs the caller's names in place before the table is
+// made, and the table opens in two independent readers with those names.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -15,16 +15,12 @@ TEST(NamesCreateSafe, OtherReadersSeeTheRepairedNames) {
     qz_test::Temp_dir dir;
     const std::string path = dir.file("safe.dbf");
     const std::vector<std::string> repaired = {"ID", "ID1", "X", "CENA", "A_B"};
-    std::vector<Tqz_dbf_field> f(5);
+    auto f = fields_of({"id", "ID", "1x", "Цена", "a#b"});
     qz_dbf_field_init(&f[0], "id", dbf_ft_numeric, 5, 0);
-    qz_dbf_field_init(&f[1], "ID", dbf_ft_char, 10, 0);
-    qz_dbf_field_init(&f[2], "1x", dbf_ft_numeric, 8, 2);
     qz_dbf_field_init(&f[3], "Цена", dbf_ft_numeric, 10, 2);
-    qz_dbf_field_init(&f[4], "a#b", dbf_ft_char, 5, 0);
     Tqz_dbf_rw* t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, f.data(), false);
     ASSERT_NE(t, nullptr);
-    // The caller's array is repaired in place; the table has the same names.
-    EXPECT_EQ(names_of(f), repaired);
+    EXPECT_EQ(names_of(f.data(), f.size()), repaired);
     for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(qz_dbf_get_field_name(t, i), repaired[i]);
     EXPECT_TRUE(qz_dbf_set_int(t, 0, 0, 7) && qz_dbf_set_str(t, 1, 0, "seven") &&
                 qz_dbf_set_dbl(t, 3, 0, 12.5) && qz_dbf_set_str(t, 4, 1, "ab"));

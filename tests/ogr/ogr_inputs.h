@@ -3,6 +3,7 @@
 // shapefile attribute table (.dbf, UTF-8).
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "test_support.h"
@@ -11,7 +12,7 @@ namespace qz_ogr_test {
 
 // The people table: id Integer(6), name String(12), score Real(10.3),
 // flag Integer(1), note String(20); 7 records, score of record 4 unset.
-constexpr int people_count = 7;
+constexpr unsigned people_count = 7;
 struct Person {
     int id;
     const char* name;
@@ -30,18 +31,9 @@ struct Inputs {
     std::string shp;      // towns with points: towns.shp, .shx and .dbf
     bool made = false;
 };
+const Inputs& inputs();  // made once per process
 
-// Captures what is written on file descriptor 2 while alive.
-class Stderr_capture {
-  public:
-    Stderr_capture();
-    ~Stderr_capture();
-    // Stops capturing and returns what was written.
-    std::string take();
-
-  private:
-    int saved = -1;
-    std::string file;
-};
+// What `run` writes on file descriptor 2.
+std::string stderr_of(const std::function<void()>& run);
 
 }  // namespace qz_ogr_test

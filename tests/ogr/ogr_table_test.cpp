@@ -1,74 +1,57 @@
-// The OGR-backed table read directly: counts, layers, the type mapping and
-// its default lengths, values through every getter, the feature cache, search
-// and a table created through OGR.
+// The OGR-backed table read directly: values through every getter, wide
+// text by the flags, search, and a table created through OGR (the type
+// mapping). Layers are checked through the exports (ogr_facade_test).
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
-#include <vector>
 
 #include "ogr/ogr_table.h"
 #include "ogr_inputs.h"
-#include "support/string_adapter.h"
 
 namespace {
 
-using qz_ogr_test::Inputs;
+using qz_ogr_test::inputs;
 using qz_ogr_test::people;
 using qz_ogr_test::people_count;
 
-const Inputs& inputs() {
-    static Inputs in;
-    return in;
-}
-
-std::wstring layer_name(Tqz_dbf_ogr& t, unsigned int i) {
-    std::wstring name;
-    Tqz_std_wstring_adapter adp(&name);
-    t.get_layer_name(i, adp.handle());
-    return name;
-}
-
-TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
+// Every source of the people table: each getter, unset cells, neutral
+// results out of range, and search (trimmed, any letter case, Cyrillic too).
+TEST(OgrTable, ValuesAndSearchInEverySource) {
     ASSERT_TRUE(inputs().made);
     for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson, inputs().csv}) {
         SCOPED_TRACE(path);
         Tqz_dbf_ogr t;
         ASSERT_EQ(t.open(path.c_str(), true, false), 0);
         for (unsigned r = 0; r < people_count; ++r) {
-            bool ok = false;
-            EXPECT_STREQ(t.get_as_string(1, r, ok), people[r].name);
-            EXPECT_TRUE(ok);
-            EXPECT_EQ(t.get_as_integer(0, r, ok), people[r].id);
-            EXPECT_TRUE(ok);
-            EXPECT_EQ(t.get_as_bool(3, r, ok), people[r].flag != 0);
-            EXPECT_TRUE(ok);
-            double d = t.get_as_double(2, r, ok);
-            EXPECT_EQ(ok, r != 4 || path == inputs().csv)
+            bool ok[4] = {};
+            EXPECT_STREQ(t.get_as_string(1, r, ok[0]), people[r].name);
+            EXPECT_EQ(t.get_as_integer(0, r, ok[1]), people[r].id);
+            EXPECT_EQ(t.get_as_bool(3, r, ok[2]), people[r].flag != 0);
+            EXPECT_DOUBLE_EQ(t.get_as_double(2, r, ok[3]), people[r].score);
+            EXPECT_TRUE(ok[0] && ok[1] && ok[2]);
+            EXPECT_EQ(ok[3], r != 4 || path == inputs().csv)
                 << "the score of Eve is unset, except as the empty text of a text-only CSV";
-            EXPECT_DOUBLE_EQ(d, people[r].score);
         }
-        // Wide text: UTF-8 unless the DOS flag asks for CP866.
+        // Wide text: UTF-8 unless the DOS flag asks for CP866; the flags
+        // exclude each other.
         unsigned len = 0;
         bool ok = false;
         EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
-        EXPECT_EQ(len, 6u);
         EXPECT_EQ(std::wstring(t.get_as_wstring(1, 2, len, ok, 0)), L"Сергей");
         t.set_dos_flag(true);
         EXPECT_NE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
         EXPECT_EQ(len, 12u) << "each UTF-8 byte read as one CP866 character";
         t.set_utf8_flag(true);
-        EXPECT_FALSE(t.get_dos_flag());
+        EXPECT_TRUE(t.get_utf8_flag() && !t.get_dos_flag());
         EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
-        t.set_dos_flag(true);
-        EXPECT_FALSE(t.get_utf8_flag());
-        EXPECT_TRUE(t.get_dos_flag());
-        // Past the end and outside the fields: neutral results.
+        EXPECT_EQ(len, 6u);
+        // Past the end and outside the fields (no special fields such as
+        // the FID behind the last): neutral results.
         ok = true;
         EXPECT_STREQ(t.get_as_string(1, people_count, ok), "");
         EXPECT_FALSE(ok);
         ok = true;
-        EXPECT_STREQ(t.get_as_string(5, 0, ok), "") << "no special fields (FID) behind the last";
+        EXPECT_STREQ(t.get_as_string(5, 0, ok), "");
         EXPECT_FALSE(ok);
         EXPECT_EQ(t.get_as_integer(99, 0, ok), 0);
         EXPECT_EQ(t.get_as_double(0, 0xFFFFFFFFu, ok), 0.0);
@@ -81,74 +64,20 @@ TEST(OgrTable, ValuesAsTextIntegerDoubleAndBool) {
         EXPECT_FALSE(t.get_as_any(0, 0, nullptr));
         EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
         EXPECT_FALSE(t.set_as_any(0, people_count, nullptr));
-    }
-}
-
-TEST(OgrTable, LayersOfAGeoPackage) {
-    ASSERT_TRUE(inputs().made);
-    Tqz_dbf_ogr t;
-    ASSERT_EQ(t.open(inputs().gpkg.c_str(), true, false), 0);
-    EXPECT_EQ(t.get_nl(), 2u);
-    EXPECT_EQ(t.get_layer(), 0u);
-    EXPECT_EQ(layer_name(t, 0), L"people");
-    EXPECT_EQ(layer_name(t, 1), L"towns");
-    EXPECT_EQ(layer_name(t, 2), L"");
-    bool ok = false;
-    EXPECT_TRUE(t.set_layer(0)) << "the same layer";
-
-    ASSERT_TRUE(t.set_layer(1));
-    EXPECT_EQ(t.get_layer(), 1u);
-    EXPECT_EQ(t.get_nf(), 2u);
-    EXPECT_EQ(t.get_nr(), 3u);
-    EXPECT_STREQ(t.get_field_name(0), "town");
-    EXPECT_EQ(t.get_field_flen(0), 16u);
-    EXPECT_STREQ(t.get_as_string(0, 1, ok), "Bergen");
-    EXPECT_EQ(t.get_as_integer(1, 2, ok), 77000);
-    EXPECT_STREQ(t.get_as_string(1, 3, ok), "") << "a record the new layer lacks";
-    EXPECT_FALSE(ok);
-
-    EXPECT_FALSE(t.set_layer(2));
-    EXPECT_FALSE(t.set_layer(0xFFFFFFFFu));
-    EXPECT_EQ(t.get_layer(), 1u);
-    ASSERT_TRUE(t.set_layer(0));
-    EXPECT_EQ(t.get_as_integer(0, 6, ok), 7);
-
-    t.close();
-    EXPECT_EQ(t.get_nl(), 0u);
-    EXPECT_EQ(t.get_layer(), 0xFFFFFFFFu);
-    EXPECT_EQ(t.get_nr(), 0u);
-    EXPECT_FALSE(t.set_layer(0));
-    EXPECT_EQ(layer_name(t, 0), L"");
-}
-
-TEST(OgrTable, FindValue) {
-    ASSERT_TRUE(inputs().made);
-    for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().csv}) {
-        SCOPED_TRACE(path);
-        Tqz_dbf_ogr t;
-        ASSERT_EQ(t.open(path.c_str(), true, false), 0);
-        unsigned r = 99;
-        EXPECT_TRUE(t.find_value(1, "  BORIS\t", r));
-        EXPECT_EQ(r, 1u);
-        EXPECT_TRUE(t.find_value(1, u8"сергей", r)) << "letter case of Cyrillic too";
-        EXPECT_EQ(r, 2u);
-        EXPECT_TRUE(t.find_value(4, "padded", r)) << "the cell is trimmed as well";
-        EXPECT_EQ(r, 3u);
-        EXPECT_TRUE(t.find_value(0, "7", r));
-        EXPECT_EQ(r, 6u);
-        r = 99;
-        EXPECT_FALSE(t.find_value(1, "nobody", r));
-        EXPECT_EQ(r, 0u);
-        r = 99;
-        EXPECT_FALSE(t.find_value(9, "Anna", r));
-        EXPECT_EQ(r, 0u);
+        // Search: field, text, the record found (0 for none).
+        const std::tuple<unsigned, const char*, bool, unsigned> finds[] = {
+            {1, "  BORIS\t", true, 1}, {1, u8"сергей", true, 2}, {4, "padded", true, 3},
+            {0, "7", true, 6},         {1, "nobody", false, 0},  {9, "Anna", false, 0}};
+        for (const auto& [field, text, found, record] : finds) {
+            unsigned r = 99;
+            EXPECT_EQ(t.find_value(field, text, r), found) << text;
+            EXPECT_EQ(r, record) << text;
+        }
+        unsigned r = 5;
         EXPECT_FALSE(t.find_value(1, nullptr, r));
+        EXPECT_EQ(t.find_value(2, "", r), path == inputs().csv)
+            << "the unset score of Eve (text \"\") is no match";
     }
-    // A field unset in every feature finds nothing, not even "".
-    Tqz_dbf_ogr t;
-    ASSERT_EQ(t.open(inputs().dbf.c_str(), true, false), 0);
-    unsigned r = 5;
-    EXPECT_FALSE(t.find_value(2, "", r)) << "the unset score of Eve (text \"\") is no match";
 }
 
 // A table created through OGR: a shapefile attribute table whose fields
@@ -165,9 +94,7 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
     {
         Tqz_dbf_ogr t;
         EXPECT_EQ(t.create(path.c_str(), 5, 3, fields, true), 1);
-        EXPECT_TRUE(t.is_open());
-        EXPECT_TRUE(t.get_dos_flag());
-        EXPECT_EQ(t.get_nr(), 3u);
+        EXPECT_TRUE(t.is_open() && t.get_dos_flag());
         t.add_records(2);
         EXPECT_EQ(t.get_nr(), 5u);
     }
@@ -184,11 +111,11 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
     bool ok = true;
     t.get_as_string(0, 4, ok);
     EXPECT_FALSE(ok) << "new records hold no values";
-
     EXPECT_EQ(Tqz_dbf_ogr().create("", 0, 0, nullptr, false), 1);
     Tqz_dbf_ogr none;
     none.create(dir.file("no/such/folder/x.dbf").c_str(), 5, 1, fields, false);
     EXPECT_FALSE(none.is_open());
+    EXPECT_EQ(none.get_layer(), 0xFFFFFFFFu) << "no layer without a source";
 }
 
 }  // namespace

@@ -1,13 +1,15 @@
 // Empty tables of any dialect laid out byte by byte for the typed-value
 // tests: a header of the given version, the descriptors, blank records and
-// an empty memo file of the given layout.
+// an empty memo file of the given layout; and typed values shown as text.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace typed_test {
@@ -15,84 +17,71 @@ namespace typed_test {
 struct tfield {
     std::string name;
     char type;
-    uint8_t length;
-    uint8_t decimals;
-    uint8_t flags;  // Visual FoxPro: 0x02 nullable, 0x04 binary
+    uint8_t length, decimals, flags;  // Visual FoxPro: 0x02 nullable, 0x04 binary
 };
 
 enum class memo_kind { none, fpt, dbt3, dbt4 };
-
-inline bool binary_type(char t, uint8_t version) {
-    return std::strchr("IOYT@+0Q", t) != nullptr ||
-           (t == 'B' && version >= 0x30 && version <= 0x32);
-}
 
 // Writes <dir>/<name>.dbf (and its memo file) and gives its path.
 inline std::string make_table(const qz_test::Temp_dir& dir, const std::string& name,
                               uint8_t version, const std::vector<tfield>& fields, unsigned records,
                               memo_kind memo, uint8_t driver = 0) {
     const bool vfp = version >= 0x30 && version <= 0x32;
-    unsigned record_length = 1;
-    for (const tfield& f : fields) record_length += f.length;
-    const unsigned header_length =
-        32 + 32 * static_cast<unsigned>(fields.size()) + 1 + (vfp ? 263 : 0);
-    std::vector<uint8_t> b(32, 0);
-    b[0] = version;
-    b[1] = 124;
-    b[2] = 5;
-    b[3] = 17;
-    for (int k = 0; k < 4; ++k) b[4 + k] = static_cast<uint8_t>(records >> (8 * k));
-    b[8] = header_length & 0xFF;
-    b[9] = static_cast<uint8_t>(header_length >> 8);
-    b[10] = record_length & 0xFF;
-    b[11] = static_cast<uint8_t>(record_length >> 8);
-    b[29] = driver;
-    unsigned offset = 1;
+    std::vector<qz_test::Field_def> defs;
+    std::vector<std::string> blank;
     for (const tfield& f : fields) {
-        std::vector<uint8_t> d(32, 0);
-        std::memcpy(d.data(), f.name.data(), f.name.size());
-        d[11] = static_cast<uint8_t>(f.type);
-        if (vfp)
-            for (int k = 0; k < 4; ++k) d[12 + k] = static_cast<uint8_t>(offset >> (8 * k));
-        d[16] = f.length;
-        d[17] = f.decimals;
-        d[18] = f.flags;
-        b.insert(b.end(), d.begin(), d.end());
-        offset += f.length;
+        defs.push_back({f.name, f.type, f.length, f.decimals});
+        const bool zeros =
+            std::strchr("IOYT@+0Q", f.type) || (vfp && (f.type == 'B' || f.length == 4));
+        blank.push_back(std::string(f.length, zeros ? '\0' : ' '));
     }
-    b.push_back(0x0D);
-    b.resize(header_length, 0);
-    for (unsigned r = 0; r < records; ++r) {
-        b.push_back(' ');
-        for (const tfield& f : fields) {
-            const bool zeros = binary_type(f.type, version) || (vfp && f.length == 4);
-            b.insert(b.end(), f.length, zeros ? 0 : ' ');
-        }
+    std::vector<uint8_t> b =
+        qz_test::dbf_bytes(version, defs, std::vector<std::vector<std::string>>(records, blank),
+                           driver, vfp ? 263 : 0);
+    for (size_t k = 0, offset = 1; k < fields.size(); offset += fields[k++].length) {
+        b[32 + 32 * k + 18] = fields[k].flags;
+        for (int i = 0; i < 4; ++i) b[32 + 32 * k + 12 + i] = vfp ? uint8_t(offset >> (8 * i)) : 0;
     }
-    b.push_back(0x1A);
     const std::string path = dir.file(name + ".dbf");
     qz_test::write_bytes(path, b);
     std::vector<uint8_t> m(512, 0);
-    switch (memo) {
-        case memo_kind::fpt:
-            m[3] = 8;  // next free block (64-byte blocks: the header takes 8)
-            m[7] = 64;
-            qz_test::write_bytes(dir.file(name + ".fpt"), m);
-            break;
-        case memo_kind::dbt3:
-            m[0] = 1;
-            m[16] = 0x03;
-            qz_test::write_bytes(dir.file(name + ".dbt"), m);
-            break;
-        case memo_kind::dbt4:
-            m[0] = 1;
-            m[21] = 0x02;  // 512-byte blocks
-            qz_test::write_bytes(dir.file(name + ".dbt"), m);
-            break;
-        case memo_kind::none:
-            break;
-    }
+    if (memo == memo_kind::fpt) m[3] = 8, m[7] = 64;  // next free block, 64-byte blocks
+    if (memo == memo_kind::dbt3) m[0] = 1, m[16] = 0x03;
+    if (memo == memo_kind::dbt4) m[0] = 1, m[21] = 0x02;  // 512-byte blocks
+    if (memo != memo_kind::none)
+        qz_test::write_bytes(dir.file(name + (memo == memo_kind::fpt ? ".fpt" : ".dbt")), m);
     return path;
+}
+
+inline Tqz_dbf_value value(int kind, long long i = 0, double d = 0,
+                           const std::string* t = nullptr) {
+    return Tqz_dbf_value{kind, i, d, t ? t->c_str() : nullptr, t ? t->size() : 0};
+}
+
+// What a read gives, as one comparable text.
+inline std::string shown(const Tqz_dbf_value& v) {
+    char buf[64];
+    switch (v.kind) {
+        case QZ_DBF_VALUE_NULL:
+            return "null";
+        case QZ_DBF_VALUE_BOOL:
+            return v.i ? "true" : "false";
+        case QZ_DBF_VALUE_INT:
+        case QZ_DBF_VALUE_DATE:
+        case QZ_DBF_VALUE_DATETIME:
+            std::snprintf(buf, sizeof buf, "%d:%lld", v.kind, v.i);
+            return buf;
+        case QZ_DBF_VALUE_DOUBLE:
+            std::snprintf(buf, sizeof buf, "d:%.17g", v.d);
+            return buf;
+        default:
+            return std::to_string(v.kind) + ":" + std::string(v.text, v.length);
+    }
+}
+
+inline std::string read_shown(Tqz_dbf_rw* t, unsigned f, unsigned r) {
+    Tqz_dbf_value v;
+    return qz_dbf_get_value(t, f, r, &v) ? shown(v) : "<fail>";
 }
 
 }  // namespace typed_test

@@ -40,17 +40,6 @@ struct Get_options : Dump_options {
     std::string field, record;
 };
 
-// A character or memo text cell as the typed reads see it (converted from
-// the table's encoding, trailing blanks dropped), in system text.
-std::string text_in_table_encoding(Tqz_dbf_rw* t, unsigned int field, unsigned int record) {
-    const long n = qz_dbf_get_cell_utf8(t, field, record, nullptr, 0);
-    if (n <= 0) return std::string();
-    std::string utf8(static_cast<size_t>(n) + 1, '\0');
-    qz_dbf_get_cell_utf8(t, field, record, utf8.data(), utf8.size());
-    utf8.resize(static_cast<size_t>(n));
-    return utf8_to_system(utf8);
-}
-
 int run_get(Get_options& o) {
     // Beyond one cell: the chosen fields of the records that match.
     if (!o.where.empty() || !o.fields.empty() || o.vertical || o.limit != Dump_options().limit) {

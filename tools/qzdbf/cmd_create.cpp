@@ -1,8 +1,11 @@
-// qzdbf create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8] [--overwrite]
-//              [--fix-names]
+// qzdbf create PATH FIELD:TYPE:LEN[:DEC]... [--records N] [--dos|--utf8|--encoding NAME]
+//              [--overwrite] [--fix-names]
 //
 // The layout is checked whole first; a table with memo fields gets its
 // empty memo file. An existing file is replaced only with --overwrite.
+// --encoding gives the table the language driver of its code page (header
+// byte 29, when there is one) and a .cpg file naming it, so that other
+// readers and every later command read its text in it.
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -170,7 +173,7 @@ bool write_empty_memo(const std::string& table) {
 }
 
 struct Create_options {
-    std::string path, records;
+    std::string path, records, encoding;
     Args fields;
     bool dos = false, utf8 = false, overwrite = false, fix = false;
 };
@@ -191,6 +194,12 @@ int run_create(const Create_options& o) {
         names.push_back(name);
     }
     if (dos && utf8) return fail(kBadUsage, "--dos and --utf8 exclude each other");
+    char encoding[64] = "";
+    if (!o.encoding.empty()) {
+        if (dos || utf8) return fail(kBadUsage, "--encoding excludes --dos and --utf8");
+        if (!qz_dbf_encoding_name(o.encoding.c_str(), encoding, sizeof encoding))
+            return fail(kBadUsage, "--encoding: no encoding named '" + o.encoding + "'");
+    }
     // Field names follow the rules (1 to 10 bytes of A-Z, 0-9, _, a letter
     // first, no two alike in any case): refused with the repair shown, or
     // repaired with --fix-names.
@@ -230,7 +239,12 @@ int run_create(const Create_options& o) {
         return fail(qz_dbf_last_error() == QZ_DBF_ERR_NOT_FOUND ? kBadUsage : kIoError,
                     std::string("cannot create: ") + qz_dbf_last_error_message());
     if (utf8) qz_dbf_set_utf8_flag(t, true);
-    qz_dbf_close(t);
+    if (*encoding && !qz_dbf_set_table_encoding(t, encoding)) {
+        const std::string why = qz_dbf_last_error_message();
+        qz_dbf_close(t);
+        return fail(kIoError, path + ": " + why);
+    }
+    qz_dbf_close(t);  // writes the .cpg file
     // Readers refuse a table with memo fields and no memo file.
     if (has_memo && !write_empty_memo(path))
         return fail(kIoError, path + ": the memo file could not be written");
@@ -249,6 +263,10 @@ Runner setup_create(CLI::App& cmd) {
     cmd.add_option("--records", o->records, "start with N blank records")->type_name("N");
     cmd.add_flag("--dos", o->dos, "text in the DOS code page (CP866)");
     cmd.add_flag("--utf8", o->utf8, "text in UTF-8");
+    cmd.add_option("--encoding", o->encoding,
+                   "text in this encoding (any name iconv knows: CP1252, ISO-8859-2, KOI8-R, "
+                   "UTF-8...): the language driver of its code page and a .cpg file name it")
+        ->type_name("NAME");
     cmd.add_flag("--overwrite", o->overwrite, "replace an existing file");
     cmd.add_flag("--fix-names", o->fix, "repair field names that break the rules (see names)");
     return [o] { return run_create(*o); };

@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "cell_values.h"
 #include "checked_open.h"
 #include "cli.h"
 #include "command.h"
@@ -126,6 +127,16 @@ class Editor {
     // Asks whether unsaved changes may be lost; the answer is the next line.
     bool confirm_quit();
     bool alter(const std::vector<std::string>& w, std::string& error);
+    // Whether the text of character `field` is read in another encoding
+    // than the code page of the table's flags.
+    bool decodes_otherwise(unsigned int field) const {
+        if (qz_dbf_get_field_type(view, field) != dbf_ft_char) return false;
+        std::string name;
+        const unsigned flags = qz_dbf_get_utf8_flag(view)  ? 65001
+                               : qz_dbf_get_dos_flag(view) ? 866
+                                                           : 1251;
+        return text_code_page(view, name) != flags;
+    }
     bool save(std::string& error);
     // Something changed the table: a fast-find index built before is stale.
     void touched() {
@@ -281,14 +292,26 @@ bool Editor::set(const std::string& line, const std::vector<std::string>& w, std
                  std::to_string(record) + ", value '" + given + "')";
         return false;
     }
-    if (!qz_dbf_mem_set_str(mem, field, record, value.c_str())) {
+    // Character text goes in the table's encoding (--encoding, the .cpg
+    // file, the language driver, the flags), as one step of the history.
+    const bool in_table_encoding =
+        qz_dbf_get_field_type(view, field) == dbf_ft_char && writes_in_table_encoding(view);
+    if (in_table_encoding) {
+        const std::string utf8 = system_to_utf8(value);
+        if (!qz_dbf_set_cell_utf8(view, field, record, utf8.c_str(), utf8.size())) {
+            error = "'" + given + "' refused: " + qz_dbf_last_error_message();
+            return false;
+        }
+    } else if (!qz_dbf_mem_set_str(mem, field, record, value.c_str())) {
         error = "the field cannot hold '" + value + "'";
         touched();  // a number the field refuses empties the cell
         return false;
     }
     touched();
     bool ok = false;
-    std::string stored = cell_text(view, field, record, &ok);
+    std::string stored = in_table_encoding
+                             ? trim_blanks(text_in_table_encoding(view, field, record))
+                             : cell_text(view, field, record, &ok);
     if (!numeric_field(view, field) && stored != trim_blanks(value))
         std::printf("stored as '%s'\n", stored.c_str());
     return true;
@@ -346,31 +369,44 @@ bool Editor::find(const std::string& line, const std::vector<std::string>& w, st
     unsigned int field = 0;
     if (!resolve_field(view, w[first], field, error)) return false;
     const std::string value = trim_blanks(rest_after(line, first + 1));
-    // The index of one field serves every find on it until the table changes.
-    if (!indexed || indexed_field != field || indexed_generation != generation) {
-        qz_dbf_begin_fast_find(view, field);
-        indexed = true;
-        indexed_field = field;
-        indexed_generation = generation;
+    std::vector<unsigned int> hits;
+    if (decodes_otherwise(field)) {
+        // The index compares the text as the flags' code page reads it:
+        // text in another encoding is compared as it reads here.
+        const unsigned int nr = qz_dbf_get_nr(view);
+        for (unsigned int r = 0; r < nr; ++r)
+            if (trim_blanks(text_in_table_encoding(view, field, r)) == value) hits.push_back(r);
+    } else {
+        // The index of one field serves every find on it until the table
+        // changes.
+        if (!indexed || indexed_field != field || indexed_generation != generation) {
+            qz_dbf_begin_fast_find(view, field);
+            indexed = true;
+            indexed_field = field;
+            indexed_generation = generation;
+        }
+        unsigned int last = 0;
+        if (qz_dbf_find_value_fast(view, value.c_str(), last)) {
+            // The index answers with the last record holding the value; the
+            // others come before it.
+            for (unsigned int r = 0; r < last; ++r) {
+                bool ok = false;
+                if (cell_text(view, field, r, &ok) == value && ok) hits.push_back(r);
+            }
+            hits.push_back(last);
+        }
     }
-    const char* name = qz_dbf_get_field_name(view, field);
-    unsigned int last = 0;
-    if (!qz_dbf_find_value_fast(view, value.c_str(), last)) {
-        std::printf("no record holds '%s' in %s\n", value.c_str(), name ? name : "?");
+    // The name is read after the search, whose reads reuse its buffer.
+    const char* name_text = qz_dbf_get_field_name(view, field);
+    const std::string name = name_text ? name_text : "?";
+    if (hits.empty()) {
+        std::printf("no record holds '%s' in %s\n", value.c_str(), name.c_str());
         return true;
     }
-    // The index answers with the last record holding the value; the others
-    // come before it.
-    std::vector<unsigned int> hits;
-    for (unsigned int r = 0; r < last; ++r) {
-        bool ok = false;
-        if (cell_text(view, field, r, &ok) == value && ok) hits.push_back(r);
-    }
-    hits.push_back(last);
     std::string list;
     for (unsigned int r : hits) list += " " + std::to_string(r);
     std::printf("%zu record%s hold%s '%s' in %s:%s\n", hits.size(), hits.size() == 1 ? "" : "s",
-                hits.size() == 1 ? "s" : "", value.c_str(), name ? name : "?", list.c_str());
+                hits.size() == 1 ? "s" : "", value.c_str(), name.c_str(), list.c_str());
     std::vector<unsigned int> fields;
     for (unsigned int f = 0; f < qz_dbf_get_nf(view); ++f) fields.push_back(f);
     print_records(view, hits, fields, vertical);
@@ -398,12 +434,14 @@ bool Editor::alter(const std::vector<std::string>& w, std::string& error) {
 
 namespace {
 
-int run_edit(const std::string& path, bool force) {
+int run_edit(const std::string& path, bool force, const std::string& encoding) {
     // The file is checked (and its lock tried) before it is loaded.
     int checked = kOk;
     Tqz_dbf_rw* probe = open_table(path, Access::write, force, checked);
     if (!probe) return checked;
+    const bool known = apply_encoding(probe, encoding, checked);
     qz_dbf_close(probe);
+    if (!known) return checked;
     Tqz_dbf_memory* mem = qz_dbf_mem_load(path.c_str());
     if (!mem)
         return fail(qz_dbf_last_error() == QZ_DBF_ERR_LOCKED ? kIoError : kFailed,
@@ -415,6 +453,7 @@ int run_edit(const std::string& path, bool force) {
         qz_dbf_mem_free(mem);
         return fail(kFailed, "cannot open the loaded table '" + path + "'");
     }
+    if (!encoding.empty()) qz_dbf_set_encoding(view, encoding.c_str());
 
     // Line editing needs a terminal on both sides; scripts and pipes are read
     // line by line, with no prompt.
@@ -470,11 +509,13 @@ int run_edit(const std::string& path, bool force) {
 Runner setup_edit(CLI::App& cmd) {
     auto path = std::make_shared<std::string>();
     auto force = std::make_shared<bool>(false);
+    auto encoding = std::make_shared<std::string>();
     cmd.add_option("PATH", *path, "the table, loaded into memory until save")->required();
     cmd.add_flag("--force", *force, "open a file that fails the check anyway");
+    add_encoding_option(cmd, *encoding);
     cmd.footer(std::string("Commands, read from standard input (or typed at the prompt):\n") +
                kEditHelp + "\n" + cmd.get_footer());
-    return [path, force] { return run_edit(*path, *force); };
+    return [path, force, encoding] { return run_edit(*path, *force, *encoding); };
 }
 
 }  // namespace qzdbf

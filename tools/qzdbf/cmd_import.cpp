@@ -224,10 +224,9 @@ int run_import(const Import_options& o) {
     Tqz_dbf_rw* t = qz_dbf_create(temp.c_str(), static_cast<unsigned int>(ncols),
                                   static_cast<unsigned int>(records), fields.data(), cp == 866);
     if (!t) return fail(kIoError, std::string("cannot create: ") + qz_dbf_last_error_message());
-    if (cp == 65001) qz_dbf_set_utf8_flag(t, true);
-    char encoding_name[64] = "";
-    if (cp == 0 && (!qz_dbf_set_encoding(t, o.encoding.c_str()) ||
-                    !qz_dbf_get_encoding(t, encoding_name, sizeof encoding_name))) {
+    // The language driver of the encoding's code page (header byte 29), the
+    // flags, and the .cpg file that close writes name it.
+    if (!qz_dbf_set_table_encoding(t, o.encoding.c_str())) {
         qz_dbf_close(t);
         return fail(kBadUsage, "--encoding '" + o.encoding + "': " + qz_dbf_last_error_message());
     }
@@ -280,13 +279,6 @@ int run_import(const Import_options& o) {
     if (r != records || !csv.error().empty())
         return fail(kIoError, o.source + ": changed while it was imported");
     if (!flushed) return fail(kIoError, o.destination + ": write error");
-    if (cp == 0) {
-        // The .cpg names the encoding (close wrote the flags' one).
-        std::FILE* cpg = std::fopen(temp_cpg.c_str(), "wb");
-        const bool written = cpg && std::fprintf(cpg, "%s\n", encoding_name) > 0;
-        if (!cpg || std::fclose(cpg) != 0 || !written)
-            return fail(kIoError, temp_cpg + ": cannot be written");
-    }
 
     // An existing DEST is replaced only while its writer lock is ours.
     Tqz_dbf_rw* old = nullptr;

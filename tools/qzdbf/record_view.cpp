@@ -7,6 +7,7 @@
 
 #include "cli.h"
 #include "qzk_file_dbf_ext.h"
+#include "value_check.h"
 
 namespace qzdbf {
 
@@ -74,10 +75,16 @@ size_t display_width(const std::string& text) {
 
 void print_records(Tqz_dbf_rw* t, const std::vector<unsigned int>& records,
                    const std::vector<unsigned int>& fields, bool vertical) {
+    // Text in the encoding the table's text is written in (--encoding, the
+    // .cpg file, the language driver, the flags).
+    const bool decode = writes_in_table_encoding(t);
     auto value = [&](unsigned int f, unsigned int r) {
-        if (qz_dbf_get_field_type(t, f) != dbf_ft_memo) return cell_text(t, f, r, nullptr);
+        const Tqz_dbf_field_type type = qz_dbf_get_field_type(t, f);
+        if (type == dbf_ft_char && decode) return trim_blanks(text_in_table_encoding(t, f, r));
+        if (type != dbf_ft_memo) return cell_text(t, f, r, nullptr);
         std::string text;
         if (!memo_text(t, f, r, text)) return std::string();
+        if (decode && text.rfind("<binary, ", 0) != 0) text = text_in_table_encoding(t, f, r);
         return vertical ? text : one_line(text, kMemoColumns);
     };
     auto name = [&](unsigned int f) {

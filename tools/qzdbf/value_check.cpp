@@ -8,6 +8,7 @@
 #include <strings.h>
 #include <string>
 
+#include "cell_values.h"
 #include "cli.h"
 #include "qzk_file_dbf_ext.h"
 
@@ -158,7 +159,17 @@ unsigned text_code_page(Tqz_dbf_rw* t, std::string& name) {
 }
 
 bool writes_in_table_encoding(Tqz_dbf_rw* t) {
-    return qz_dbf_get_storage(t) == qz_dbf_storage_file;
+    const Tqz_dbf_storage storage = qz_dbf_get_storage(t);
+    return storage == qz_dbf_storage_file || storage == qz_dbf_storage_memory;
+}
+
+std::string text_in_table_encoding(Tqz_dbf_rw* t, unsigned int field, unsigned int record) {
+    const long n = qz_dbf_get_cell_utf8(t, field, record, nullptr, 0);
+    if (n <= 0) return std::string();
+    std::string utf8(static_cast<size_t>(n) + 1, '\0');
+    qz_dbf_get_cell_utf8(t, field, record, utf8.data(), utf8.size());
+    utf8.resize(static_cast<size_t>(n));
+    return utf8_to_system(utf8);
 }
 
 bool valid_date(const std::string& d) {

@@ -18,9 +18,14 @@ bool check_value(Tqz_dbf_rw* table, unsigned int field, const std::string& input
                  std::string& out, std::string& error);
 
 // Whether character text written through `table` goes in the encoding the
-// table's text is read in (a table file: --encoding, the .cpg file, the
-// language driver, the flags), rather than in the code page of its flags.
+// table's text is read in (a table file or a memory table: --encoding, the
+// .cpg file, the language driver, the flags), rather than in the code page
+// of its flags.
 bool writes_in_table_encoding(Tqz_dbf_rw* table);
+
+// A character or memo text cell as the typed reads see it (converted from
+// the table's encoding, trailing blanks dropped), in system text.
+std::string text_in_table_encoding(Tqz_dbf_rw* table, unsigned int field, unsigned int record);
 
 // The code page character text of `table` is checked against, with its
 // iconv name in `name`; 0 for an encoding that has no code page number here

@@ -1,0 +1,379 @@
+// Typed values through qz_dbf_set_value / qz_dbf_get_value: random values of
+// every field type of each dialect round-trip through the typed and the text
+// setters and getters, on disk and through a memory table; values a field
+// cannot hold are refused with the cell unchanged; the bytes the writes
+// leave in the table and memo files; null flags.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "table_builder.h"
+
+using namespace typed_test;
+
+namespace {
+
+const std::vector<tfield> vfp_fields = {
+    {"NAME", 'C', 10, 0, 0x02}, {"PRICE", 'N', 8, 2, 0x02},     {"RATE", 'F', 10, 3, 0},
+    {"OK", 'L', 1, 0, 0},       {"DAY", 'D', 8, 0, 0},          {"ID", 'I', 4, 0, 0x02},
+    {"REAL", 'B', 8, 2, 0},     {"CASH", 'Y', 8, 4, 0},         {"WHEN", 'T', 8, 0, 0x02},
+    {"NOTE", 'M', 4, 0, 0},     {"PIC", 'P', 4, 0, 0},          {"SEQ", 'I', 4, 0, 0x0C},
+    {"AUTO", '+', 4, 0, 0},     {"_NullFlags", '0', 1, 0, 0x05}};
+const std::vector<tfield> dbase_fields = {{"NAME", 'C', 10, 0, 0}, {"PRICE", 'N', 8, 2, 0},
+                                          {"RATE", 'F', 10, 3, 0}, {"OK", 'L', 1, 0, 0},
+                                          {"DAY", 'D', 8, 0, 0},   {"NOTE", 'M', 10, 0, 0}};
+
+// A value to write, the text qz_dbf_set_str takes and qz_dbf_get_str gives
+// ("" when not looked at), and what qz_dbf_get_value gives back as shown()
+// ("": the value itself).
+struct cell {
+    int kind;
+    long long i;
+    double d;
+    std::string data, text, want;
+    cell(int k, long long i = 0, double d = 0, std::string data = "", std::string text = "",
+         std::string want = "")
+        : kind(k),
+          i(i),
+          d(d),
+          data(std::move(data)),
+          text(std::move(text)),
+          want(std::move(want)) {}
+    Tqz_dbf_value value() const { return Tqz_dbf_value{kind, i, d, data.c_str(), data.size()}; }
+    std::string expected() const { return want.empty() ? shown(value()) : want; }
+};
+
+std::string fixed(unsigned long long units, bool negative, int decimals) {
+    const unsigned long long scale = decimals == 2 ? 100 : decimals == 3 ? 1000 : 10000;
+    char buf[48];
+    std::snprintf(buf, sizeof buf, "%s%llu.%0*llu", negative ? "-" : "", units / scale, decimals,
+                  units % scale);
+    return buf;
+}
+
+std::string printed(const char* format, double v) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, format, v);
+    return buf;
+}
+
+cell random_cell(std::mt19937_64& rng, const tfield& f) {
+    const bool neg = rng() & 1;
+    const uint64_t bits = rng();
+    if (((f.flags & 0x02) || std::strchr("NFDL", f.type)) && bits % 8 == 0)
+        return cell(QZ_DBF_VALUE_NULL);
+    double v = (neg ? -1 : 1) * double(bits % 100000000) / 1000;
+    switch (f.type) {
+        case 'C':
+        case 'M': {
+            std::string w(bits % (f.type == 'C' ? 11 : 1500), ' ');
+            for (char& c : w) c = "abcXYZ 019.,\r\n"[rng() % (f.type == 'C' ? 12 : 14)];
+            if (f.type == 'C') w.erase(w.find_last_not_of(' ') + 1);
+            return cell(QZ_DBF_VALUE_TEXT, 0, 0, w,
+                        f.type == 'C' ? w + std::string(10 - w.size(), ' ') : "");
+        }
+        case 'N': {  // read back as the double nearest the decimal text
+            const std::string t = fixed(bits % 1000000, neg, 2);
+            return cell(QZ_DBF_VALUE_DECIMAL, 0, 0, t, t,
+                        printed("d:%.17g", std::strtod(t.c_str(), nullptr)));
+        }
+        case 'F':
+            return cell(QZ_DBF_VALUE_DOUBLE, 0, v, "", printed("%19.11g", v));
+        case 'L':
+            return cell(QZ_DBF_VALUE_BOOL, neg, 0, "", neg ? "T" : "F");
+        case 'D': {
+            const long long ymd =
+                (1 + bits % 9999) * 10000 + (1 + rng() % 12) * 100 + 1 + rng() % 28;
+            return cell(QZ_DBF_VALUE_DATE, ymd, 0, "", printed("%08.0f", double(ymd)));
+        }
+        case 'I':
+            return cell(QZ_DBF_VALUE_INT, int32_t(bits), 0, "", std::to_string(int32_t(bits)));
+        case 'B':  // any finite bit pattern
+            std::memcpy(&v, &bits, sizeof v);
+            return cell(QZ_DBF_VALUE_DOUBLE, 0, std::isfinite(v) ? v : 0.5, "",
+                        printed("%19.11g", std::isfinite(v) ? v : 0.5));
+        case 'Y':
+            return cell(QZ_DBF_VALUE_DECIMAL, 0, 0,
+                        fixed(bits % 9223372036854775807ull, neg && bits, 4));
+        default:  // T: 0001-01-01 to 1970, 1970 to 9999-12-31
+            return cell(QZ_DBF_VALUE_DATETIME,
+                        neg ? -static_cast<long long>(bits % 62135596800000ull)
+                            : static_cast<long long>(bits % 253402300800000ull));
+    }
+}
+
+// Every cell, record and column read gives the values written; with `text`,
+// qz_dbf_get_str gives their text too.
+void expect_cells(Tqz_dbf_rw* t, const std::vector<std::vector<cell>>& cells, bool text) {
+    const unsigned nr = static_cast<unsigned>(cells.size()),
+                   nf = static_cast<unsigned>(cells[0].size());
+    std::vector<Tqz_dbf_value> values(20);
+    for (unsigned r = 0; r < nr; ++r) {
+        ASSERT_GE(qz_dbf_get_record_values(t, r, values.data(), 20), long(nf));
+        for (unsigned f = 0; f < nf; ++f) {
+            const cell& c = cells[r][f];
+            EXPECT_EQ(read_shown(t, f, r), c.expected()) << "field " << f << " record " << r;
+            EXPECT_EQ(shown(values[f]), c.expected()) << "field " << f << " record " << r;
+            bool ok = false;
+            const std::string got = text && !c.text.empty() ? qz_dbf_get_str(t, f, r, ok) : c.text;
+            EXPECT_EQ(got, c.text) << f << " " << r;
+        }
+    }
+    EXPECT_EQ(qz_dbf_get_column_values(t, 0, 1, 99, values.data()),
+              long(nr - 1));  // cut at the end
+    for (unsigned f = 0; f < nf; ++f) {
+        ASSERT_EQ(qz_dbf_get_column_values(t, f, 0, nr, values.data()), long(nr));
+        for (unsigned r = 0; r < nr; ++r)
+            EXPECT_EQ(shown(values[r]), cells[r][f].expected()) << f << " " << r;
+    }
+}
+
+// The tables written are read back by python3-dbfread and GDAL too: every
+// cell must come back the same.
+TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskInMemoryAndInPeers) {
+    const struct {
+        uint8_t version;
+        memo_kind memo;
+        const std::vector<tfield>& fields;
+        unsigned writable;  // the fields qz_dbf_set_value writes
+    } dialects[] = {{0x30, memo_kind::fpt, vfp_fields, 10},
+                    {0x83, memo_kind::dbt3, dbase_fields, 6},
+                    {0x8B, memo_kind::dbt4, dbase_fields, 6},
+                    {0xF5, memo_kind::fpt, dbase_fields, 6}};
+    std::mt19937_64 rng(7);
+    qz_test::Temp_dir dir;
+    std::string json;
+    for (const auto& d : dialects)
+        for (bool memory : {false, true}) {
+            // A saved memory table of Visual FoxPro loses the 263 bytes after
+            // its descriptors (reported): left out until that is fixed.
+            if (memory && d.version == 0x30) continue;
+            const std::string name = std::to_string(d.version) + (memory ? "memory" : "disk");
+            SCOPED_TRACE(name);
+            const unsigned nr = 12;
+            const std::string path = make_table(dir, name, d.version, d.fields, nr, d.memo, 0x03);
+            Tqz_dbf_memory* m = memory ? qz_dbf_mem_load(path.c_str()) : nullptr;
+            Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+            ASSERT_NE(t, nullptr);
+            ASSERT_EQ(qz_dbf_get_storage(t), memory ? qz_dbf_storage_memory : qz_dbf_storage_file);
+            json += std::string(json.empty() ? "[" : ",") + "{\"path\":\"" + path +
+                    "\",\"dbt4\":" + (d.memo == memo_kind::dbt4 ? "true" : "false") +
+                    ",\"null_flags\":" + (d.version == 0x30 ? "true" : "false") + ",\"fields\":[";
+            for (unsigned f = 0; f < d.writable; ++f)
+                json += std::string(f ? "," : "") + "[\"" + d.fields[f].name + "\",\"" +
+                        d.fields[f].type + "\"]";
+            json += "],\"records\":[";
+            std::vector<std::vector<cell>> cells(nr);
+            for (unsigned r = 0; r < nr; ++r)
+                for (unsigned f = 0; f < d.writable; ++f) {
+                    cells[r].push_back(random_cell(rng, d.fields[f]));
+                    const cell& c = cells[r].back();
+                    // Odd records go through the text setter where a text is known.
+                    if (r % 2 && c.kind != QZ_DBF_VALUE_NULL && !c.text.empty() &&
+                        d.fields[f].type != 'B') {
+                        EXPECT_TRUE(qz_dbf_set_str(t, f, r, c.text.c_str())) << f << " " << r;
+                    } else {
+                        const Tqz_dbf_value v = c.value();
+                        EXPECT_TRUE(qz_dbf_set_value(t, f, r, &v))
+                            << f << ": " << qz_dbf_last_error_message();
+                    }
+                    char number[96];
+                    std::snprintf(number, sizeof number, "%s[%d,%lld,%.17g,\"",
+                                  f   ? ","
+                                  : r ? "],["
+                                      : "[",
+                                  c.kind, c.i, c.d);
+                    json += number;
+                    for (char ch : c.data)
+                        json += ch == '\r' ? "\\r" : ch == '\n' ? "\\n" : std::string(1, ch);
+                    json += "\"]";
+                }
+            json += "]]}";
+            expect_cells(t, cells, false);
+            qz_dbf_close(t);
+            if (m) {
+                ASSERT_TRUE(qz_dbf_mem_save(m)) << qz_dbf_last_error_message();
+                qz_dbf_mem_free(m);
+            }
+            t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+            ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+            expect_cells(t, cells, true);
+            qz_dbf_close(t);
+        }
+    if (!qz_test::have_dbfread()) GTEST_SKIP() << "python3-dbfread is not installed";
+    std::ofstream(dir.file("expected.json")) << json << "]";
+    std::string report;
+    const int status = qz_test::run(std::string("/usr/bin/python3 ") + QZ_PEERS_SCRIPT + " '" +
+                                        dir.file("expected.json") + "' 2>&1",
+                                    &report);
+    std::printf("%s", report.c_str());
+    EXPECT_EQ(status, 0) << report;
+}
+
+// Refused values leave the cell and say why; bad arguments and read-only
+// handles are refused too.
+TEST(TypedValues, RefusalsLeaveTheCellAndSayWhy) {
+    qz_test::Temp_dir dir;
+    const std::string path = make_table(dir, "vfp", 0x30, vfp_fields, 2, memo_kind::none, 0x03);
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
+    ASSERT_NE(t, nullptr);
+    const Tqz_dbf_value seven = value(QZ_DBF_VALUE_INT, 7), one = value(QZ_DBF_VALUE_INT, 1);
+    ASSERT_TRUE(qz_dbf_set_value(t, 1, 0, &seven));
+    const std::string eleven = "eleven char", chinese = "\xE4\xB8\xAD", wide = "123456.7",
+                      no_number = "12a", cash = "922337203685478", memo = "memo", zero(1, '\0');
+    const struct {
+        unsigned field;
+        Tqz_dbf_value value;
+        int code;
+    } refusals[] = {
+        {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &eleven), QZ_DBF_ERR_VALUE},     // longer than C(10)
+        {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &chinese), QZ_DBF_ERR_VALUE},    // not in CP1252
+        {0, value(QZ_DBF_VALUE_INT, 5), QZ_DBF_ERR_VALUE},                  // C takes text
+        {1, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &wide), QZ_DBF_ERR_VALUE},    // wider than N(8,2)
+        {1, value(QZ_DBF_VALUE_DOUBLE, 0, NAN), QZ_DBF_ERR_VALUE},          // not finite
+        {1, value(QZ_DBF_VALUE_TEXT, 0, 0, &no_number), QZ_DBF_ERR_VALUE},  // no number
+        {3, value(QZ_DBF_VALUE_INT, 1), QZ_DBF_ERR_VALUE},                  // L takes a bool
+        {4, value(QZ_DBF_VALUE_DATE, 20230229), QZ_DBF_ERR_VALUE},          // no such day
+        {5, value(QZ_DBF_VALUE_INT, 2147483648LL), QZ_DBF_ERR_VALUE},       // past 32 bits
+        {5, value(QZ_DBF_VALUE_DOUBLE, 0, 1.5), QZ_DBF_ERR_VALUE},          // not whole
+        {6, value(QZ_DBF_VALUE_NULL), QZ_DBF_ERR_VALUE},                    // B without a null flag
+        {7, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &cash), QZ_DBF_ERR_VALUE},  // past the currency range
+        {9, value(QZ_DBF_VALUE_TEXT, 0, 0, &memo), QZ_DBF_ERR_MEMO},      // no memo file
+        {12, value(QZ_DBF_VALUE_INT, 3), QZ_DBF_ERR_VALUE},               // autoincrement
+        {13, value(QZ_DBF_VALUE_BYTES, 0, 0, &zero), QZ_DBF_ERR_VALUE},   // the flags themselves
+        {1, value(42), QZ_DBF_ERR_ARGUMENT},                              // no such kind
+    };
+    for (const auto& c : refusals) {
+        const std::string before = read_shown(t, c.field, 0);
+        qz_dbf_clear_last_error();
+        EXPECT_FALSE(qz_dbf_set_value(t, c.field, 0, &c.value)) << c.field;
+        EXPECT_EQ(qz_dbf_last_error(), c.code) << c.field << ": " << qz_dbf_last_error_message();
+        EXPECT_NE(std::string(qz_dbf_last_error_message()).find("field "), std::string::npos);
+        EXPECT_EQ(read_shown(t, c.field, 0), before) << c.field;
+    }
+    EXPECT_FALSE(qz_dbf_set_value(t, 99, 0, &one));
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    EXPECT_FALSE(qz_dbf_set_value(t, 1, 2, &one));
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    EXPECT_FALSE(qz_dbf_set_value(t, 1, 0, nullptr));
+    EXPECT_FALSE(qz_dbf_set_value(nullptr, 1, 0, &one));
+    std::vector<Tqz_dbf_value> col(2);
+    for (long got : {qz_dbf_get_column_values(t, 0, 2, 1, col.data()),
+                     qz_dbf_get_column_values(t, 99, 0, 1, col.data()),
+                     qz_dbf_get_column_values(t, 0, 0, 1, nullptr),
+                     qz_dbf_get_record_values(nullptr, 0, col.data(), 1),
+                     qz_dbf_get_record_values(t, 9, col.data(), 1)})
+        EXPECT_EQ(got, -1);
+    qz_dbf_close(t);
+    t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr);
+    EXPECT_FALSE(qz_dbf_set_value(t, 1, 0, &one));
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_PERMISSION);
+    EXPECT_EQ(read_shown(t, 1, 0), "d:7");
+    qz_dbf_close(t);
+}
+
+// The bytes the writes leave: text in the table's CP1252, numbers
+// right-aligned and rounded half up, the null flags of the nullable fields
+// in order (NAME bit 0, PRICE 1, ID 2, WHEN 3), memo blocks of each layout.
+TEST(TypedValues, BytesInTheTableAndMemoFiles) {
+    qz_test::Temp_dir dir;
+    const std::string path = make_table(dir, "vfp", 0x30, vfp_fields, 2, memo_kind::fpt, 0x03);
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
+    ASSERT_NE(t, nullptr);
+    const std::string cafe = "Caf\xC3\xA9", price = "1234.565", note = "x", pic("\x89PNG\0\x01", 6);
+    const struct {
+        unsigned field;
+        Tqz_dbf_value value;
+    } writes[] = {{0, value(QZ_DBF_VALUE_NULL)},
+                  {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &cafe)},
+                  {1, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &price)},
+                  {2, value(QZ_DBF_VALUE_NULL)},
+                  {2, value(QZ_DBF_VALUE_DOUBLE, 0, -2.5)},
+                  {4, value(QZ_DBF_VALUE_DATE, 20240229)},
+                  {5, value(QZ_DBF_VALUE_NULL)},
+                  {5, value(QZ_DBF_VALUE_INT, 5)},
+                  {8, value(QZ_DBF_VALUE_NULL)},
+                  {9, value(QZ_DBF_VALUE_TEXT, 0, 0, &note)},
+                  {10, value(QZ_DBF_VALUE_BYTES, 0, 0, &pic)}};
+    for (const auto& w : writes) EXPECT_TRUE(qz_dbf_set_value(t, w.field, 0, &w.value)) << w.field;
+    EXPECT_EQ(read_shown(t, 10, 0), "8:" + pic);
+    const Tqz_dbf_value null = value(QZ_DBF_VALUE_NULL);
+    EXPECT_TRUE(qz_dbf_set_value(t, 1, 1, &null));
+    qz_dbf_close(t);
+    const std::vector<uint8_t> file = qz_test::read_bytes(path);
+    const size_t rec = qz_test::u16_at(file, 8);
+    EXPECT_EQ(std::string(file.begin() + rec + 1, file.begin() + rec + 38),
+              "Caf\xE9       1234.57    -2.500 20240229");
+    EXPECT_EQ(file[rec + qz_test::u16_at(file, 10) - 1], 0x08);      // WHEN null
+    EXPECT_EQ(file[rec + 2 * qz_test::u16_at(file, 10) - 1], 0x02);  // PRICE of record 1
+    const std::vector<uint8_t> fpt = qz_test::read_bytes(dir.file("vfp.fpt"));
+    ASSERT_GE(fpt.size(), 512u + 64u);
+    EXPECT_EQ(fpt[512 + 3], 1);  // a text block, then a picture block
+    EXPECT_EQ(fpt[576 + 3], 0);
+    EXPECT_EQ(fpt.size() % 64, 0u);
+
+    for (memo_kind kind : {memo_kind::dbt3, memo_kind::dbt4}) {
+        const std::string p = make_table(dir, "memo", kind == memo_kind::dbt3 ? 0x83 : 0x8B,
+                                         {{"ID", 'N', 5, 0, 0}, {"NOTE", 'M', 10, 0, 0}}, 2, kind);
+        t = qz_dbf_open_ex(p.c_str(), 0);
+        ASSERT_NE(t, nullptr);
+        const std::string first = "first", eof("a\x1A"
+                                               "b",
+                                               3);
+        const Tqz_dbf_value a = value(QZ_DBF_VALUE_TEXT, 0, 0, &first),
+                            e = value(QZ_DBF_VALUE_BYTES, 0, 0, &eof);
+        ASSERT_TRUE(qz_dbf_set_value(t, 1, 0, &a)) << qz_dbf_last_error_message();
+        // dBASE III memos end at 0x1A: one inside cannot be kept.
+        EXPECT_EQ(qz_dbf_set_value(t, 1, 1, &e), kind == memo_kind::dbt4);
+        EXPECT_EQ(read_shown(t, 1, 1), kind == memo_kind::dbt4 ? "7:" + eof : "null");
+        qz_dbf_close(t);
+        const std::vector<uint8_t> dbt = qz_test::read_bytes(dir.file("memo.dbt"));
+        EXPECT_EQ(dbt.size() % 512, 0u);
+        EXPECT_EQ(std::string(dbt.begin() + 512, dbt.begin() + 520),
+                  kind == memo_kind::dbt4 ? std::string("\xFF\xFF\x08\x00\x0D\0\0\0", 8)
+                                          : std::string("first\x1A\x1A\0", 8));
+        // The header's next free block is past the last memo written.
+        EXPECT_EQ(qz_test::u16_at(dbt, 0), dbt.size() / 512);
+    }
+}
+
+TEST(TypedValues, NullFlagsAndEncodings) {
+    // Some writers blank the flags field with the rest of a new record: a
+    // byte 0x20 would otherwise make the sixth nullable field null.
+    qz_test::Temp_dir dir;
+    std::vector<tfield> fields;
+    for (const char* n : {"A", "B", "C", "D", "E", "F"}) fields.push_back({n, 'C', 2, 0, 0x02});
+    fields.push_back({"_NullFlags", '0', 1, 0, 0x05});
+    const std::string path = make_table(dir, "blank", 0x30, fields, 2, memo_kind::none, 0x03);
+    std::vector<uint8_t> b = qz_test::read_bytes(path);
+    const size_t first = qz_test::u16_at(b, 8);
+    b[first + 11] = 'x', b[first + 13] = ' ';             // F of record 0; its flags blank
+    b[first + 14 + 11] = 'y', b[first + 14 + 13] = 0x21;  // record 1: F and A flagged null
+    b[first + 14 + 1] = 0xE9;                             // é in CP1252, й in CP1251
+    qz_test::write_bytes(path, b);
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr);
+    EXPECT_EQ(read_shown(t, 5, 0), "7:x");
+    EXPECT_EQ(read_shown(t, 5, 1), "null");
+    EXPECT_EQ(read_shown(t, 0, 1), "null");
+    EXPECT_EQ(read_shown(t, 1, 1), "7:");
+    // The encoding set on the handle decides the text of later reads.
+    b[first + 14 + 13] = 0;
+    qz_test::write_bytes(path, b);
+    qz_dbf_close(t);
+    t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    EXPECT_EQ(read_shown(t, 0, 1), "7:\xC3\xA9");
+    ASSERT_TRUE(qz_dbf_set_encoding(t, "CP1251"));
+    EXPECT_EQ(read_shown(t, 0, 1), "7:\xD0\xB9");
+    Tqz_dbf_value v[8];
+    EXPECT_EQ(qz_dbf_get_record_values(t, 1, v, 8), 7);
+    EXPECT_EQ(std::string(v[0].text), "\xD0\xB9");
+    qz_dbf_close(t);
+}
+
+}  // namespace
