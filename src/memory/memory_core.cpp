@@ -1,7 +1,5 @@
 #include "memory/memory_core.h"
 
-#include "dbf/dbase7_descriptors.h"
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -19,6 +17,14 @@
 using namespace qz::dbf;
 
 namespace {
+
+// Visual FoxPro headers end with the 263-byte back link to the database
+// container after the descriptors' terminator.
+constexpr size_t backlink_size = 263;
+
+bool has_backlink(uint8_t version) {
+    return version == 0x30 || version == 0x31 || version == 0x32;
+}
 
 void put_today(uint8_t* header) {
     std::time_t now = std::time(nullptr);
@@ -100,6 +106,7 @@ bool Tqz_dbf_memory_core::init() {
 bool Tqz_dbf_memory_core::create_new(unsigned int n_fields, unsigned int n_records,
                                      Tqz_dbf_field* fields, bool /*flag*/) {
     records->clear();
+    header_tail.clear();
     if (!lay_out_new(n_fields, n_records, fields)) {
         // Nothing usable: an empty table without fields.
         free_descriptors();
@@ -176,6 +183,17 @@ bool Tqz_dbf_memory_core::read_file(FILE* file) {
         }
     }
     std::clearerr(file);
+    // What the header holds after the terminator (a Visual FoxPro back link,
+    // or padding): kept for the save.
+    header_tail.clear();
+    const uint64_t tail_at = header_size + descriptor_size * found.size() + 1;
+    const uint64_t tail_end = std::min<uint64_t>(header_length, file_size);
+    if (!is_dbase7_version(header[hdr_version]) && tail_end > tail_at &&
+        fseeko(file, static_cast<off_t>(tail_at), SEEK_SET) == 0) {
+        header_tail.resize(static_cast<size_t>(tail_end - tail_at));
+        header_tail.resize(std::fread(header_tail.data(), 1, header_tail.size(), file));
+    }
+    std::clearerr(file);
     if (!set_nf(static_cast<int>(found.size()))) return false;
     uint32_t offset = 1;
     for (size_t k = 0; k < found.size(); ++k) {
@@ -231,12 +249,23 @@ bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
     // The new table goes to a sibling and is renamed over the file: a
     // process killed at any moment leaves the old table or the new one,
     // whole, never an empty or cut one.
-    bool ok = qz::filesystem::replace_with(path, [this](int fd) {
+    // The header as written: its length (bytes 8-9) says where the records
+    // start, so it counts the bytes kept after the terminator, and a Visual
+    // FoxPro table's back link (zeros when none was read).
+    std::vector<uint8_t> tail = header_tail;
+    if (has_backlink(header[hdr_version]) && tail.size() < backlink_size)
+        tail.resize(backlink_size, 0);
+    const size_t head_length =
+        header_size + descriptor_size * static_cast<size_t>(nf) + 1 + tail.size();
+    if (head_length > 0xFFFF) return false;  // more than a header length can say
+    put_u16(header + hdr_header_length, static_cast<uint16_t>(head_length));
+    bool ok = qz::filesystem::replace_with(path, [this, &tail](int fd) {
         put_today(header);
         std::vector<uint8_t> head(header, header + header_size);
         for (int32_t k = 0; k < nf; ++k)
             head.insert(head.end(), descriptors[k].bytes, descriptors[k].bytes + descriptor_size);
         head.push_back(descriptor_terminator);
+        head.insert(head.end(), tail.begin(), tail.end());
         if (!qz::filesystem::write_all(fd, head.data(), head.size())) return false;
         const unsigned int count = records->get_size();
         const size_t length = records->get_length();

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "dbf/basic_table.h"
 #include "support/fileio.h"
@@ -43,7 +44,11 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     // another holds it, or when the file cannot be opened or memory runs out.
     bool load();
     // Writes header, descriptors, records and the .cpg file to `path`; no
-    // memo file. The header's date becomes today's.
+    // memo file. The header's date becomes today's. The bytes the loaded
+    // file's header held after the descriptors' terminator follow it again
+    // (a Visual FoxPro table always gets its 263-byte back link, zeros when
+    // none was read), and the header length counts them. False for dBASE 7
+    // tables and for headers longer than 65535 bytes.
     bool save();
     bool save(const wchar_t* path);
     bool save(const char* path);
@@ -100,7 +105,8 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
                         size_t n) override;
 
     // Exchanges header, fields and records with `other`; names, locks,
-    // notifiers, counts and memo files stay where they are.
+    // notifiers, counts, memo files and the bytes after the descriptors
+    // (the back link) stay where they are.
     void swap_structure(Tqz_dbf_memory_core* other);
 
     Tqz_dbf_records* get_records() const { return records; }
@@ -127,5 +133,7 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     int32_t ref_count = 0;
     bool cpg_kept = false;
     Tqz_dbf_records* records = nullptr;  // owned
+    // The header's bytes after the descriptors' terminator, as loaded.
+    std::vector<uint8_t> header_tail;
     Tqz_dbf_notifier* notifier = nullptr;
 };
