@@ -9,6 +9,7 @@
 
 #include "code_page_text.h"
 #include "dbf/dbase7_descriptors.h"
+#include "dbf/field_widths.h"
 #include "memory/records.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
@@ -491,11 +492,32 @@ bool Tqz_dbf_memory_core::set_deleted(unsigned int record, bool deleted) {
 
 bool Tqz_dbf_memory_core::set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
                                          size_t n) {
-    if (!bytes || !has_record(record)) return false;
+    if (!bytes) return false;
     size_t avail = 0;
-    unsigned char* p = cell(static_cast<int>(field), static_cast<int>(record),
-                            std::min<size_t>(n, field_length(static_cast<int>(field))), avail);
+    unsigned char* p = cell_span(field, record, avail);
     if (!p) return false;
-    std::memcpy(p, bytes, avail);
+    std::memcpy(p, bytes, std::min(n, avail));
     return true;
+}
+
+bool Tqz_dbf_memory_core::get_cell_bytes(unsigned int field, unsigned int record,
+                                         std::string& out) {
+    out.clear();
+    size_t avail = 0;
+    const unsigned char* p = cell_span(field, record, avail);
+    if (!p) return false;
+    out.assign(reinterpret_cast<const char*>(p), avail);
+    return true;
+}
+
+unsigned char* Tqz_dbf_memory_core::cell_span(unsigned int field, unsigned int record,
+                                              size_t& avail) {
+    avail = 0;
+    unsigned int offset = 0, width = 0;
+    if (!has_record(record) || !qz::dbf::field_span(*this, field, offset, width)) return nullptr;
+    unsigned char* bytes = records->get_ptr(record);
+    const size_t length = records->get_length();
+    if (!bytes || offset >= length) return nullptr;
+    avail = std::min<size_t>(width, length - offset);
+    return bytes + offset;
 }

@@ -103,6 +103,7 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     bool set_deleted(unsigned int record, bool deleted) override;
     bool set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
                         size_t n) override;
+    bool get_cell_bytes(unsigned int field, unsigned int record, std::string& out) override;
 
     // Exchanges header, fields and records with `other`; names, locks,
     // notifiers, counts, memo files and the bytes after the descriptors
@@ -119,6 +120,10 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     // Null for a cell outside the table.
     unsigned char* cell(int field, int record, size_t want, size_t& avail);
     unsigned int field_length(int field);
+    // Where set_cell_bytes and get_cell_bytes find a cell: its bytes by the
+    // field's whole width (qz::dbf::field_span), and how many of them the
+    // record holds. Null for a cell outside the table.
+    unsigned char* cell_span(unsigned int field, unsigned int record, size_t& avail);
 
   private:
     template <class T>
