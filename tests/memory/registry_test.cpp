@@ -70,10 +70,10 @@ TEST_F(Registry, OneTablePerNameCountedByItsHolders) {
 TEST_F(Registry, CreatedTablesKeepNoHistoryLoadedOnesDo) {
     Tqz_dbf_memory* made = qz_dbf_mem_create_w(dir.wfile("new.dbf").c_str(), 0, nullptr);
     ASSERT_NE(made, nullptr);
-    EXPECT_EQ(made->get_history_handle(), nullptr);
     EXPECT_FALSE(exists(dir.file("new.dbf")) || exists(dir.file("new.dbf.lk")));
     qz_dbf_mem_add(made);
     EXPECT_FALSE(qz_history_manager_can_undo(qz_history_manager_get_instance()));
+    EXPECT_FALSE(qz_dbf_mem_save_as_w(made, dir.wfile("no/such.dbf").c_str()));
     EXPECT_TRUE(qz_dbf_mem_save(made));
     EXPECT_EQ(qz_test::read_bytes(dir.file("new.dbf")).size(), 32u + 32 + 1 + 11 + 1);
     EXPECT_EQ(qz_dbf_mem_create(dir.file("new.dbf").c_str(), 0, nullptr), made);

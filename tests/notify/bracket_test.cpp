@@ -25,7 +25,7 @@ TEST(UpdateBracket, NestedBracketsMergeTheirUpdatesAndDetails) {
     for (char op : std::string(")((uu)))()u")) {
         unsigned depth = op == '(' ? obj.begin_update() : op == ')' ? obj.end_update() : 0;
         if (op == 'u') obj.broadcast_update_event(), depth = obj.get_update_depth();
-        steps += std::to_string(depth) + "/" + std::to_string(log.size()) + " ";
+        steps += std::to_string(depth) + "/" + std::to_string(log.lines().size()) + " ";
     }
     EXPECT_EQ(steps, "0/0 1/1 2/1 2/1 2/1 1/1 0/3 0/3 1/4 0/5 0/6 ");
     EXPECT_EQ(log.lines(), (Lines{"2", "1 count=2", "3", "2", "3", "1 count=1"}));

@@ -34,19 +34,17 @@ Lines names(Logged_watcher& w) {
     return out;
 }
 
-// A watched folder that goes is heard of without a name by its own watcher
-// (and by name in its parent's); a new folder of its name is watched anew,
+// A watched folder that goes is heard of without a name by its own
+// watcher; a new folder of its name is watched anew,
 // and the old watcher going leaves the new one alone.
 TEST(FolderWatcher, AWatchedFolderThatGoesAway) {
     Temp_dir dir;
     const std::string sub = dir.file("sub");
     ASSERT_EQ(::mkdir(sub.c_str(), 0700), 0);
-    Logged_watcher parent(dir.path());
     auto gone = std::make_unique<Logged_watcher>(sub);
     ASSERT_EQ(::rmdir(sub.c_str()), 0);
-    ASSERT_TRUE(gone->log.wait_for(1) && parent.log.wait_for(1));
+    ASSERT_TRUE(gone->log.wait_for(1));
     EXPECT_EQ(names(*gone), Lines{""});
-    EXPECT_EQ(names(parent), Lines{"sub"});
     ASSERT_EQ(::mkdir(sub.c_str(), 0700), 0);
     Logged_watcher again(sub);
     touch(sub + "/x");
@@ -78,7 +76,7 @@ TEST(FolderWatcher, ABusyClientHoldsUpEventsButNotOtherWatchers) {
     ASSERT_TRUE(gate.inside.wait());
     auto started = std::chrono::steady_clock::now();
     other.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s);
+    EXPECT_LT(std::chrono::steady_clock::now() - started, 1s) << "another watcher goes at once";
 
     size_t limit = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
