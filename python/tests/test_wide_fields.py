@@ -56,3 +56,18 @@ def test_wide_character_field_and_the_fields_after_it(tmp_path):
             _same_as_dbfread(reference, lambda r, name: table.row(r)[names.index(name)])
         by_getters = qzdbf.read_dataframe(copy)
         _same_as_dbfread(reference, lambda r, name: by_getters[name].iloc[r])
+
+
+def test_setters_write_the_fields_after_a_wide_one(tmp_path):
+    for suffix in (".dbf", ".fpt"):
+        shutil.copy(PR90.with_suffix(suffix), tmp_path / ("pr90" + suffix))
+        (tmp_path / ("pr90" + suffix)).chmod(0o644)
+    copy = tmp_path / "pr90.dbf"
+    reference = list(dbfread.DBF(str(PR90), load=True))
+    with qzdbf.open(copy, "r+") as t:
+        t[1, "UNAME"] = "alice"
+        t[2, "NOTE"] = "n" * 300
+        assert t[1, "UNAME"] == "alice" and t[2, "NOTE"] == "n" * 300
+    reference[1]["UNAME"], reference[2]["NOTE"] = "alice", "n" * 300
+    written = list(dbfread.DBF(str(copy), load=True))
+    _same_as_dbfread(reference, lambda r, name: written[r][name])
