@@ -34,7 +34,8 @@ long read_cells(Tqz_dbf_rw* h, Tqz_dbf_value* values, unsigned int count, Cell&&
         cell_of(k, field, record);
         at[k] = store.size();
         if (!reader->read(field, record, values[k], store)) {
-            for (unsigned int j = 0; j <= k; ++j) values[j] = Tqz_dbf_value{0, 0, 0.0, "", 0};
+            // Every value asked for is null, not only those read so far.
+            for (unsigned int j = 0; j < count; ++j) values[j] = Tqz_dbf_value{0, 0, 0.0, "", 0};
             return -1;
         }
         store.push_back('\0');

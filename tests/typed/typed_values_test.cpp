@@ -265,6 +265,10 @@ TEST(TypedValues, RefusalsLeaveTheCellAndSayWhy) {
                      qz_dbf_get_record_values(nullptr, 0, col.data(), 1),
                      qz_dbf_get_record_values(t, 9, col.data(), 1)})
         EXPECT_EQ(got, -1);
+    // A failed read leaves every value asked for null.
+    std::vector<Tqz_dbf_value> row(3, value(QZ_DBF_VALUE_INT, 5));
+    EXPECT_EQ(qz_dbf_get_record_values(t, 9, row.data(), 3), -1);
+    for (const Tqz_dbf_value& v : row) EXPECT_EQ(shown(v), "null");
     qz_dbf_close(t);
     t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(t, nullptr);
