@@ -274,6 +274,14 @@ QZ_DBF_API int qz_dbf_get_encoding(Tqz_dbf_rw* handle, char* name, size_t size);
 QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                      char* buffer, size_t size);
 
+/* A field's name as UTF-8 text, decoded from the table's encoding as
+ * qz_dbf_get_cell_utf8 decodes cells (qz_dbf_get_field_name decodes with
+ * the flags' code page); a dBASE 7 table's full name. Writes into `buffer`
+ * as qz_dbf_get_cell_utf8 does and returns the name's length; -1, with the
+ * last error, when there is no such field. */
+QZ_DBF_API long qz_dbf_get_field_name_utf8(Tqz_dbf_rw* handle, unsigned int field, char* buffer,
+                                           size_t size);
+
 /* Writes UTF-8 text (`length` bytes) into a cell. A C field of a table file
  * or of a memory table (through a handle that serves it; the write is one
  * step of the table's history, which undo takes back) gets the text in the

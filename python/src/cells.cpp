@@ -22,8 +22,14 @@ std::vector<field_info> read_fields(Tqz_dbf_rw* table) {
     fields.reserve(count);
     for (unsigned i = 0; i < count; ++i) {
         field_info f;
-        const char* name = qz_dbf_get_field_name(table, i);
-        f.name = name ? name : "";
+        // The name in the encoding the handle reads text in.
+        char name[128];
+        if (qz_dbf_get_field_name_utf8(table, i, name, sizeof name) >= 0) {
+            f.name = name;
+        } else {
+            const char* classic = qz_dbf_get_field_name(table, i);
+            f.name = classic ? classic : "";
+        }
         const int letter = qz_dbftype2char(qz_dbf_get_field_type(table, i));
         f.type = letter > 0 ? static_cast<char>(letter) : 'C';
         f.length = qz_dbf_get_field_flen(table, i);

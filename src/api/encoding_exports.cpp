@@ -231,6 +231,43 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
     });
 }
 
+QZ_DBF_API long qz_dbf_get_field_name_utf8(Tqz_dbf_rw* h, unsigned int field, char* buffer,
+                                           size_t size) {
+    return guarded(-1L, [&] {
+        put_text("", buffer, size);
+        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
+        if (!t) {
+            qz::api::no_table(h);
+            return -1L;
+        }
+        if (field >= t->get_nf()) {
+            qz::errors::set(qz::errors::argument, "no field " + std::to_string(field));
+            return -1L;
+        }
+        std::string name;
+        Tqz_dbf_basic* basic = t->as_basic();
+        if (basic && h->current_storage() != Tqz_dbf_rw::storage::ogr) {
+            // The bytes as the descriptor holds them (a dBASE 7 table's full
+            // name), in the table's encoding.
+            const char* raw = basic->get_long_field_name(field);
+            std::string bytes;
+            if (raw) {
+                bytes = raw;
+            } else {
+                const uint8_t* d = basic->get_descriptors()[field].bytes;
+                bytes.assign(reinterpret_cast<const char*>(d), 11);
+                bytes.resize(std::strlen(bytes.c_str()));
+            }
+            name = to_utf8(trim_right(bytes.data(), bytes.size()), handle_encoding(h).name);
+        } else {
+            const char* s = t->get_field_name(field);
+            name = s ? s : "";
+        }
+        put_text(name, buffer, size);
+        return static_cast<long>(name.size());
+    });
+}
+
 QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                      const char* text, size_t length) {
     return guarded(false, [&] {

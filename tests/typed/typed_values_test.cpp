@@ -403,4 +403,27 @@ TEST(TypedValues, NumberTextsOfEveryLength) {
     qz_dbf_close(t);
 }
 
+// Field names in the encoding the handle reads text in: a table whose
+// names are UTF-8 bytes, without a .cpg or a driver byte.
+TEST(TypedValues, FieldNamesInTheChosenEncoding) {
+    Tqz_dbf_rw* t =
+        qz_dbf_open_ex(QZ_CORPUS_DIR "/ruby-dbf/dbase_03_cyrillic.dbf", QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr);
+    char name[32];
+    // The CP1251 default, as the classic call decodes it.
+    EXPECT_EQ(qz_dbf_get_field_name_utf8(t, 1, name, sizeof name), 21);
+    EXPECT_STREQ(name, qz_dbf_get_field_name(t, 1));
+    ASSERT_TRUE(qz_dbf_set_encoding(t, "UTF-8"));
+    EXPECT_EQ(qz_dbf_get_field_name_utf8(t, 0, nullptr, 0), 6);
+    EXPECT_EQ(qz_dbf_get_field_name_utf8(t, 1, name, 7), 10);  // cut between whole bytes
+    EXPECT_STREQ(name, "\xD0\x9F\xD0\x9B\xD0\x9E");
+    EXPECT_EQ(qz_dbf_get_field_name_utf8(t, 1, name, sizeof name), 10);
+    EXPECT_STREQ(name, "\xD0\x9F\xD0\x9B\xD0\x9E\xD0\xA9\xD0\x90");  // ПЛОЩА
+    EXPECT_EQ(qz_dbf_get_field_name_utf8(t, 2, name, sizeof name), -1);
+    EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_ARGUMENT);
+    EXPECT_STREQ(name, "");
+    qz_dbf_close(t);
+    EXPECT_EQ(qz_dbf_get_field_name_utf8(nullptr, 0, name, sizeof name), -1);
+}
+
 }  // namespace

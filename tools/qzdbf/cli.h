@@ -54,6 +54,10 @@ bool parse_count(const std::string& text, unsigned long long max, unsigned long 
 // The field a command-line argument names: its exact name, else its index,
 // else its name in any letter case. False (with a message in `error`) when
 // no field matches.
+// A field's name as UTF-8 text, decoded in the table's encoding (the one
+// --encoding names, else the .cpg file, the language driver, the flags).
+std::string field_name(Tqz_dbf_rw* table, unsigned int field);
+
 bool resolve_field(Tqz_dbf_rw* table, const std::string& arg, unsigned int& field,
                    std::string& error);
 

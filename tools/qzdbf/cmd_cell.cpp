@@ -129,8 +129,7 @@ int run_set(const Set_options& o) {
         }
     }
     if (raw && memo ? value.empty() : !check_value(t, field, args[3], truncate, value, error)) {
-        const char* name_text = qz_dbf_get_field_name(t, field);
-        const std::string name = name_text ? name_text : "?";
+        const std::string name = field_name(t, field);
         qz_dbf_close(t);
         return fail(kBadUsage, "field " + name + ", record " + std::to_string(record) + ": '" +
                                    args[3] + "' refused: " + error);

@@ -105,8 +105,7 @@ class Printer {
           flags_(qz_dbf_get_storage(t) != qz_dbf_storage_ogr),
           row_(flags_ ? qz_dbf_get_nf(t) : 0) {
         for (unsigned f : fields) {
-            const char* name = qz_dbf_get_field_name(t, f);
-            names_.push_back(name ? name : "");
+            names_.push_back(field_name(t, f));
             memo_.push_back(qz_dbf_get_field_type(t, f) == dbf_ft_memo);
         }
     }

@@ -259,8 +259,8 @@ std::vector<std::string> Editor::field_names() const {
     std::vector<std::string> names;
     const unsigned int nf = qz_dbf_get_nf(view);
     for (unsigned int f = 0; f < nf; ++f) {
-        const char* name = qz_dbf_get_field_name(view, f);
-        if (name && *name) names.emplace_back(name);
+        std::string name = field_name(view, f);
+        if (!name.empty()) names.push_back(std::move(name));
     }
     return names;
 }
@@ -287,9 +287,8 @@ bool Editor::set(const std::string& line, const std::vector<std::string>& w, std
         return false;
     const std::string given = rest_after(line, 3);
     if (!check_value(view, field, given, false, value, error)) {
-        const char* name = qz_dbf_get_field_name(view, field);
-        error += " (field " + std::string(name ? name : "?") + ", record " +
-                 std::to_string(record) + ", value '" + given + "')";
+        error += " (field " + field_name(view, field) + ", record " + std::to_string(record) +
+                 ", value '" + given + "')";
         return false;
     }
     // Character text goes in the table's encoding (--encoding, the .cpg
@@ -397,8 +396,7 @@ bool Editor::find(const std::string& line, const std::vector<std::string>& w, st
         }
     }
     // The name is read after the search, whose reads reuse its buffer.
-    const char* name_text = qz_dbf_get_field_name(view, field);
-    const std::string name = name_text ? name_text : "?";
+    const std::string name = field_name(view, field);
     if (hits.empty()) {
         std::printf("no record holds '%s' in %s\n", value.c_str(), name.c_str());
         return true;

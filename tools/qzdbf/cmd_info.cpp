@@ -4,6 +4,7 @@
 
 #include "checked_open.h"
 #include "cli.h"
+#include "record_view.h"
 #include "command.h"
 #include "qzk_file_dbf.h"
 #include "qzk_file_dbf_ext.h"
@@ -101,9 +102,10 @@ int run_info(const Read_options& o) {
     if (nf > 0) {
         std::printf("\n  %4s  %-10s  %4s  %3s  %3s\n", "#", "name", "type", "len", "dec");
         for (unsigned i = 0; i < nf; ++i) {
-            const char* name = qz_dbf_get_field_name(t, i);
+            std::string name;  // padded by the characters shown, not bytes
+            pad_to(name, field_name(t, i), 10, false);
             const char letter = field_letter(t, i);
-            std::printf("  %4u  %-10s  %4c  %3u  %3d\n", i, name ? name : "", letter,
+            std::printf("  %4u  %s  %4c  %3u  %3d\n", i, name.c_str(), letter,
                         qz_dbf_get_field_flen(t, i), qz_dbf_get_field_dlen(t, i));
         }
     }

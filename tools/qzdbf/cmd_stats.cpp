@@ -184,7 +184,7 @@ int run_stats(const Stats_options& o) {
                     json_string(o.path).c_str(), live, deleted);
         for (unsigned int f = 0; f < nf; ++f) {
             const Field_stats& s = stats[f];
-            const char* name = qz_dbf_get_field_name(t, f);
+            const std::string name = field_name(t, f);
             auto bound = [&](const std::string& text, double n) {
                 if (!s.has_range) return std::string("null");
                 const Value_class c = value_class(t, f);
@@ -200,7 +200,7 @@ int run_stats(const Stats_options& o) {
                 "%s\n  {\"name\": %s, \"type\": \"%c\", \"length\": %u, \"decimals\": %d, "
                 "\"count\": %llu, \"blank\": %llu, \"min\": %s, \"max\": %s, \"distinct\": %s, "
                 "\"distinct_capped\": %s}",
-                f ? "," : "", json_string(name ? name : "").c_str(), field_letter(t, f),
+                f ? "," : "", json_string(name).c_str(), field_letter(t, f),
                 qz_dbf_get_field_flen(t, f), qz_dbf_get_field_dlen(t, f), s.values, s.blank,
                 bound(s.min_text, s.min_num).c_str(), bound(s.max_text, s.max_num).c_str(),
                 s.capped ? "null" : std::to_string(s.distinct.size()).c_str(),
@@ -213,8 +213,7 @@ int run_stats(const Stats_options& o) {
     rows.push_back({"FIELD", "TYPE", "COUNT", "BLANK", "DISTINCT", "MIN", "MAX"});
     for (unsigned int f = 0; f < nf; ++f) {
         const Field_stats& s = stats[f];
-        const char* name = qz_dbf_get_field_name(t, f);
-        rows.push_back({name ? name : "", type_text(f), std::to_string(s.values),
+        rows.push_back({field_name(t, f), type_text(f), std::to_string(s.values),
                         std::to_string(s.blank), distinct_text(s), cell(s.min_text),
                         cell(s.max_text)});
     }

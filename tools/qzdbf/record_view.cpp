@@ -87,10 +87,7 @@ void print_records(Tqz_dbf_rw* t, const std::vector<unsigned int>& records,
         if (decode && text.rfind("<binary, ", 0) != 0) text = text_in_table_encoding(t, f, r);
         return vertical ? text : one_line(text, kMemoColumns);
     };
-    auto name = [&](unsigned int f) {
-        const char* n = qz_dbf_get_field_name(t, f);
-        return std::string(n ? n : "");
-    };
+    auto name = [&](unsigned int f) { return field_name(t, f); };
     if (vertical) {
         bool first = true;
         for (unsigned int r : records) {

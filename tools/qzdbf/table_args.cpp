@@ -3,6 +3,7 @@
 #include <string>
 
 #include "cli.h"
+#include "qzk_file_dbf_ext.h"
 
 namespace qzdbf {
 
@@ -11,7 +12,7 @@ bool resolve_field(Tqz_dbf_rw* table, const std::string& arg, unsigned int& fiel
     unsigned int nf = qz_dbf_get_nf(table);
     for (unsigned int i = 0; i < nf; ++i) {
         const char* name = qz_dbf_get_field_name(table, i);
-        if (name && arg == name) {
+        if ((name && arg == name) || arg == field_name(table, i)) {
             field = i;
             return true;
         }
@@ -35,6 +36,13 @@ bool resolve_field(Tqz_dbf_rw* table, const std::string& arg, unsigned int& fiel
     }
     error = "the table has no field named '" + arg + "'";
     return false;
+}
+
+std::string field_name(Tqz_dbf_rw* table, unsigned int field) {
+    char buffer[128];
+    if (qz_dbf_get_field_name_utf8(table, field, buffer, sizeof buffer) >= 0) return buffer;
+    const char* name = qz_dbf_get_field_name(table, field);
+    return name ? name : "";
 }
 
 bool resolve_record(Tqz_dbf_rw* table, const std::string& arg, unsigned int& record,
