@@ -5,38 +5,32 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "qzk_file_dbf.h"
-#include "qzk_file_dbf_ext.h"
-#include "test_support.h"
+#include "cli_run.h"
 
 namespace {
 
+using namespace qz_cli;
+
 const std::string kTool = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' ";
 
-// NAME C20, NOTE C12, QTY N8: Ann/Bob/Ann, quantities 1, 2, 3.
-void make_table(const std::string& path) {
-    Tqz_dbf_field f[3];
-    qz_dbf_field_init(&f[0], "NAME", dbf_ft_char, 20, 0);
-    qz_dbf_field_init(&f[1], "NOTE", dbf_ft_char, 12, 0);
-    qz_dbf_field_init(&f[2], "QTY", dbf_ft_numeric, 8, 0);
-    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 3, 3, f, false);
-    ASSERT_NE(t, nullptr);
-    const char* names[] = {"Ann", "Bob", "Ann"};
-    for (unsigned r = 0; r < 3; ++r) {
-        qz_dbf_set_str(t, 0, r, names[r]);
-        qz_dbf_set_str(t, 1, r, ("n" + std::to_string(r)).c_str());
-        qz_dbf_set_int(t, 2, r, static_cast<int>(r) + 1);
-    }
-    qz_dbf_close(t);
+// qzdbf edit of `table` reading `script` (its lines) as its input.
+Outcome edit(const std::string& table, const std::string& script, const std::string& opts = "") {
+    return qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
 }
 
-void write_text(const std::string& path, const std::string& text) {
-    qz_test::write_bytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+// NAME C20, NOTE C12, QTY N8: Ann/Bob/Ann, notes n0..n2, quantities 1, 2, 3.
+void make_table(const std::string& path) {
+    ASSERT_EQ(qzdbf("create " + quoted(path) + " NAME:C:20 NOTE:C:12 QTY:N:8 --records 3").status,
+              0);
+    const Outcome r =
+        edit(path,
+             "set NAME 0 Ann\nset NAME 1 Bob\nset NAME 2 Ann\nset NOTE 0 n0\n"
+             "set NOTE 1 n1\nset NOTE 2 n2\nset QTY 0 1\nset QTY 1 2\nset QTY 2 3\nsave\n");
+    ASSERT_EQ(r.status, 0) << r.out;
 }
 
 // find answers from the fast-find index, rebuilt after every change; show
@@ -47,23 +41,14 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
     const std::string table = dir.file("t.dbf");
     make_table(table);
     Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
-    ASSERT_NE(t, nullptr);
-    ASSERT_TRUE(qz_dbf_set_deleted(t, 2, true));
+    ASSERT_TRUE(t && qz_dbf_set_deleted(t, 2, true));
     qz_dbf_close(t);
-    const std::string script = dir.file("script.txt");
-    write_text(script,
-               "find name ann\n"
-               "set NAME 1 Ann\n"
-               "find NAME   Ann  \n"
-               "undo\n"
-               "find --vertical 2 2\n"
-               "show --fields 2,NOTE 1 2\n"
-               "show --bogus\n"
-               "show --fields NAME,NOPE\n"
-               "find NAME\n");
-    std::string out;
-    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 1);
-    EXPECT_EQ(out,
+    const Outcome r = edit(table,
+                           "find name ann\nset NAME 1 Ann\nfind NAME   Ann  \nundo\n"
+                           "find --vertical 2 2\nshow --fields 2,NOTE 1 2\nshow --bogus\n"
+                           "show --fields NAME,NOPE\nfind NAME\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out,
               "no record holds 'ann' in NAME\n"
               "3 records hold 'Ann' in NAME: 0 1 2\n"
               "  #  NAME  NOTE  QTY\n"
@@ -73,10 +58,7 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
               "* 2  Ann   n2      3\n"
               "undone\n"
               "1 record holds '2' in QTY: 1\n"
-              "record 1\n"
-              "NAME: Bob\n"
-              "NOTE: n1\n"
-              "QTY: 2\n"
+              "record 1\nNAME: Bob\nNOTE: n1\nQTY: 2\n"
               "  #  QTY  NOTE\n"
               "  -  ---  ----\n"
               "  1    2  n1\n"
@@ -85,9 +67,7 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
               "qzdbf: line 8: the table has no field named 'NOPE'\n"
               "qzdbf: line 9: find needs FIELD VALUE\n"
               "qzdbf: changes not saved are lost\n");
-    write_text(script, "find --vertical NAME Ann\n");
-    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 0);
-    EXPECT_EQ(out,
+    EXPECT_EQ(edit(table, "find --vertical NAME Ann\n").out,
               "2 records hold 'Ann' in NAME: 0 2\n"
               "record 0\nNAME: Ann\nNOTE: n0\nQTY: 1\n\n"
               "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n");
@@ -102,21 +82,20 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
     } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA, 0xE0}},
                  {"866", "", {0x86, 0xE3, 0xAA, 0xA0}},
                  {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}};
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("t.dbf");
+    make_table(dir.file("made.dbf"));
     for (const auto& c : cases) {
-        qz_test::Temp_dir dir;
-        const std::string table = dir.file("t.dbf"), script = dir.file("script.txt");
-        make_table(table);
+        SCOPED_TRACE(c.cpg + " " + c.option);
+        qz_test::write_bytes(table, qz_test::read_bytes(dir.file("made.dbf")));
         write_text(dir.file("t.cpg"), c.cpg + "\n");
         // 20 characters, 40 bytes of UTF-8: the field's 20 bytes, whole.
-        write_text(script,
-                   "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
-                   "find NAME Жукова Анна Петровна\nundo\n"
-                   "show 1 1\nredo\nsave\n");
-        std::string out;
-        EXPECT_EQ(qz_test::run(
-                      kTool + "edit " + c.option + "'" + table + "' < '" + script + "' 2>&1", &out),
-                  0);
-        EXPECT_EQ(out,
+        const Outcome r = edit(table,
+                               "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
+                               "find NAME Жукова Анна Петровна\nundo\nshow 1 1\nredo\nsave\n",
+                               c.option);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out,
                   "2 records hold 'Жукова Анна Петровна' in NAME: 0 1\n"
                   "  #  NAME                  NOTE  QTY\n"
                   "  -  --------------------  ----  ---\n"
@@ -124,21 +103,14 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
                   "  1  Жукова Анна Петровна  n1      2\n"
                   "undone\n"
                   "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n  1  Bob   n1      2\n"
-                  "redone\nsaved 3 records\n")
-            << c.cpg << " " << c.option;
+                  "redone\nsaved 3 records\n");
         const std::vector<uint8_t> b = qz_test::read_bytes(table);
         const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
-        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes)
-            << c.option;
+        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes);
     }
-    qz_test::Temp_dir dir;
-    make_table(dir.file("t.dbf"));
-    std::string out;
-    EXPECT_EQ(
-        qz_test::run(kTool + "edit --encoding NO-SUCH '" + dir.file("t.dbf") + "' </dev/null 2>&1",
-                     &out),
-        2);
-    EXPECT_NE(out.find("NO-SUCH"), std::string::npos) << out;
+    const Outcome r = edit(table, "", "--encoding NO-SUCH ");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.out.find("NO-SUCH"), std::string::npos) << r.out;
 }
 
 // A tmux server of our own, one session of a fixed size running one command.
@@ -307,10 +279,8 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     // The file holds what the same changes give when a script makes them.
     const std::string twin = dir.file("twin.dbf");
     make_table(twin);
-    const std::string script = dir.file("script.txt");
-    write_text(script, "set NAME 0 Alice\nset NAME 2 Alice\nset QTY 1 42\nsave\n");
-    std::string out;
-    ASSERT_EQ(qz_test::run(kTool + "edit '" + twin + "' < '" + script + "' 2>&1", &out), 0) << out;
+    const Outcome r = edit(twin, "set NAME 0 Alice\nset NAME 2 Alice\nset QTY 1 42\nsave\n");
+    ASSERT_EQ(r.status, 0) << r.out;
     const std::vector<uint8_t> saved = qz_test::read_bytes(table);
     EXPECT_EQ(saved, qz_test::read_bytes(twin));
     EXPECT_NE(saved, original);
