@@ -2,7 +2,6 @@
 the extension, and the library's cell getters (what memory and OGR tables
 use). Both must give the same columns for every file, odd cells included."""
 
-import math
 import struct
 
 import numpy as np
@@ -53,19 +52,6 @@ def test_corpus_images_read_as_the_getters_do():
     assert checked >= 50
 
 
-def raw_table(path, fields, records, deleted=()):
-    """A table written byte by byte: fields (name, type, length, decimals),
-    records as lists of the cells' exact bytes."""
-    rl = 1 + sum(f[2] for f in fields)
-    head = struct.pack("<BBBBIHH20x", 3, 124, 1, 1, len(records), 32 + 32 * len(fields) + 1, rl)
-    desc = b"".join(struct.pack("<11sc4xBB14x", n.encode(), t.encode(), ln, d)
-                    for n, t, ln, d in fields)
-    body = b"".join((b"*" if i in deleted else b" ") +
-                    b"".join(cell[:f[2]].ljust(f[2]) for cell, f in zip(r, fields))
-                    for i, r in enumerate(records))
-    path.write_bytes(head + desc + b"\r" + body + b"\x1a")
-
-
 ODD_NUMBERS = [b"    12", b"  -3.5", b"  1,25", b"1e3   ", b"******", b"      ", b"\0\0\0\0\0\0",
                b"  +7  ", b"   12.", b"  -0  ", b"   .5 ", b"  - 1 ", b"12 34 ", b"  nan ",
                b"0x1F  ", b"\t  12 ", b"1\x0012  "]
@@ -88,7 +74,7 @@ def test_odd_cells_read_as_the_getters_do(tmp_path, encoding):
                         ODD_LOGICALS[i % len(ODD_LOGICALS)], ODD_TEXTS[i % len(ODD_TEXTS)],
                         struct.pack("<i", (i - 20) * 100_000_007 % 2**31 - 2**30)])
     path = tmp_path / "odd.dbf"
-    raw_table(path, fields, records, deleted={3, 17, 39})
+    cc.raw_table(path, fields, records, deleted={3, 17, 39})
     assert_paths_agree(path, encoding)
     with qzdbf.open(path, "r", encoding) as t:
         assert len(t.read_columns(None, True, False)[0][2]) == n - 3
@@ -98,7 +84,7 @@ def test_truncated_file_and_header_past_the_records(tmp_path):
     fields = [("A", "N", 5, 0), ("B", "C", 4, 0)]
     records = [[b"%5d" % i, b"r%03d" % i] for i in range(50)]
     path = tmp_path / "cut.dbf"
-    raw_table(path, fields, records)
+    cc.raw_table(path, fields, records)
     data = path.read_bytes()
     # The last record cut in half: the file holds 49 whole records.
     path.write_bytes(data[:-1 - 5])
