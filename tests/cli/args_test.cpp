@@ -2,8 +2,6 @@
 // that name the wrong argument with exit status 2.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,38 +20,21 @@ std::string table(const qz_test::Temp_dir& dir) {
     return "'" + path + "'";
 }
 
-// The commands `qzdbf --help` lists.
-std::vector<std::string> listed_commands(const std::string& help) {
-    std::vector<std::string> out;
-    std::istringstream in(help.substr(help.find("Subcommands:")));
-    std::string line;
-    std::getline(in, line);
-    while (std::getline(in, line) && !line.empty()) {
-        std::istringstream words(line);
-        std::string word;
-        words >> word;
-        out.push_back(word);
-    }
-    return out;
-}
-
+// Each command a person needs is listed and has its own help; the exit
+// statuses are told; the version is the library's.
 TEST(CliArgs, EveryCommandHasHelpWithItsOptions) {
     const Outcome top = qzdbf("--help");
     ASSERT_EQ(top.status, 0) << top.out;
     EXPECT_NE(top.out.find("Exit status: 0 done; 1 findings"), std::string::npos) << top.out;
     EXPECT_NE(top.out.find("3 an I/O"), std::string::npos);
-    // Every command listed has its own help; the commands a person needs are listed.
-    const std::vector<std::string> commands = listed_commands(top.out);
-    for (const char* command : {"create", "info", "dump", "get", "set", "append", "edit", "alter",
-                                "pack", "delete", "names", "watch", "check"})
-        EXPECT_NE(std::find(commands.begin(), commands.end(), command), commands.end()) << command;
-    for (const std::string& command : commands) {
+    for (const std::string command : {"create", "info", "dump", "get", "set", "append", "edit",
+                                      "alter", "pack", "delete", "names", "watch", "check"}) {
+        EXPECT_NE(top.out.find("\n  " + command + " "), std::string::npos) << command;
         const Outcome r = qzdbf(command + " --help");
         EXPECT_EQ(r.status, 0) << command << ": " << r.out;
         EXPECT_NE(r.out.find("Usage: qzdbf " + command), std::string::npos) << r.out;
         EXPECT_NE(r.out.find("Exit status"), std::string::npos) << command;
     }
-    // An option is named in its command's help; the version is the library's.
     EXPECT_NE(qzdbf("dump --help").out.find("--skip-deleted"), std::string::npos);
     for (const char* flag : {"--version", "-V"})
         EXPECT_EQ(qzdbf(flag).out, std::string("qzdbf ") + qz_dbf_version() + "\n");

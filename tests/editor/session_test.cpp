@@ -113,14 +113,13 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
     EXPECT_NE(r.out.find("NO-SUCH"), std::string::npos) << r.out;
 }
 
-// A tmux server of our own, one session of a fixed size running one command.
+// A tmux server of our own (its socket a file in `folder`), one session of
+// a fixed size running one command. The pane stays after the program ends,
+// so its last screen can be read; the shell writes the exit status there.
 class Tmux {
   public:
-    // The server's socket is a file in `folder`, which goes with it.
     Tmux(const std::string& folder, const std::string& command)
         : socket(folder + "/tmux" + std::to_string(++sessions)) {
-        // The pane stays after the program ends, so its last screen can be
-        // read; the shell writes the exit status there.
         ok = tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
                   quoted(command + "; echo \"[exit status $?]\"") +
                   " \\; set-option -t s remain-on-exit on") == 0;
@@ -132,42 +131,42 @@ class Tmux {
     void type(const std::string& text) { tmux("send-keys -t s -l -- " + quoted(text)); }
     // Named keys: Enter, Left, Up, Tab, BSpace, C-d...
     void keys(const std::string& names) { tmux("send-keys -t s " + names); }
-    // The visible screen, its blank lines at the end left out.
-    std::string screen() {
-        std::string out;
-        tmux("capture-pane -p -t s", &out);
-        while (out.size() >= 2 && out[out.size() - 1] == '\n' && out[out.size() - 2] == '\n')
-            out.pop_back();
-        return out;
-    }
     // Enter, then waits until the program reads again: its screen ends with
     // a prompt ("...> "), the question ("[y/n/c]") or the exit status. Keys
     // typed earlier would be echoed by the terminal, not the line editor.
     void enter() {
         keys("Enter");
-        for (int k = 0; k < 200; ++k) {
-            std::string s = screen();
-            if (s.find("[exit status") != std::string::npos) return;
+        poll("a prompt", [](std::string s) {
             s.erase(s.find_last_not_of(" \n") + 1);
-            const std::string last = s.substr(s.rfind('\n') + 1);
-            if (!last.empty() && (last.back() == '>' || last.back() == ']')) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ADD_FAILURE() << "no prompt after Enter:\n" << screen();
+            return !s.empty() && (s.find("[exit status") != std::string::npos || s.back() == '>' ||
+                                  s.back() == ']');
+        });
+    }
+    // A line typed and entered.
+    void line(const std::string& text) {
+        type(text);
+        enter();
     }
     // Waits until the screen shows `text` (20 s at most); the last screen.
     std::string wait_for(const std::string& text) {
-        std::string s;
-        for (int k = 0; k < 200; ++k) {
-            s = screen();
-            if (s.find(text) != std::string::npos) return s;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        ADD_FAILURE() << "the screen never showed '" << text << "':\n" << s;
-        return s;
+        return poll(text, [&](const std::string& s) { return s.find(text) != std::string::npos; });
     }
 
   private:
+    template <class Seen>
+    std::string poll(const std::string& what, Seen seen) {
+        std::string s;
+        for (int k = 0; k < 200; ++k) {
+            s.clear();
+            tmux("capture-pane -p -t s", &s);
+            while (s.size() >= 2 && s[s.size() - 1] == '\n' && s[s.size() - 2] == '\n')
+                s.pop_back();
+            if (seen(s)) return s;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        ADD_FAILURE() << "the screen never showed " << what << ":\n" << s;
+        return s;
+    }
     static std::string quoted(const std::string& text) {
         std::string out = "'";
         for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -184,13 +183,8 @@ class Tmux {
     bool ok = false;
 };
 
-bool have_tmux() {
-    std::string out;
-    return qz_test::run("tmux -V 2>/dev/null", &out) == 0 && out.rfind("tmux", 0) == 0;
-}
-
 TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
-    if (!have_tmux()) GTEST_SKIP() << "tmux is not installed";
+    if (qz_test::run("tmux -V >/dev/null 2>&1") != 0) GTEST_SKIP() << "tmux is not installed";
     qz_test::Temp_dir dir;
     const std::string table = dir.file("people.dbf");
     make_table(table);
@@ -210,8 +204,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type("i");
         tmux.wait_for("people.dbf> set NAME 0 Alice");
         tmux.enter();
-        tmux.type("show");
-        tmux.enter();
+        tmux.line("show");
         std::string s = tmux.wait_for("  2  Ann");
         EXPECT_NE(s.find("  0  Alice"), std::string::npos) << s;
         EXPECT_NE(s.find("people.dbf*> show"), std::string::npos) << s;
@@ -221,17 +214,14 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.wait_for("people.dbf*> set NAME 0 Alice");
         tmux.keys("Left Left Left Left Left Left BSpace");
         tmux.type("2");
-        s = tmux.wait_for("people.dbf*> set NAME 2 Alice");
-
+        tmux.wait_for("people.dbf*> set NAME 2 Alice");
         tmux.enter();
 
         // Tab completes a field name typed in another case.
         tmux.type("set qt");
         tmux.keys("Tab");
         tmux.wait_for("people.dbf*> set QTY");
-        tmux.type("1 42");
-        tmux.wait_for("people.dbf*> set QTY 1 42");
-        tmux.enter();
+        tmux.line("1 42");
         // Two fields begin with N: Tab lists them; one more letter decides.
         tmux.type("find N");
         tmux.keys("Tab");
@@ -239,10 +229,8 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type("a");
         tmux.keys("Tab");
         tmux.wait_for("people.dbf*> find NAME");
-        tmux.type("Alice");
-        tmux.wait_for("people.dbf*> find NAME Alice");
-        tmux.enter();
-        s = tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
+        tmux.line("Alice");
+        tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
 
         // Commands, options and the names of a --fields list.
         tmux.type("sh");
@@ -259,16 +247,12 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         EXPECT_NE(s.find("record 1\nNAME: Bob\nQTY: 42\n"), std::string::npos) << s;
 
         // quit asks; c goes on editing, y saves and ends.
-        tmux.type("quit");
-        tmux.enter();
+        tmux.line("quit");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
-        tmux.type("c");
-        tmux.enter();
+        tmux.line("c");
         tmux.wait_for("not quitting; save writes the table\npeople.dbf*>");
-        tmux.type("quit");
-        tmux.enter();
-        tmux.type("y");
-        tmux.enter();
+        tmux.line("quit");
+        tmux.line("y");
         s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("saved 3 records"), std::string::npos) << s;
         EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
@@ -286,8 +270,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     EXPECT_NE(saved, original);
 
     // The history went to its file, in the order typed.
-    const std::vector<uint8_t> h = qz_test::read_bytes(history);
-    const std::string htext(h.begin(), h.end());
+    const std::string htext = read_text(history);
     const size_t first = htext.find("set\\040NAME\\0400\\040Alice");
     const size_t later = htext.find("set\\040NAME\\0402\\040Alice");
     EXPECT_NE(first, std::string::npos) << htext;
@@ -304,13 +287,11 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.keys("Up");
         tmux.wait_for("people.dbf> quit");
         tmux.keys("BSpace BSpace BSpace BSpace");
-        tmux.type("add");
-        tmux.enter();
+        tmux.line("add");
         tmux.wait_for("added record 3\npeople.dbf*>");
         tmux.keys("C-d");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
-        tmux.type("n");
-        tmux.enter();
+        tmux.line("n");
         std::string s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("qzdbf: changes not saved are lost\n[exit status 0]"), std::string::npos)
             << s;
