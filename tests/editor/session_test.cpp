@@ -43,25 +43,24 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
     Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
     ASSERT_TRUE(t && qz_dbf_set_deleted(t, 2, true));
     qz_dbf_close(t);
-    const Outcome r = edit(table,
-                           "find name ann\nset NAME 1 Ann\nfind NAME   Ann  \nundo\n"
-                           "find --vertical 2 2\nshow --fields 2,NOTE 1 2\nshow --bogus\n"
-                           "show --fields NAME,NOPE\nfind NAME\n");
+    const Outcome r =
+        edit(table,
+             "find name ann\nset NAME 1 Ann\nfind NAME   Ann  \nundo\nfind --vertical NAME Ann\n"
+             "find --vertical 2 2\nshow --fields 2,NOTE 1 2\nshow --bogus\n"
+             "show --fields NAME,NOPE\nfind NAME\n");
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out,
               "no record holds 'ann' in NAME\n3 records hold 'Ann' in NAME: 0 1 2\n"
               "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n"
               "  0  Ann   n0      1\n  1  Ann   n1      2\n* 2  Ann   n2      3\n"
-              "undone\n1 record holds '2' in QTY: 1\nrecord 1\nNAME: Bob\nNOTE: n1\nQTY: 2\n"
+              "undone\n2 records hold 'Ann' in NAME: 0 2\nrecord 0\nNAME: Ann\nNOTE: n0\nQTY: 1\n\n"
+              "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n1 record holds '2' in QTY: "
+              "1\nrecord 1\nNAME: Bob\nNOTE: n1\nQTY: 2\n"
               "  #  QTY  NOTE\n  -  ---  ----\n  1    2  n1\n* 2    3  n2\n"
-              "qzdbf: line 7: show knows --vertical and --fields, not '--bogus'\n"
-              "qzdbf: line 8: the table has no field named 'NOPE'\n"
-              "qzdbf: line 9: find needs FIELD VALUE\n"
+              "qzdbf: line 8: show knows --vertical and --fields, not '--bogus'\n"
+              "qzdbf: line 9: the table has no field named 'NOPE'\n"
+              "qzdbf: line 10: find needs FIELD VALUE\n"
               "qzdbf: changes not saved are lost\n");
-    EXPECT_EQ(edit(table, "find --vertical NAME Ann\n").out,
-              "2 records hold 'Ann' in NAME: 0 2\n"
-              "record 0\nNAME: Ann\nNOTE: n0\nQTY: 1\n\n"
-              "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n");
 }
 
 // Character text goes in the table's encoding (--encoding, else the .cpg
