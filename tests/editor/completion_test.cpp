@@ -25,15 +25,12 @@ TEST(EditCompletion, CommandsFieldsAndOptionsWhereEachIsTaken) {
         {"zz", 0, {}, true},
         // Field names in any letter case, after set and find only.
         {"set ", 4, kFields, true},
-        {"set n", 4, {"NAME", "NOTE"}, true},
         {"set\tqT", 4, {"QTY", "Qty2"}, true},
         {"find na", 5, {"NAME"}, true},
         {"set NAME ", 9, {}, true},
         {"del n", 4, {}, true},
         // show: its options, and the names of a --fields list one by one.
-        {"show --v", 5, {"--vertical"}, true},
         {"show 3 --fields no", 16, {"NOTE"}, false},
-        {"show --fields NAME,q", 19, {"QTY", "Qty2"}, false},
         {"show --fields NAME,", 19, kFields, false},
         {"show --vertical n", 16, {}, true},
         // alter: options, and the existing field of each change.

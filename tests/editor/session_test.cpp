@@ -70,7 +70,6 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
         std::string cpg, option;
         std::vector<uint8_t> bytes;  // the value's first and last letters, "Жук" and "а"
     } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA, 0xE0}},
-                 {"866", "", {0x86, 0xE3, 0xAA, 0xA0}},
                  {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}};
     qz_test::Temp_dir dir;
     const std::string table = dir.file("t.dbf");

@@ -102,8 +102,6 @@ TEST_F(Impexp, BadInputStopsWithTheLineAndLeavesNothing) {
         {"too many cells", "a,b\n1,2,3\n", "", "line 2: 3 cells"},
         {"value too long for a given field", "a\nabc\nabcdef\n", "--fields A:C:4",
          "line 3, column 1 (a): 'abcdef': 6 bytes do not fit in 4"},
-        {"too many decimals", "a\n1.5\n1.25\n", "--fields A:N:5:1", "line 3"},
-        {"not a date", "d\n2024-02-30\n", "--fields D:D:8", "line 2"},
         {"text longer than 254 bytes", "t\nx\n" + std::string(255, 'y') + "\n", "",
          "line 3, column 1 (t): 255 bytes"},
         {"not UTF-8", "t\nok\n\xFF\xFE\n", "", "line 3, column 1 (t): the text is not UTF-8"},
