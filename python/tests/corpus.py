@@ -1,5 +1,5 @@
-"""The sample tables of other software (read in place, never written), and
-tables written byte by byte."""
+# The sample tables of other software (read in place, never written), and
+# tables written byte by byte.
 
 import os
 import pathlib
@@ -15,9 +15,9 @@ def corpus_tables():
 
 
 def raw_table(path, fields, records, deleted=(), vfp=False):
-    """fields (name, type, length, decimals[, flags]); records as lists of the
-    cells' exact bytes. vfp: a Visual FoxPro table (field offsets and flags,
-    the 263-byte backlink)."""
+    # fields (name, type, length, decimals[, flags]); records as lists of the
+    # cells' exact bytes. vfp: a Visual FoxPro table (field offsets and flags,
+    # the 263-byte backlink).
     fields = [tuple(f) + (0,) * (5 - len(f)) for f in fields]
     extra = 263 if vfp else 0
     head = struct.pack("<BBBBIHH20x", 0x30 if vfp else 3, 124, 1, 1, len(records),

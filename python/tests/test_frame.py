@@ -1,6 +1,6 @@
-"""read_dataframe / write_dataframe: round trips of every supported dtype
-(read back here and by dbfread), what cannot be stored, and memory over
-many cycles."""
+# read_dataframe / write_dataframe: round trips of every supported dtype
+# (read back here and by dbfread), what cannot be stored, and memory over
+# many cycles.
 
 import datetime
 

@@ -1,6 +1,6 @@
-"""The two ways read_dataframe reads a table file: record images parsed in
-the extension, and the library's cell getters (what memory and OGR tables
-use). Both must give the same columns for every file, odd cells included."""
+# The two ways read_dataframe reads a table file: record images parsed in
+# the extension, and the library's cell getters (what memory and OGR tables
+# use). Both must give the same columns for every file, odd cells included.
 
 import struct
 

@@ -1,5 +1,5 @@
-"""Memory tables with undo and redo, restructuring (of a file and of a
-memory table) and the field-name repairs, through the package."""
+# Memory tables with undo and redo, restructuring (of a file and of a
+# memory table) and the field-name repairs, through the package.
 
 import datetime
 

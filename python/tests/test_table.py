@@ -1,5 +1,5 @@
-"""Tables through qzdbf.open / qzdbf.create: cells by type, writes on disk,
-deletion flags and pack, locks and errors."""
+# Tables through qzdbf.open / qzdbf.create: cells by type, writes on disk,
+# deletion flags and pack, locks and errors.
 
 import datetime
 import os

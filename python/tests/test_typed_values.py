@@ -1,6 +1,6 @@
-"""Typed values: t[i, name] and the frame's columns by field type, compared
-with dbfread on the sample tables that hold datetime and currency fields,
-Decimal on request, and the null flags of Visual FoxPro tables."""
+# Typed values: t[i, name] and the frame's columns by field type, compared
+# with dbfread on the sample tables that hold datetime and currency fields,
+# Decimal on request, and the null flags of Visual FoxPro tables.
 
 import datetime
 import decimal
