@@ -123,13 +123,6 @@ TEST(CliEncoding, Dbase7LongNamesReachTheExport) {
     ASSERT_EQ(qzdbf("export --quiet " + quoted(table) + " " + quoted(csv)).status, 0);
     const std::string text = read_text(csv);
     EXPECT_EQ(text.rfind("Item ID,Supplier ID,Description,", 0), 0u) << text.substr(0, 80);
-    Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), true, false);
-    ASSERT_NE(t, nullptr);
-    std::string header;
-    for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f)
-        header += (f ? "," : "") + std::string(qz_dbf_get_field_long_name(t, f));
-    qz_dbf_close(t);
-    EXPECT_EQ(text.substr(0, text.find('\n')), header);
 }
 
 }  // namespace
