@@ -11,12 +11,6 @@ namespace {
 
 using namespace qz_cli;
 
-std::string table(const qz_test::Temp_dir& dir) {
-    const std::string t = quoted(dir.file("t.dbf"));
-    EXPECT_EQ(qzdbf("create " + t + " NAME:C:10 AGE:N:3 --records 2").status, 0);
-    return t;
-}
-
 // Each command a person needs is listed and has its own help; the exit
 // statuses are told; the version is the library's.
 TEST(CliArgs, EveryCommandHasHelpWithItsOptions) {
@@ -39,7 +33,8 @@ TEST(CliArgs, EveryCommandHasHelpWithItsOptions) {
 
 TEST(CliArgs, WrongArgumentsAreNamedWithStatus2) {
     qz_test::Temp_dir dir;
-    const std::string t = table(dir);
+    const std::string t = quoted(dir.file("t.dbf"));
+    ASSERT_EQ(qzdbf("create " + t + " NAME:C:10 AGE:N:3 --records 2").status, 0);
     // The command line and what the message must name.
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"", "Usage: qzdbf"},
