@@ -11,13 +11,11 @@ namespace {
 
 using namespace qz_cli;
 
-// Each command a person needs is listed and has its own help; the exit
-// statuses are told; the version is the library's.
+// Each command a person needs is listed and has its own help, which tells
+// the exit statuses; the version is the library's.
 TEST(CliArgs, EveryCommandHasHelpWithItsOptions) {
     const Outcome top = qzdbf("--help");
     ASSERT_EQ(top.status, 0) << top.out;
-    EXPECT_NE(top.out.find("Exit status: 0 done; 1 findings"), std::string::npos) << top.out;
-    EXPECT_NE(top.out.find("3 an I/O"), std::string::npos);
     for (const std::string command : {"create", "info", "dump", "get", "set", "append", "edit",
                                       "alter", "pack", "delete", "names", "watch", "check"}) {
         EXPECT_NE(top.out.find("\n  " + command + " "), std::string::npos) << command;

@@ -215,7 +215,6 @@ TEST_F(Big, OutputStreamsAndAClosedPipeEndsQuietly) {
         {"dump PATH", "       #        ID  NAME"},
         {"dump --csv PATH", "ID,NAME,DAY,deleted"},
         {"dump --json PATH", "{\"ID\": 0, \"NAME\": \"name 0\", \"DAY\": \"1990-01-01\"}"},
-        {"dump --vertical PATH", "ID: 0"},
         {"get PATH NAME --where 'ID>=0'", "name 0"},
     };
     // What starting the tool costs (its libraries, the sanitizers) is not
