@@ -2,9 +2,6 @@
 // that name the wrong argument with exit status 2.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "cli_run.h"
 
 namespace {

@@ -5,12 +5,8 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #ifdef QZ_HAVE_JSON
 #include <nlohmann/json.hpp>
@@ -176,11 +172,9 @@ class Big : public ::testing::Test {
         dir = nullptr;
     }
     static constexpr unsigned kRecords = 1000000;
-    static qz_test::Temp_dir* dir;
-    static std::string path;
+    static inline qz_test::Temp_dir* dir = nullptr;
+    static inline std::string path;
 };
-qz_test::Temp_dir* Big::dir = nullptr;
-std::string Big::path;
 
 // The processor time `dump | head -3` may take beyond what starting the
 // tool takes (processor time, not wall time: the machine may be busy).

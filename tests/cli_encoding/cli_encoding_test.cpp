@@ -3,9 +3,6 @@
 // .cpg file's, else the language driver's; info says which and from where.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "cli_run.h"
 
 namespace {

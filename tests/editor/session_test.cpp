@@ -22,14 +22,12 @@ Outcome edit(const std::string& table, const std::string& script, const std::str
     return qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
 }
 
-// NAME C20, NOTE C12, QTY N8: Ann/Bob/Ann, notes n0..n2, quantities 1, 2, 3.
+// NAME C20, NOTE C12, QTY N8 in CP1251: Ann/Bob/Ann, notes n0..n2, quantities 1, 2, 3.
 void make_table(const std::string& path) {
-    ASSERT_EQ(qzdbf("create " + quoted(path) + " NAME:C:20 NOTE:C:12 QTY:N:8 --records 3").status,
-              0);
+    write_text(path + ".csv", "NAME,NOTE,QTY\nAnn,n0,1\nBob,n1,2\nAnn,n2,3\n");
     const Outcome r =
-        edit(path,
-             "set NAME 0 Ann\nset NAME 1 Bob\nset NAME 2 Ann\nset NOTE 0 n0\n"
-             "set NOTE 1 n1\nset NOTE 2 n2\nset QTY 0 1\nset QTY 1 2\nset QTY 2 3\nsave\n");
+        qzdbf("import --quiet --encoding CP1251 --fields NAME:C:20,NOTE:C:12,QTY:N:8 " +
+              quoted(path + ".csv") + " " + quoted(path));
     ASSERT_EQ(r.status, 0) << r.out;
 }
 

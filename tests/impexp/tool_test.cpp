@@ -7,11 +7,8 @@
 #include <gdal.h>
 #include <ogr_api.h>
 
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "cli_run.h"
 
