@@ -283,7 +283,8 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, uns
  * it as qz_dbf_set_str takes system text. False, with
  * the last error and the cell unchanged, when there is no such cell, the
  * text is not UTF-8, holds a NUL or a character the encoding lacks, or is
- * longer than the field in that encoding (it is never cut). */
+ * longer than the field's width (qz_dbf_get_field_width) in that encoding
+ * (it is never cut). */
 QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* handle, unsigned int field, unsigned int record,
                                      const char* text, size_t length);
 
@@ -384,8 +385,11 @@ QZ_DBF_API unsigned int qz_dbf_get_field_offset(Tqz_dbf_rw* handle, unsigned int
  * fields longer than 255 bytes (FoxPro and Clipper keep the length's high
  * byte in the decimals byte), taken as such when the header's record length
  * agrees. qz_dbf_get_field_flen keeps answering the length byte alone; the
- * offsets above and the typed reads follow these widths. 0 without such a
- * field; for memory tables too. */
+ * offsets above, the typed reads and writes (qz_dbf_get_value,
+ * qz_dbf_set_value and the record and column reads) and the UTF-8 cells
+ * (qz_dbf_get_cell_utf8, qz_dbf_set_cell_utf8) follow these widths, the
+ * classic cell calls the length bytes. 0 without such a field; for memory
+ * tables too. */
 QZ_DBF_API unsigned int qz_dbf_get_field_width(Tqz_dbf_rw* handle, unsigned int field);
 /* Copies the images of the records `first`, `first` + 1, ... one after
  * another into `buffer` of `size` bytes: at most `count` records, as many

@@ -430,6 +430,17 @@ void set_cell(Tqz_dbf_rw* table, const field_info& field, unsigned index, unsign
             if (std::memchr(utf8, '\0', static_cast<size_t>(size)) != nullptr) {
                 bad_value(field, "the text holds a NUL character");
             }
+            if (field.type == 'C') {
+                // Character text goes where the reads find it, also past a
+                // field over 255 bytes, in the handle's encoding.
+                Tqz_dbf_value v;
+                std::memset(&v, 0, sizeof v);
+                v.kind = QZ_DBF_VALUE_TEXT;
+                v.text = utf8;
+                v.length = static_cast<size_t>(size);
+                store(table, field, index, record, v);
+                return;
+            }
             set_text(table, field, index, record, std::string(utf8, static_cast<size_t>(size)));
             return;
         }

@@ -8,6 +8,7 @@
 #include "api/table_rw.h"
 #include "dbf/basic_table.h"
 #include "dbf/disk_table.h"
+#include "dbf/field_widths.h"
 #include "encoding/encodings.h"
 #include "encoding/table_encoding.h"
 #include "errors/last_error.h"
@@ -200,10 +201,17 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
             const std::string& from = handle_encoding(h).name;
             const char letter = basic->get_field_letter(field);
             if (letter == 'C') {
-                const char* raw =
-                    basic->get_string(static_cast<int>(field), static_cast<int>(record));
-                const size_t n = raw ? std::strlen(raw) : 0;
-                text = to_utf8(trim_right(raw ? raw : "", n), from);
+                // The cell by its whole width (a field over 255 bytes, and
+                // the fields after it, lie past where the length bytes say),
+                // up to its first NUL.
+                std::string raw;
+                if (!basic->get_cell_bytes(field, record, raw)) {
+                    const char* s =
+                        basic->get_string(static_cast<int>(field), static_cast<int>(record));
+                    raw = s ? s : "";
+                }
+                raw.resize(std::strlen(raw.c_str()));
+                text = to_utf8(trim_right(raw.data(), raw.size()), from);
             } else if (letter == 'M') {
                 bool ok = false;
                 unsigned int len = 0, type = 0;
@@ -261,15 +269,25 @@ QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
         std::string raw;
         if (own_bytes && basic->get_field_letter(field) == 'C') {
             if (!encode(handle_encoding(h).name, raw)) return false;
-            if (raw.size() > basic->get_field_flen(field)) {
-                qz::errors::set(qz::errors::value,
-                                "the text takes " + std::to_string(raw.size()) +
-                                    " bytes, the field holds " +
-                                    std::to_string(basic->get_field_flen(field)));
+            unsigned int offset = 0, width = 0;
+            qz::dbf::field_span(*basic, field, offset, width);
+            if (raw.size() > width) {
+                qz::errors::set(qz::errors::value, "the text takes " + std::to_string(raw.size()) +
+                                                       " bytes, the field holds " +
+                                                       std::to_string(width));
                 return false;
             }
-            basic->set_string(static_cast<int>(field), static_cast<int>(record), raw.c_str());
-            return true;
+            if (width == basic->get_field_flen(field) &&
+                offset == basic->get_descriptors()[field].offset()) {
+                basic->set_string(static_cast<int>(field), static_cast<int>(record), raw.c_str());
+                return true;
+            }
+            // A field over 255 bytes, or one after it: where the reads find
+            // it, padded with spaces.
+            raw.resize(width, ' ');
+            if (basic->set_cell_bytes(field, record, raw.data(), raw.size())) return true;
+            qz::api::cell_failed(h, t, field, record, "the cell could not be written");
+            return false;
         }
         // Other fields (numbers, dates, logicals) and other storages take the
         // classic text.

@@ -9,6 +9,7 @@
 #include "api/table_rw.h"
 #include "api/value_read.h"
 #include "dbf/basic_table.h"
+#include "dbf/field_widths.h"
 #include "dbf/null_flags.h"
 #include "dbf/typed_cell.h"
 #include "errors/last_error.h"
@@ -29,6 +30,13 @@ class cell_writer {
         layout.type = table.get_field_letter(field);
         layout.length = table.get_field_flen(field);
         layout.decimals = static_cast<signed char>(table.get_field_dlen(field));
+        // A character field over 255 bytes keeps its length's high byte in
+        // the decimals byte: its whole width, no decimals.
+        unsigned int offset = 0, width = 0;
+        if (qz::dbf::field_span(table, field, offset, width) && width != layout.length) {
+            layout.length = width;
+            layout.decimals = 0;
+        }
         const uint8_t version = table.get_header()[0];
         layout.visual_foxpro = version == 0x30 || version == 0x31 || version == 0x32;
         layout.dbase7 = qz::dbf::is_dbase7_version(version);

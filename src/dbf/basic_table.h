@@ -157,9 +157,15 @@ class Tqz_dbf_basic : public Tqz_dbf_ibasic {
     // it or cannot write.
     virtual bool set_deleted(unsigned int, bool) { return false; }
     // Writes `n` bytes as they are at the start of a cell (at most the
-    // field's length of them); false when the storage does not hold the cell
-    // or cannot write.
+    // field's width of them); false when the storage does not hold the cell
+    // or cannot write. The cell lies where qz::dbf::field_span says: a
+    // character field over 255 bytes (its length's high byte in the
+    // decimals byte) takes its whole width and moves the fields after it,
+    // where the classic cell operations go by the length bytes alone.
     virtual bool set_cell_bytes(unsigned int, unsigned int, const void*, size_t) { return false; }
+    // The bytes of a cell there, its whole width; false when the storage
+    // does not hold the cell.
+    virtual bool get_cell_bytes(unsigned int, unsigned int, std::string&) { return false; }
 
     // Whether the storage holds `record`: below the record count, and for a
     // file, within the file.

@@ -8,6 +8,7 @@
 
 #include "code_page_text.h"
 #include "dbf/dbase7_descriptors.h"
+#include "dbf/field_widths.h"
 #include "errors/last_error.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
@@ -460,6 +461,23 @@ bool Tqz_dbf_disk::set_cell_bytes(unsigned int field, unsigned int record, const
     auto bracket = update_bracket();
     uint64_t pos;
     unsigned flen;
-    if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen)) return false;
-    return window.write(pos, bytes, std::min<size_t>(n, flen));
+    unsigned offset, width;
+    if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen) ||
+        !qz::dbf::field_span(*this, field, offset, width))
+        return false;
+    pos = record_position(record) + offset;
+    return window.write(pos, bytes, std::min<size_t>(n, width));
+}
+
+bool Tqz_dbf_disk::get_cell_bytes(unsigned int field, unsigned int record, std::string& out) {
+    out.clear();
+    uint64_t pos;
+    unsigned flen;
+    unsigned offset, width;
+    if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen) ||
+        !qz::dbf::field_span(*this, field, offset, width))
+        return false;
+    out.assign(width, '\0');
+    if (can_read && width > 0) window.read(record_position(record) + offset, &out[0], width);
+    return true;
 }

@@ -110,6 +110,7 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     bool set_deleted(unsigned int record, bool deleted) override;
     bool set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
                         size_t n) override;
+    bool get_cell_bytes(unsigned int field, unsigned int record, std::string& out) override;
 
     // Records below the header's count that the file holds completely.
     bool has_record(unsigned int record) override;

@@ -34,4 +34,26 @@ field_widths widths_of(Tqz_dbf_basic& b) {
     return out;
 }
 
+bool field_span(Tqz_dbf_basic& b, unsigned int field, unsigned int& offset, unsigned int& width) {
+    const unsigned int nf = b.get_nf();
+    if (field >= nf) return false;
+    const uint8_t version = b.get_header()[0];
+    bool maybe_wide = false;
+    if (version != 0x30 && version != 0x31 && version != 0x32)
+        for (unsigned int f = 0; f < nf && !maybe_wide; ++f)
+            maybe_wide = b.get_field_letter(f) == 'C' && b.get_field_dlen(f) != 0;
+    if (maybe_wide) {
+        const field_widths w = widths_of(b);
+        if (w.wide) {
+            offset = 1 + w.offset[field];
+            width = w.width[field];
+            return true;
+        }
+    }
+    // The descriptors' offsets, as the classic cell operations take them.
+    offset = b.get_descriptors()[field].offset();
+    width = b.get_field_flen(field);
+    return true;
+}
+
 }  // namespace qz::dbf

@@ -21,4 +21,12 @@ struct field_widths {
 
 field_widths widths_of(Tqz_dbf_basic& table);
 
+// Where the bytes of `field` lie in a record by the widths above: `offset`
+// counted from the record's deletion flag (the first field at 1) and
+// `width`. The cells written through set_cell_bytes and read through
+// get_cell_bytes lie there, where the typed reads find them. False when
+// there is no such field.
+bool field_span(Tqz_dbf_basic& table, unsigned int field, unsigned int& offset,
+                unsigned int& width);
+
 }  // namespace qz::dbf

@@ -1,7 +1,5 @@
 #include "memory/memory_core.h"
 
-#include "dbf/dbase7_descriptors.h"
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -11,6 +9,7 @@
 
 #include "code_page_text.h"
 #include "dbf/dbase7_descriptors.h"
+#include "dbf/field_widths.h"
 #include "memory/records.h"
 #include "notify/dbf_notifier.h"
 #include "support/filesystem.h"
@@ -19,6 +18,14 @@
 using namespace qz::dbf;
 
 namespace {
+
+// Visual FoxPro headers end with the 263-byte back link to the database
+// container after the descriptors' terminator.
+constexpr size_t backlink_size = 263;
+
+bool has_backlink(uint8_t version) {
+    return version == 0x30 || version == 0x31 || version == 0x32;
+}
 
 void put_today(uint8_t* header) {
     std::time_t now = std::time(nullptr);
@@ -100,6 +107,7 @@ bool Tqz_dbf_memory_core::init() {
 bool Tqz_dbf_memory_core::create_new(unsigned int n_fields, unsigned int n_records,
                                      Tqz_dbf_field* fields, bool /*flag*/) {
     records->clear();
+    header_tail.clear();
     if (!lay_out_new(n_fields, n_records, fields)) {
         // Nothing usable: an empty table without fields.
         free_descriptors();
@@ -176,6 +184,17 @@ bool Tqz_dbf_memory_core::read_file(FILE* file) {
         }
     }
     std::clearerr(file);
+    // What the header holds after the terminator (a Visual FoxPro back link,
+    // or padding): kept for the save.
+    header_tail.clear();
+    const uint64_t tail_at = header_size + descriptor_size * found.size() + 1;
+    const uint64_t tail_end = std::min<uint64_t>(header_length, file_size);
+    if (!is_dbase7_version(header[hdr_version]) && tail_end > tail_at &&
+        fseeko(file, static_cast<off_t>(tail_at), SEEK_SET) == 0) {
+        header_tail.resize(static_cast<size_t>(tail_end - tail_at));
+        header_tail.resize(std::fread(header_tail.data(), 1, header_tail.size(), file));
+    }
+    std::clearerr(file);
     if (!set_nf(static_cast<int>(found.size()))) return false;
     uint32_t offset = 1;
     for (size_t k = 0; k < found.size(); ++k) {
@@ -231,12 +250,23 @@ bool Tqz_dbf_memory_core::save(const wchar_t* path_w) {
     // The new table goes to a sibling and is renamed over the file: a
     // process killed at any moment leaves the old table or the new one,
     // whole, never an empty or cut one.
-    bool ok = qz::filesystem::replace_with(path, [this](int fd) {
+    // The header as written: its length (bytes 8-9) says where the records
+    // start, so it counts the bytes kept after the terminator, and a Visual
+    // FoxPro table's back link (zeros when none was read).
+    std::vector<uint8_t> tail = header_tail;
+    if (has_backlink(header[hdr_version]) && tail.size() < backlink_size)
+        tail.resize(backlink_size, 0);
+    const size_t head_length =
+        header_size + descriptor_size * static_cast<size_t>(nf) + 1 + tail.size();
+    if (head_length > 0xFFFF) return false;  // more than a header length can say
+    put_u16(header + hdr_header_length, static_cast<uint16_t>(head_length));
+    bool ok = qz::filesystem::replace_with(path, [this, &tail](int fd) {
         put_today(header);
         std::vector<uint8_t> head(header, header + header_size);
         for (int32_t k = 0; k < nf; ++k)
             head.insert(head.end(), descriptors[k].bytes, descriptors[k].bytes + descriptor_size);
         head.push_back(descriptor_terminator);
+        head.insert(head.end(), tail.begin(), tail.end());
         if (!qz::filesystem::write_all(fd, head.data(), head.size())) return false;
         const unsigned int count = records->get_size();
         const size_t length = records->get_length();
@@ -462,11 +492,32 @@ bool Tqz_dbf_memory_core::set_deleted(unsigned int record, bool deleted) {
 
 bool Tqz_dbf_memory_core::set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
                                          size_t n) {
-    if (!bytes || !has_record(record)) return false;
+    if (!bytes) return false;
     size_t avail = 0;
-    unsigned char* p = cell(static_cast<int>(field), static_cast<int>(record),
-                            std::min<size_t>(n, field_length(static_cast<int>(field))), avail);
+    unsigned char* p = cell_span(field, record, avail);
     if (!p) return false;
-    std::memcpy(p, bytes, avail);
+    std::memcpy(p, bytes, std::min(n, avail));
     return true;
+}
+
+bool Tqz_dbf_memory_core::get_cell_bytes(unsigned int field, unsigned int record,
+                                         std::string& out) {
+    out.clear();
+    size_t avail = 0;
+    const unsigned char* p = cell_span(field, record, avail);
+    if (!p) return false;
+    out.assign(reinterpret_cast<const char*>(p), avail);
+    return true;
+}
+
+unsigned char* Tqz_dbf_memory_core::cell_span(unsigned int field, unsigned int record,
+                                              size_t& avail) {
+    avail = 0;
+    unsigned int offset = 0, width = 0;
+    if (!has_record(record) || !qz::dbf::field_span(*this, field, offset, width)) return nullptr;
+    unsigned char* bytes = records->get_ptr(record);
+    const size_t length = records->get_length();
+    if (!bytes || offset >= length) return nullptr;
+    avail = std::min<size_t>(width, length - offset);
+    return bytes + offset;
 }

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "dbf/basic_table.h"
 #include "support/fileio.h"
@@ -43,7 +44,11 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     // another holds it, or when the file cannot be opened or memory runs out.
     bool load();
     // Writes header, descriptors, records and the .cpg file to `path`; no
-    // memo file. The header's date becomes today's.
+    // memo file. The header's date becomes today's. The bytes the loaded
+    // file's header held after the descriptors' terminator follow it again
+    // (a Visual FoxPro table always gets its 263-byte back link, zeros when
+    // none was read), and the header length counts them. False for dBASE 7
+    // tables and for headers longer than 65535 bytes.
     bool save();
     bool save(const wchar_t* path);
     bool save(const char* path);
@@ -98,9 +103,11 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     bool set_deleted(unsigned int record, bool deleted) override;
     bool set_cell_bytes(unsigned int field, unsigned int record, const void* bytes,
                         size_t n) override;
+    bool get_cell_bytes(unsigned int field, unsigned int record, std::string& out) override;
 
     // Exchanges header, fields and records with `other`; names, locks,
-    // notifiers, counts and memo files stay where they are.
+    // notifiers, counts, memo files and the bytes after the descriptors
+    // (the back link) stay where they are.
     void swap_structure(Tqz_dbf_memory_core* other);
 
     Tqz_dbf_records* get_records() const { return records; }
@@ -113,6 +120,10 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     // Null for a cell outside the table.
     unsigned char* cell(int field, int record, size_t want, size_t& avail);
     unsigned int field_length(int field);
+    // Where set_cell_bytes and get_cell_bytes find a cell: its bytes by the
+    // field's whole width (qz::dbf::field_span), and how many of them the
+    // record holds. Null for a cell outside the table.
+    unsigned char* cell_span(unsigned int field, unsigned int record, size_t& avail);
 
   private:
     template <class T>
@@ -127,5 +138,7 @@ class Tqz_dbf_memory_core : public Tqz_dbf_basic {
     int32_t ref_count = 0;
     bool cpg_kept = false;
     Tqz_dbf_records* records = nullptr;  // owned
+    // The header's bytes after the descriptors' terminator, as loaded.
+    std::vector<uint8_t> header_tail;
     Tqz_dbf_notifier* notifier = nullptr;
 };

@@ -440,10 +440,9 @@ bool Tqz_dbf_memory::set_cell_bytes(unsigned int field, unsigned int record, con
         uint32_t field, record;
         std::string new_bytes, old_bytes;
     };
-    if (!bytes || field >= get_nf() || !has_record(record)) return false;
-    const size_t len = std::min<size_t>(n, field_length(static_cast<int>(field)));
-    std::string before(get_string(static_cast<int>(field), static_cast<int>(record)),
-                       field_length(static_cast<int>(field)));
+    std::string before;
+    if (!bytes || !get_cell_bytes(field, record, before)) return false;
+    const size_t len = std::min(n, before.size());
     before.resize(len);
     submit(new op(this, field, record, std::string(static_cast<const char*>(bytes), len),
                   std::move(before)));

@@ -50,7 +50,7 @@ void add_item(Journal& j, void* history, int id) {
 // Runs scripts against the manager. Each word is one call; what the
 // callbacks did, and what some calls answer, is the script's log:
 //   A1   add item 1 to history A (made on first use)  DA  destroy history A
-//   u r  undo, redo (a refused one logs u0 / r0)       C   clear the manager
+//   u r  undo, redo (a refused one logs u0 / r0)
 //   ( )  begin, end of a bracket
 //   #    logs #<steps>/<undoable steps>                ?   logs ?<can undo><can redo>
 //   x    logs x<items erased since the last x, sorted>, or x- for none
@@ -88,7 +88,6 @@ class History : public ::testing::Test {
             if (op == 'r' && !qz_history_manager_redo(m)) j.say("r0");
             if (op == '(') qz_history_manager_begin_update(m);
             if (op == ')') qz_history_manager_end_update(m);
-            if (op == 'C') qz_history_manager_clear(m);
             if (op == 'D') qz_history_destroy(std::exchange(history(w[1]), nullptr));
             if (op == '#')
                 j.say("#" + std::to_string(qz_history_manager_get_step_count(m)) + "/" +

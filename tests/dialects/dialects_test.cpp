@@ -13,6 +13,7 @@
 #include <limits>
 #include <string>
 #include <vector>
+#include <cwchar>
 
 #include "../typed/table_builder.h"
 
@@ -321,6 +322,96 @@ TEST(WideFields, WidthsOffsetsAndValuesFollowTheHighByte) {
         }
         EXPECT_EQ(longest > 44, confirmed);
         qz_dbf_close(t);
+    }
+}
+
+// Writes through qz_dbf_set_value and qz_dbf_set_cell_utf8 land where the
+// typed reads read them in pr90.dbf (NOTE: 300 bytes, length byte 44): the
+// long field takes text up to its whole width and no more, the fields after
+// it take their own bytes, every other cell keeps its value, on disk and in
+// a loaded copy saved, and dbfread reads the same.
+TEST(WideFields, WritesLandWhereTheReadsRead) {
+    for (bool memory : {false, true}) {
+        SCOPED_TRACE(memory);
+        qz_test::Temp_dir dir, untouched;
+        const std::string path = copy_of("php-xbase/foxpro/pr90.dbf", dir),
+                          original = copy_of("php-xbase/foxpro/pr90.dbf", untouched);
+        Tqz_dbf_memory* m = memory ? qz_dbf_mem_load(path.c_str()) : nullptr;
+        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
+        ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+        const unsigned nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t);
+        std::vector<std::vector<std::string>> cells(nf, std::vector<std::string>(nr));
+        for (unsigned f = 0; f < nf; ++f)
+            for (unsigned r = 0; r < nr; ++r) cells[f][r] = typed_test::read_shown(t, f, r);
+        const struct {
+            const wchar_t* field;
+            unsigned record;
+            bool utf8;  // through qz_dbf_set_cell_utf8, else qz_dbf_set_value
+            std::string text;
+        } writes[] = {{L"NOTE", 0, false, std::string(270, 'w') + "end"},
+                      {L"NOTE", 3, true, std::string(299, 'u') + "!"},
+                      {L"UNAME", 1, false, "alice"},
+                      {L"OTH1", 1, true, "bob"},
+                      {L"SUBJECT", 2, true, "subject"},
+                      {L"TEMP18", 4, false, "Z"},
+                      {L"N2", 4, false, ""}};
+        std::string changes;
+        for (const auto& w : writes) {
+            const unsigned f = qz_dbf_find_field_index_w(t, w.field);
+            ASSERT_LT(f, nf);
+            const Tqz_dbf_value v =
+                w.text.empty()
+                    ? Tqz_dbf_value{QZ_DBF_VALUE_INT, 42, 0.0, nullptr, 0}
+                    : Tqz_dbf_value{QZ_DBF_VALUE_TEXT, 0, 0.0, w.text.c_str(), w.text.size()};
+            EXPECT_TRUE(w.utf8 ? qz_dbf_set_cell_utf8(t, f, w.record, w.text.c_str(), w.text.size())
+                               : qz_dbf_set_value(t, f, w.record, &v))
+                << qz_dbf_last_error_message();
+            cells[f][w.record] = w.text.empty() ? "2:42" : "7:" + w.text;
+            const std::string name(w.field, w.field + std::wcslen(w.field));
+            changes += " " + name + ":" + std::to_string(w.record) + ":" +
+                       (w.text.empty() ? "42" : w.text);
+        }
+        // One byte past the whole width is refused both ways.
+        const unsigned note = qz_dbf_find_field_index_w(t, L"NOTE");
+        const std::string too_long(301, 'x');
+        const Tqz_dbf_value v{QZ_DBF_VALUE_TEXT, 0, 0.0, too_long.c_str(), too_long.size()};
+        EXPECT_FALSE(qz_dbf_set_value(t, note, 1, &v));
+        EXPECT_FALSE(qz_dbf_set_cell_utf8(t, note, 1, too_long.c_str(), too_long.size()));
+        for (int pass = 0; pass < 2; ++pass) {  // written, then read again from the file
+            for (unsigned f = 0; f < nf; ++f)
+                for (unsigned r = 0; r < nr; ++r)
+                    EXPECT_EQ(typed_test::read_shown(t, f, r), cells[f][r]) << f << " " << r;
+            char text[400];
+            EXPECT_EQ(qz_dbf_get_cell_utf8(t, qz_dbf_find_field_index_w(t, L"UNAME"), 1, text,
+                                           sizeof text),
+                      5);
+            EXPECT_STREQ(text, "alice");
+            EXPECT_EQ(qz_dbf_get_cell_utf8(t, note, 3, text, sizeof text), 300);
+            qz_dbf_close(t);
+            if (m) {
+                ASSERT_TRUE(qz_dbf_mem_save(m)) << qz_dbf_last_error_message();
+                qz_dbf_mem_free(m);
+                m = nullptr;
+            }
+            t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+            ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+        }
+        qz_dbf_close(t);
+        if (!qz_test::have_dbfread()) continue;
+        std::string report;
+        EXPECT_EQ(qz_test::run("/usr/bin/python3 -c \"import dbfread, sys\n"
+                               "a = list(dbfread.DBF(sys.argv[1], load=True))\n"
+                               "b = list(dbfread.DBF(sys.argv[2], load=True))\n"
+                               "for w in sys.argv[3:]:\n"
+                               "    name, r, text = w.split(':', 2)\n"
+                               "    a[int(r)][name] = int(text) if name == 'N2' else text\n"
+                               "print([(r, k) for r in range(len(a)) for k in a[r] if a[r][k] "
+                               "!= b[r][k]])\n"
+                               "sys.exit(a != b)\" '" +
+                                   original + "' '" + path + "'" + changes + " 2>&1",
+                               &report),
+                  0)
+            << report;
     }
 }
 

@@ -3,13 +3,16 @@
 // other writers out meanwhile.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
+#include <vector>
 
 #include "api/table_rw.h"
 #include "dbf/disk_table.h"
 #include "memory/memory_list.h"
 #include "memory/memory_table.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace {
@@ -67,10 +70,10 @@ TEST_F(Registry, OneTablePerNameCountedByItsHolders) {
 TEST_F(Registry, CreatedTablesKeepNoHistoryLoadedOnesDo) {
     Tqz_dbf_memory* made = qz_dbf_mem_create_w(dir.wfile("new.dbf").c_str(), 0, nullptr);
     ASSERT_NE(made, nullptr);
-    EXPECT_EQ(made->get_history_handle(), nullptr);
     EXPECT_FALSE(exists(dir.file("new.dbf")) || exists(dir.file("new.dbf.lk")));
     qz_dbf_mem_add(made);
     EXPECT_FALSE(qz_history_manager_can_undo(qz_history_manager_get_instance()));
+    EXPECT_FALSE(qz_dbf_mem_save_as_w(made, dir.wfile("no/such.dbf").c_str()));
     EXPECT_TRUE(qz_dbf_mem_save(made));
     EXPECT_EQ(qz_test::read_bytes(dir.file("new.dbf")).size(), 32u + 32 + 1 + 11 + 1);
     EXPECT_EQ(qz_dbf_mem_create(dir.file("new.dbf").c_str(), 0, nullptr), made);
@@ -132,6 +135,68 @@ TEST_F(Registry, HandlesOnALoadedPathServeTheMemoryTable) {
     ASSERT_NE(h4, nullptr);
     EXPECT_FALSE(qz_dbf_is_buffered(h4));
     qz_dbf_close(h4);
+}
+
+// A Visual FoxPro table keeps its 263-byte back link through a load, a
+// change and a save: the header length still says where the records start,
+// every other byte of the records is the file's, and dbfread reads the
+// saved table as the original but for the changed cell.
+TEST(MemorySave, VisualFoxProKeepsItsBackLinkAndHeaderLength) {
+    qz_test::Temp_dir dir;
+    const std::string path = qz_test::copy_with_companions(
+        std::string(QZ_CORPUS_DIR) + "/ruby-dbf/foxprodb/contacts.dbf", dir.path());
+    const std::vector<uint8_t> before = qz_test::read_bytes(path);
+    ASSERT_EQ(before[0], 0x30);
+    Tqz_dbf_memory* mem = qz_dbf_mem_load(path.c_str());
+    ASSERT_NE(mem, nullptr) << qz_dbf_last_error_message();
+    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
+    ASSERT_NE(t, nullptr);
+    const unsigned first = qz_dbf_find_field_index_w(t, L"FIRST_NAME");
+    const std::string text = "Mia";
+    const Tqz_dbf_value v{QZ_DBF_VALUE_TEXT, 0, 0.0, text.c_str(), text.size()};
+    ASSERT_TRUE(qz_dbf_set_value(t, first, 1, &v)) << qz_dbf_last_error_message();
+    const unsigned nf = qz_dbf_get_nf(t);
+    unsigned at = 1;  // after the deletion flag, the lengths before the field
+    for (unsigned k = 0; k < first; ++k) at += before[32 + 32 * k + 16];
+    qz_dbf_close(t);
+    ASSERT_TRUE(qz_dbf_mem_save(mem)) << qz_dbf_last_error_message();
+    EXPECT_TRUE(qz_dbf_mem_free(mem));
+
+    std::vector<uint8_t> after = qz_test::read_bytes(path);
+    const unsigned hl = qz_test::u16_at(after, 8), rl = qz_test::u16_at(after, 10);
+    EXPECT_EQ(hl, 32u + 32 * nf + 1 + 263);
+    EXPECT_EQ(hl, qz_test::u16_at(before, 8));
+    ASSERT_EQ(after.size(), before.size());
+    EXPECT_EQ(after[32 + 32 * nf], 0x0D);
+    std::vector<uint8_t> expected = before;
+    const size_t cell = hl + rl + at;
+    std::memcpy(expected.data() + cell, "Mia", 3);
+    std::memset(expected.data() + cell + 3, ' ', 47);
+    for (size_t k : {1, 2, 3}) after[k] = before[k];  // the date of the save
+    size_t differs = 0;
+    while (differs < after.size() && after[differs] == expected[differs]) ++differs;
+    EXPECT_EQ(differs, after.size()) << "the first byte that differs";
+
+    t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    ASSERT_NE(t, nullptr);
+    char got[64];
+    EXPECT_EQ(qz_dbf_get_cell_utf8(t, first, 1, got, sizeof got), 3);
+    EXPECT_STREQ(got, "Mia");
+    qz_dbf_close(t);
+    if (!qz_test::have_dbfread()) GTEST_SKIP() << "python3-dbfread is not installed";
+    qz_test::Temp_dir untouched;
+    const std::string original = qz_test::copy_with_companions(
+        std::string(QZ_CORPUS_DIR) + "/ruby-dbf/foxprodb/contacts.dbf", untouched.path());
+    std::string report;
+    EXPECT_EQ(qz_test::run("/usr/bin/python3 -c \"import dbfread, sys\n"
+                           "a = list(dbfread.DBF(sys.argv[1], load=True))\n"
+                           "b = list(dbfread.DBF(sys.argv[2], load=True))\n"
+                           "a[1]['FIRST_NAME'] = 'Mia'\n"
+                           "sys.exit(0 if a == b else 1)\" '" +
+                               original + "' '" + path + "' 2>&1",
+                           &report),
+              0)
+        << report;
 }
 
 }  // namespace

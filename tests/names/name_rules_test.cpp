@@ -5,7 +5,6 @@
 #include <string>
 
 #include "names_support.h"
-#include "test_support.h"
 
 using namespace names_test;
 
@@ -47,13 +46,6 @@ TEST(NamesRules, OneNameThroughEveryExport) {
         EXPECT_EQ(fed(qz_dbf_field_name_fix, c.name), c.name_fix);
         // A valid name repairs to itself.
         EXPECT_TRUE(!c.name_ok || std::string(c.name_fix) == c.name);
-        // The wide forms give the same answers.
-        const std::wstring w = qz_test::widen(c.name);
-        EXPECT_EQ(qz_dbf_field_name_is_ok_w(w.c_str()), c.name_ok);
-        EXPECT_EQ(qz_dbf_field_symbols_ok_w(w.c_str()), c.symbols_ok);
-        EXPECT_EQ(fed(qz_dbf_field_name_fix_w, w.c_str()), c.name_fix);
-        EXPECT_EQ(fed(qz_dbf_field_symbols_fix_w, w.c_str()),
-                  fed(qz_dbf_field_symbols_fix, c.name));
     }
 }
 

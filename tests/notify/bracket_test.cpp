@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 
 #include "event_log.h"
 #include "notify/extensible_obj.h"
@@ -25,7 +26,7 @@ TEST(UpdateBracket, NestedBracketsMergeTheirUpdatesAndDetails) {
     for (char op : std::string(")((uu)))()u")) {
         unsigned depth = op == '(' ? obj.begin_update() : op == ')' ? obj.end_update() : 0;
         if (op == 'u') obj.broadcast_update_event(), depth = obj.get_update_depth();
-        steps += std::to_string(depth) + "/" + std::to_string(log.size()) + " ";
+        steps += std::to_string(depth) + "/" + std::to_string(log.lines().size()) + " ";
     }
     EXPECT_EQ(steps, "0/0 1/1 2/1 2/1 2/1 1/1 0/3 0/3 1/4 0/5 0/6 ");
     EXPECT_EQ(log.lines(), (Lines{"2", "1 count=2", "3", "2", "3", "1 count=1"}));
@@ -64,6 +65,34 @@ TEST(UpdateBracket, NestedBracketsMergeTheirUpdatesAndDetails) {
     any_clear(&v);
     tuple_clear(&args);
     table_clear(&details);
+}
+
+// Brackets of two threads on one object do not interleave: each outermost
+// bracket goes out as begin, one merged update, end; no update is lost.
+TEST(UpdateBracket, BracketsFromTwoThreadsDoNotInterleave) {
+    Tqz_extensible_obj obj;
+    Event_log log;
+    qz_event_channel_add_client(obj.get_update_event_channel(), &Event_log::proc, &log);
+    auto work = [&] {
+        for (int i = 0; i < 300; ++i) {
+            obj.begin_update();
+            obj.broadcast_update_event();
+            obj.end_update();
+        }
+    };
+    std::thread a(work), b(work);
+    a.join();
+    b.join();
+    const Lines got = log.lines();
+    ASSERT_EQ(got.size() % 3, 0u);
+    int updates = 0;
+    for (size_t i = 0; i < got.size(); i += 3) {
+        ASSERT_EQ(got[i] + got[i + 2], "23") << i;
+        ASSERT_EQ(got[i + 1].rfind("1 count=", 0), 0u) << got[i + 1];
+        updates += std::stoi(got[i + 1].substr(8));
+    }
+    EXPECT_EQ(updates, 600);
+    EXPECT_EQ(obj.get_update_depth(), 0u);
 }
 
 }  // namespace

@@ -50,7 +50,6 @@ class Event_log {
         std::lock_guard<std::mutex> g(lock_);
         return lines_;
     }
-    size_t size() { return lines().size(); }
 
   private:
     std::mutex lock_;

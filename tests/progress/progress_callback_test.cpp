@@ -34,7 +34,8 @@ unsigned stop_then_run(unsigned nf, unsigned flen, unsigned nr, std::vector<size
         qz_dbf_field_init(&fields[i], ("F" + std::to_string(i)).c_str(), dbf_ft_char, flen, 0);
     const std::string path = dir.file("t.dbf");
     Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), nf, nr, fields.data(), false);
-    for (unsigned r = 0; r < nr; ++r) qz_dbf_set_str(t, 0, r, std::to_string(r).c_str());
+    for (unsigned r = 0; r < nr; r += r + 97 < nr ? 97 : nr - 1 - r + (r == nr - 1))
+        qz_dbf_set_str(t, 0, r, std::to_string(r).c_str());  // some records, the last one too
     qz_dbf_close(t);
     qz_test::write_bytes(dir.file("t.cpg"), {'U', 'T', 'F', '-', '8'});
     const auto original = qz_test::read_bytes(path), cpg = qz_test::read_bytes(dir.file("t.cpg"));
@@ -84,8 +85,8 @@ TEST(ProgressCallback, DeleteByMaskIsToldEveryStepAndAStopChangesNothing) {
     qz_bits_destroy(mask);
 }
 
-// A table within one window of the rewrite is told at the end only; a wide
-// one (8 x 254 bytes, 12000 records: about 4 windows of 8 MiB) window by window.
+// A wide table (8 x 254 bytes, 12000 records: about 4 windows of 8 MiB) is
+// told window by window.
 TEST(ProgressCallback, RestructureIsToldWindowByWindowAndAStopChangesNothing) {
     auto pass = [](const std::string& path, Heard* h) {
         Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
@@ -94,7 +95,6 @@ TEST(ProgressCallback, RestructureIsToldWindowByWindowAndAStopChangesNothing) {
         qz_dbf_restruct_destroy(d);
         return done;
     };
-    EXPECT_EQ(stop_then_run(2, 12, 20000, {1}, 1, pass), 20000u * 100 + 1);
     EXPECT_EQ(stop_then_run(8, 254, 12000, {1, 2}, 3, pass), 12000u * 100 + 7);
 }
 

@@ -197,7 +197,7 @@ TEST_F(Apply, TablesLeftAloneThenRewritten) {
 
 // The bytes of a memory table saved to `name`, its date bytes cleared.
 std::vector<uint8_t> saved(Tqz_dbf_memory* m, const std::string& name) {
-    EXPECT_TRUE(qz_dbf_mem_save_as(m, name.c_str()));
+    EXPECT_TRUE(qz_dbf_mem_save_as_w(m, qz_test::widen(name).c_str()));
     auto bytes = qz_test::read_bytes(name);
     for (size_t i = 1; i < 4 && i < bytes.size(); ++i) bytes[i] = 0;
     return bytes;

@@ -73,8 +73,11 @@ for t in json.load(open(sys.argv[1])):
                     continue  # dbfread does not read null flags: only blanks read as null
                 if reader == "gdal" and ftype == "C" and isinstance(want, str):
                     want = want.strip()  # GDAL trims text fields at both ends
-                if ftype == "M" and t["dbt4"] and isinstance(value, str) and value.endswith("\0" * 8):
-                    value = value[:-8]  # dbfread counts the 8-byte block header as memo text
+                if ftype == "M" and t["dbt4"] and isinstance(value, str) and isinstance(want, str) \
+                        and len(value) == len(want) + 8:
+                    # dbfread counts the 8-byte block header as memo text: it reads
+                    # 8 bytes past the memo (padding, or the next memo's mark)
+                    value = value[:-8]
                 s = stats[(reader, t["path"].rsplit("/", 1)[-1], ftype)]
                 s[0] += 1
                 if same(value, want, ftype):

@@ -1,5 +1,6 @@
 #include "value_check.h"
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
@@ -116,7 +117,10 @@ bool check_text(Tqz_dbf_rw* t, unsigned int field, const std::string& input, boo
             return false;
         }
     }
-    const unsigned flen = qz_dbf_get_field_flen(t, field);
+    // The whole width of a character field over 255 bytes (the length's
+    // high byte in the decimals byte), as the cell writes take it.
+    const unsigned flen =
+        std::max<unsigned>(qz_dbf_get_field_flen(t, field), qz_dbf_get_field_width(t, field));
     size_t bytes = 0, keep = 0;
     for (; keep < wide.size(); ++keep) {
         const size_t n = from_wide(cp, wide.substr(keep, 1)).size();
