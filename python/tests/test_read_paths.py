@@ -60,12 +60,10 @@ def test_odd_cells_read_as_the_getters_do(tmp_path, encoding):
     n = 40
     fields = [("NI", "N", 6, 0), ("ND", "N", 6, 2), ("FF", "F", 6, 2), ("D", "D", 8, 0),
               ("L", "L", 1, 0), ("C", "C", 10, 0), ("I", "I", 4, 0)]
-    records = []
-    for i in range(n):
-        records.append([ODD_NUMBERS[i % len(ODD_NUMBERS)], ODD_NUMBERS[(i * 7) % len(ODD_NUMBERS)],
-                        ODD_NUMBERS[(i * 3) % len(ODD_NUMBERS)], ODD_DATES[i % len(ODD_DATES)],
-                        ODD_LOGICALS[i % len(ODD_LOGICALS)], ODD_TEXTS[i % len(ODD_TEXTS)],
-                        struct.pack("<i", (i - 20) * 100_000_007 % 2**31 - 2**30)])
+    records = [[ODD_NUMBERS[i % len(ODD_NUMBERS)], ODD_NUMBERS[(i * 7) % len(ODD_NUMBERS)],
+                ODD_NUMBERS[(i * 3) % len(ODD_NUMBERS)], ODD_DATES[i % len(ODD_DATES)],
+                ODD_LOGICALS[i % len(ODD_LOGICALS)], ODD_TEXTS[i % len(ODD_TEXTS)],
+                struct.pack("<i", (i - 20) * 100_000_007 % 2**31 - 2**30)] for i in range(n)]
     path = tmp_path / "odd.dbf"
     cc.raw_table(path, fields, records, deleted={3, 17, 39})
     assert_paths_agree(path, encoding)
@@ -78,9 +76,8 @@ def test_truncated_file_and_header_past_the_records(tmp_path):
     records = [[b"%5d" % i, b"r%03d" % i] for i in range(50)]
     path = tmp_path / "cut.dbf"
     cc.raw_table(path, fields, records)
-    data = path.read_bytes()
     # The last record cut in half: the file holds 49 whole records.
-    path.write_bytes(data[:-1 - 5])
+    path.write_bytes(path.read_bytes()[:-1 - 5])
     assert_paths_agree(path)
     with qzdbf.open(path) as t:
         a = t.read_columns(["A"], False, False)[0]
