@@ -1,8 +1,7 @@
-"""The two ways read_dataframe reads a table file: record images parsed in
-the extension, and the library's cell getters (what memory and OGR tables
-use). Both must give the same columns for every file, odd cells included."""
+# The two ways read_dataframe reads a table file: record images parsed in
+# the extension, and the library's cell getters (what memory and OGR tables
+# use). Both must give the same columns for every file, odd cells included.
 
-import math
 import struct
 
 import numpy as np
@@ -24,17 +23,14 @@ def same_values(a, b):
 def assert_paths_agree(path, encoding=None):
     with qzdbf.open(path, "r", encoding) as t:
         for skip in (True, False):
-            fast = t.read_columns(None, skip, False)
-            slow = t.read_columns(None, skip, True)
+            fast, slow = t.read_columns(None, skip, False), t.read_columns(None, skip, True)
             assert [c[:2] for c in fast] == [c[:2] for c in slow], path
             for f, s in zip(fast, slow):
-                values_f, mask_f = f[2], f[3]
-                values_s, mask_s = s[2], s[3]
-                if mask_f is not None:
-                    assert np.array_equal(mask_f, mask_s), (path, f[0])
-                    live = ~mask_s
-                    values_f, values_s = values_f[live], values_s[live]
-                assert same_values(values_f, values_s), (path, f[0])
+                vf, mf, vs, ms = f[2], f[3], s[2], s[3]
+                if mf is not None:
+                    assert np.array_equal(mf, ms), (path, f[0])
+                    vf, vs = vf[~ms], vs[~ms]
+                assert same_values(vf, vs), (path, f[0])
 
 
 def test_corpus_images_read_as_the_getters_do():
@@ -47,19 +43,6 @@ def test_corpus_images_read_as_the_getters_do():
         assert_paths_agree(path)
         checked += 1
     assert checked >= 50
-
-
-def raw_table(path, fields, records, deleted=()):
-    """A table written byte by byte: fields (name, type, length, decimals),
-    records as lists of the cells' exact bytes."""
-    rl = 1 + sum(f[2] for f in fields)
-    head = struct.pack("<BBBBIHH20x", 3, 124, 1, 1, len(records), 32 + 32 * len(fields) + 1, rl)
-    desc = b"".join(struct.pack("<11sc4xBB14x", n.encode(), t.encode(), ln, d)
-                    for n, t, ln, d in fields)
-    body = b"".join((b"*" if i in deleted else b" ") +
-                    b"".join(cell[:f[2]].ljust(f[2]) for cell, f in zip(r, fields))
-                    for i, r in enumerate(records))
-    path.write_bytes(head + desc + b"\r" + body + b"\x1a")
 
 
 ODD_NUMBERS = [b"    12", b"  -3.5", b"  1,25", b"1e3   ", b"******", b"      ", b"\0\0\0\0\0\0",
@@ -77,14 +60,12 @@ def test_odd_cells_read_as_the_getters_do(tmp_path, encoding):
     n = 40
     fields = [("NI", "N", 6, 0), ("ND", "N", 6, 2), ("FF", "F", 6, 2), ("D", "D", 8, 0),
               ("L", "L", 1, 0), ("C", "C", 10, 0), ("I", "I", 4, 0)]
-    records = []
-    for i in range(n):
-        records.append([ODD_NUMBERS[i % len(ODD_NUMBERS)], ODD_NUMBERS[(i * 7) % len(ODD_NUMBERS)],
-                        ODD_NUMBERS[(i * 3) % len(ODD_NUMBERS)], ODD_DATES[i % len(ODD_DATES)],
-                        ODD_LOGICALS[i % len(ODD_LOGICALS)], ODD_TEXTS[i % len(ODD_TEXTS)],
-                        struct.pack("<i", (i - 20) * 100_000_007 % 2**31 - 2**30)])
+    records = [[ODD_NUMBERS[i % len(ODD_NUMBERS)], ODD_NUMBERS[(i * 7) % len(ODD_NUMBERS)],
+                ODD_NUMBERS[(i * 3) % len(ODD_NUMBERS)], ODD_DATES[i % len(ODD_DATES)],
+                ODD_LOGICALS[i % len(ODD_LOGICALS)], ODD_TEXTS[i % len(ODD_TEXTS)],
+                struct.pack("<i", (i - 20) * 100_000_007 % 2**31 - 2**30)] for i in range(n)]
     path = tmp_path / "odd.dbf"
-    raw_table(path, fields, records, deleted={3, 17, 39})
+    cc.raw_table(path, fields, records, deleted={3, 17, 39})
     assert_paths_agree(path, encoding)
     with qzdbf.open(path, "r", encoding) as t:
         assert len(t.read_columns(None, True, False)[0][2]) == n - 3
@@ -94,10 +75,9 @@ def test_truncated_file_and_header_past_the_records(tmp_path):
     fields = [("A", "N", 5, 0), ("B", "C", 4, 0)]
     records = [[b"%5d" % i, b"r%03d" % i] for i in range(50)]
     path = tmp_path / "cut.dbf"
-    raw_table(path, fields, records)
-    data = path.read_bytes()
+    cc.raw_table(path, fields, records)
     # The last record cut in half: the file holds 49 whole records.
-    path.write_bytes(data[:-1 - 5])
+    path.write_bytes(path.read_bytes()[:-1 - 5])
     assert_paths_agree(path)
     with qzdbf.open(path) as t:
         a = t.read_columns(["A"], False, False)[0]

@@ -1,9 +1,10 @@
-"""Tables through qzdbf.open / qzdbf.create: cells by type, writes on disk,
-deletion flags and pack, locks and errors."""
+# Tables through qzdbf.open / qzdbf.create: cells by type, writes on disk,
+# deletion flags and pack, locks and errors.
 
 import datetime
 import os
 
+import dbfread
 import pytest
 
 import qzdbf
@@ -18,8 +19,6 @@ def path(tmp_path):
 
 
 def test_cells_round_trip_by_type_and_reach_other_readers(path):
-    import dbfread
-
     rows = [
         ("Ivanov", 2**62, 12.5, datetime.date(2024, 2, 29), True, 0.125, -7),
         ("Ärger €", -1, -0.01, datetime.date(1, 1, 1), False, -3.5, 2**31 - 1),
@@ -33,8 +32,7 @@ def test_cells_round_trip_by_type_and_reach_other_readers(path):
     with qzdbf.open(path) as t:
         assert len(t) == 4 and t.encoding == "utf-8"
         got = list(t)
-        assert got[0] == rows[0]
-        assert got[1] == rows[1]
+        assert got[:2] == rows[:2]
         # Blank cells read as None, an empty C cell as "", an I cell as 0.
         assert got[2] == ("", None, None, None, None, None, 0)
         assert t[3]["NAME"] == "by name" and t[3, "qty"] == 5 and t[-1, 1] == 5
@@ -43,14 +41,12 @@ def test_cells_round_trip_by_type_and_reach_other_readers(path):
     assert ref[0]["QTY"] == 2**62 and ref[1]["NAME"] == "Ärger €"
     assert ref[0]["WHEN"] == datetime.date(2024, 2, 29) and ref[1]["OK"] is False
     assert ref[1]["SMALL"] == 2**31 - 1 and ref[2]["PRICE"] is None
-
     # B holds doubles exactly; an appended record without a value holds 0.
-    bpath = path + "b.dbf"
-    with qzdbf.create(bpath, [("DBL", "B", 8, 0), ("X", "C", 1, 0)]) as t:
+    with qzdbf.create(path + "b.dbf", [("DBL", "B", 8, 0), ("X", "C", 1, 0)]) as t:
         for v in (1e300, -0.0, 5e-324, 1 / 3):
             t.append((v,))
         t.append({"X": "x"})
-        assert [r[0] for r in t] == [1e300, -0.0, 5e-324, 1 / 3, 0.0]
+        assert [r[0] for r in t] == [1e300, -0.0, 5e-324, 1 / 3, 0.0] and str(t[1, 0]) == "-0.0"
 
 
 def test_refused_values_leave_cell_and_table_unchanged(path):
@@ -60,27 +56,22 @@ def test_refused_values_leave_cell_and_table_unchanged(path):
                ("QTY", "1"), ("QTY", 10**21), ("QTY", True), ("PRICE", 1e9), ("PRICE", float("inf")),
                ("WHEN", "20200101"), ("OK", 1), ("SMALL", 2**31), ("SMALL", 1.5), ("DBL", "x")]
         for name, value in bad:
-            with pytest.raises(qzdbf.InvalidValue) as e:
+            with pytest.raises(qzdbf.InvalidValue, match=name):
                 t[0, name] = value
-            assert name in str(e.value)
         assert t[0] == {"NAME": "keep", "QTY": 1, "PRICE": 1.0, "WHEN": None, "OK": None,
                         "RATE": None, "SMALL": 0, "DBL": 0.0}
         # A refused value in append leaves the new record marked deleted.
         with pytest.raises(qzdbf.InvalidValue):
             t.append({"NAME": "ok", "QTY": "no"})
         assert len(t) == 2 and t.deleted(1) and not t.deleted(0)
-        with pytest.raises(KeyError):
-            t[0, "NOPE"]
-        with pytest.raises(IndexError):
-            t[2]
-        with pytest.raises(qzdbf.InvalidArgument):
-            t.append(tuple(range(9)))
+        for call, error in ((lambda: t[0, "NOPE"], KeyError), (lambda: t[2], IndexError),
+                            (lambda: t.append(tuple(range(9))), qzdbf.InvalidArgument)):
+            with pytest.raises(error):
+                call()
         assert len(t) == 2
 
 
 def test_deleted_flags_and_pack_on_disk(path):
-    import dbfread
-
     with qzdbf.create(path, [("N", "N", 5, 0)]) as t:
         for i in range(10):
             t.append((i,))
@@ -88,9 +79,7 @@ def test_deleted_flags_and_pack_on_disk(path):
             t.set_deleted(i)
         t.set_deleted(4, False)
         assert [t.deleted(i) for i in range(10)] == [i in (0, 3, 9) for i in range(10)]
-        assert t.pack() == 3
-        assert [r[0] for r in t] == [1, 2, 4, 5, 6, 7, 8]
-        assert t.pack() == 0
+        assert t.pack() == 3 and t.pack() == 0
         t.append((99,))
     assert [r["N"] for r in dbfread.DBF(path)] == [1, 2, 4, 5, 6, 7, 8, 99]
     assert qzdbf.read_dataframe(path)["N"].tolist() == [1, 2, 4, 5, 6, 7, 8, 99]
@@ -100,38 +89,40 @@ def test_modes_locks_and_errors(path, tmp_path):
     with qzdbf.create(path, [("A", "C", 3, 0)]) as t:
         t.append(("x",))
     with qzdbf.open(path, "r") as ro:
-        with pytest.raises(qzdbf.PermissionDenied):
-            ro[0, "A"] = "y"
-        with pytest.raises(qzdbf.PermissionDenied):
-            ro.append(("y",))
+        for write in (lambda: ro.__setitem__((0, "A"), "y"), lambda: ro.append(("y",))):
+            with pytest.raises(qzdbf.PermissionDenied):
+                write()
         with qzdbf.open(path, "r+") as w:
-            with pytest.raises(qzdbf.Locked) as e:
+            with pytest.raises(qzdbf.Locked, match="locked"):
                 qzdbf.open(path, "r+")
-            assert "locked" in str(e.value)
             w[0, "A"] = "z"
             w.flush()
             assert ro[0, "A"] == "z"
+    assert sorted(p.name for p in tmp_path.iterdir()) == ["t.cpg", "t.dbf"]  # no lock file left
     t = qzdbf.open(path)
     t.close()
     t.close()
     with pytest.raises(qzdbf.Error, match="closed"):
         len(t)
-    with pytest.raises(qzdbf.NotFound) as e:
+    with pytest.raises(qzdbf.NotFound, match="missing.dbf") as e:
         qzdbf.open(tmp_path / "missing.dbf")
-    assert isinstance(e.value, FileNotFoundError) and "missing.dbf" in str(e.value)
+    assert isinstance(e.value, FileNotFoundError)
     junk = tmp_path / "junk.dbf"
     junk.write_bytes(b"hello, not a table at all" * 3)
     with pytest.raises(qzdbf.NotATable):
         qzdbf.open(junk)
-    with pytest.raises(qzdbf.InvalidArgument):
-        qzdbf.open(path, "x")
-    with pytest.raises(qzdbf.InvalidArgument):
-        qzdbf.open(path, encoding="koi8-r")
+    for mode, encoding in (("x", None), ("r", "koi8-r")):
+        with pytest.raises(qzdbf.InvalidArgument):
+            qzdbf.open(path, mode, encoding)
     for fields in ([("lower", "C", 5, 0)], [("A", "Q", 5, 0)], [("A", "N", 5, 5)],
                    [("A", "C", 1, 0), ("a", "C", 1, 0)], []):
         with pytest.raises(qzdbf.InvalidArgument):
             qzdbf.create(tmp_path / "bad.dbf", fields)
     assert not (tmp_path / "bad.dbf").exists()
+    os.chmod(path, 0o444)  # the folder is the test's own: it may stay so
+    if os.geteuid() != 0:
+        with pytest.raises(qzdbf.PermissionDenied):
+            qzdbf.open(path, "r+")
 
 
 def test_encoding_override_and_check(path, tmp_path):
@@ -146,14 +137,5 @@ def test_encoding_override_and_check(path, tmp_path):
     assert qzdbf.check(path) == []
     cut = tmp_path / "cut.dbf"
     cut.write_bytes(raw[:40])
-    findings = qzdbf.check(cut)
-    assert findings and max(f.severity for f in findings) == 3
-    assert all(isinstance(f.what, str) and f.what for f in findings)
+    assert max(f.severity for f in qzdbf.check(cut)) == 3
     assert qzdbf.check(tmp_path / "none.dbf")[0].kind == 1
-    os.chmod(path, 0o444)
-    try:
-        if os.geteuid() != 0:
-            with pytest.raises(qzdbf.PermissionDenied):
-                qzdbf.open(path, "r+")
-    finally:
-        os.chmod(path, 0o644)

@@ -1,42 +1,30 @@
-"""Typed cell values: t[i, name] by field type, compared with dbfread on
-the sample tables that hold datetime, currency and binary fields, and
-Decimal on request."""
+# Typed values: t[i, name] and the frame's columns by field type, compared
+# with dbfread on the sample tables that hold datetime and currency fields,
+# Decimal on request, and the null flags of Visual FoxPro tables.
 
 import datetime
 import decimal
+import struct
 
+import dbfread
 import pytest
 
-import qzdbf
 import corpus as cc
-
-
-def typed_tables():
-    import dbfread
-    out = []
-    for path in cc.corpus_tables():
-        try:
-            fields = dbfread.DBF(str(path), load=False).fields
-        except Exception:
-            continue
-        picked = [f.name for f in fields if f.type in "TY"]
-        if picked:
-            out.append((path, picked))
-    return out
+import qzdbf
 
 
 def test_datetime_and_currency_as_dbfread_reads_them():
-    import dbfread
     compared = {"T": 0, "Y": 0}
-    tables = typed_tables()
-    assert len(tables) >= 5
-    for path, names in tables:
+    for path in cc.corpus_tables():
         try:
+            types = {f.name: f.type for f in dbfread.DBF(str(path), load=False).fields}
             ref = list(dbfread.DBF(str(path), ignore_missing_memofile=True))
         except Exception:
             continue
+        names = [n for n, t in types.items() if t in "TY"]
+        if not names:
+            continue
         with qzdbf.open(path) as plain, qzdbf.open(path, decimal=True) as exact:
-            types = {f.name: f.type for f in dbfread.DBF(str(path), load=False).fields}
             # dbfread leaves out the records marked deleted.
             live = [r for r in range(len(plain)) if not plain.deleted(r)]
             assert len(live) == len(ref)
@@ -47,49 +35,62 @@ def test_datetime_and_currency_as_dbfread_reads_them():
                         assert plain[r, name] == want, (path, name, r)
                         assert want is None or type(plain[r, name]) is datetime.datetime
                     else:
-                        assert exact[r, name] == want, (path, name, r)
-                        assert isinstance(exact[r, name], decimal.Decimal)
-                        assert plain[r, name] == pytest.approx(float(want))
+                        assert exact[r, name] == want and isinstance(exact[r, name], decimal.Decimal)
+                        assert plain[r, name] == pytest.approx(float(want)), (path, name, r)
                     compared[types[name]] += 1
     assert compared["T"] > 20 and compared["Y"] > 10, compared
+    # The frame: datetime64 and float columns, Decimal objects on request,
+    # datetime objects where a date lies past 2262.
+    path = cc.CORPUS / "go-foxpro-dbf" / "dkeza.dbf"
+    df = qzdbf.read_dataframe(path)
+    assert str(df["DTIME"].dtype) == "datetime64[ns]" and str(df["CURR"].dtype) == "float64"
+    exact = qzdbf.read_dataframe(path, decimal=True)["CURR"]
+    assert all(isinstance(v, decimal.Decimal) for v in exact)
+    assert [float(v) for v in exact] == df["CURR"].tolist()
+    far = qzdbf.read_dataframe(cc.CORPUS / "DBFFile" / "dbase_currency.dbf")["DATEEND"]
+    assert far.dtype == object and max(v for v in far if v is not None).year == 9999
 
 
-def test_numbers_with_decimals_as_decimal_on_request(tmp_path):
+def test_decimals_dates_and_bytes_written_and_read_typed(tmp_path):
+    D = decimal.Decimal
     path = tmp_path / "n.dbf"
-    with qzdbf.create(path, [("P", "N", 12, 3), ("Q", "N", 9, 0), ("F", "F", 10, 2)]) as t:
-        t.append((1234.5, 7, 0.1))
+    with qzdbf.create(path, [("P", "N", 12, 3), ("Q", "N", 9, 0), ("F", "F", 10, 2),
+                             ("D", "D", 8, 0), ("C", "C", 6, 0), ("M", "M", 10, 0)]) as t:
+        t.append((1234.5, 7, 0.1, datetime.date(1999, 12, 31), b"raw\xffb"))
         t.append((-0.001, None, None))
-        t.append((99999999.999, -12345678, 12345.67))
-    with qzdbf.open(path) as t:
-        assert [type(v) for v in t.row(0)] == [float, int, float]
-        assert t[2, "P"] == 99999999.999 and t[1, "Q"] is None
-    with qzdbf.open(path, decimal=True) as t:
-        assert t.row(0) == (decimal.Decimal("1234.500"), 7, decimal.Decimal("0.10"))
-        assert t[1, "P"] == decimal.Decimal("-0.001") and str(t[1, "P"]) == "-0.001"
-        assert t.row(2) == (decimal.Decimal("99999999.999"), -12345678, decimal.Decimal("12345.67"))
-        assert t[1, "F"] is None
-
-
-def test_typed_writes_of_decimals_dates_and_bytes(tmp_path):
-    import dbfread
-
-    path = tmp_path / "w.dbf"
-    with qzdbf.create(path, [("P", "N", 10, 2), ("D", "D", 8, 0), ("C", "C", 6, 0),
-                             ("M", "M", 10, 0)]) as t:
-        t.append({"P": decimal.Decimal("-1234.565"), "D": datetime.date(1999, 12, 31),
-                  "C": b"raw\xffb"})
-        t.append({"P": decimal.Decimal("0.1")})
-        for value in (decimal.Decimal("123456789.5"), decimal.Decimal("NaN")):
+        t.append((99999999.999, -12345678, D("-1234.565")))  # rounded half away from 0
+        for field, value in (("P", D("1234567890.5")), ("P", D("NaN")), ("M", 5)):
             with pytest.raises(qzdbf.InvalidValue):
-                t[1, "P"] = value
-        with pytest.raises(qzdbf.InvalidValue):
-            t[1, "M"] = 5
+                t[1, field] = value
         # A table made here has no memo file to take a memo.
         with pytest.raises(qzdbf.MemoError):
             t[1, "M"] = "text"
+    with qzdbf.open(path) as t:
+        assert [type(v) for v in t.row(0)[:3]] == [float, int, float]
+        assert t[2, "P"] == 99999999.999 and t[1, "Q"] is None and t[1, "M"] is None
     with qzdbf.open(path, decimal=True) as t:
-        # Rounded half away from zero to the field's decimals.
-        assert t[0, "P"] == decimal.Decimal("-1234.57") and t[1, "P"] == decimal.Decimal("0.10")
-        assert t[0, "D"] == datetime.date(1999, 12, 31) and t[1, "M"] is None
+        assert [t.row(r)[:4] for r in range(3)] == [
+            (D("1234.500"), 7, D("0.10"), datetime.date(1999, 12, 31)),
+            (D("-0.001"), None, None, None), (D("99999999.999"), -12345678, D("-1234.57"), None)]
+        assert str(t[1, "P"]) == "-0.001"
     ref = list(dbfread.DBF(str(path), raw=True, ignore_missing_memofile=True))
-    assert ref[0]["C"] == b"raw\xffb " and ref[0]["P"].strip() == b"-1234.57"
+    assert ref[0]["C"] == b"raw\xffb " and ref[2]["F"].strip() == b"-1234.57"
+
+
+def test_null_flags_blank_cells_of_every_column_kind(tmp_path):
+    # N, D, L, C and I may be null through _NullFlags (bit i: field i).
+    path = tmp_path / "nulls.dbf"
+    fields = [("N", "N", 6, 1, 2), ("D", "D", 8, 0, 2), ("L", "L", 1, 0, 2), ("C", "C", 5, 0, 2),
+              ("I", "I", 4, 0, 2), ("_NullFlags", "0", 1, 0, 5)]
+    full = [b"  12.5", b"20240131", b"T", b"abc  ", struct.pack("<i", 7)]
+    cc.raw_table(path, fields, [full + [b"\x00"], full + [b"\x1f"],
+                                full[:3] + [b"     ", full[4], b"\x08"]], vfp=True)
+    df = qzdbf.read_dataframe(path)
+    assert [str(t) for t in df.dtypes[:5]] == ["float64", "datetime64[ns]", "boolean", "object",
+                                               "Int64"]
+    assert df.iloc[0, :5].tolist() == [12.5, df.iloc[0, 1], True, "abc", 7]
+    assert df.iloc[1, :5].isna().all()
+    # Only C is null in the last record; its bytes alone would read "".
+    assert df.iloc[2, 3] is None and not df.iloc[2, [0, 1, 2, 4]].isna().any()
+    with qzdbf.open(path) as t:
+        assert [t[r, "C"] for r in range(3)] == ["abc", None, None]

@@ -1,8 +1,8 @@
-"""Character fields over 255 bytes (the length's high byte in the decimals
-byte): the field reports its whole width, and every read path (the frame
-from record images, the rows and cells of a table file or of a loaded
-copy, the frame through the cell getters) reads that field and the fields
-after it as dbfread does."""
+# Character fields over 255 bytes (the length's high byte in the decimals
+# byte): the field reports its whole width, and every read path (the frame
+# from record images, the rows and cells of a table file or of a loaded
+# copy, the frame through the cell getters) reads that field and the fields
+# after it as dbfread does.
 
 import shutil
 
@@ -28,41 +28,39 @@ def _plain(v):
 
 
 def _same_as_dbfread(reference, cell):
-    """cell(record, name) of every cell equals dbfread's value."""
+    # cell(record, name) of every cell equals dbfread's value.
     for r, rec in enumerate(reference):
         for name, want in rec.items():
             assert _plain(cell(r, name)) == _plain(want), (name, r)
 
 
-def test_wide_character_field_and_the_fields_after_it(tmp_path):
-    with qzdbf.open(PR90) as t:
-        note = [f for f in t.fields if f.name == "NOTE"][0]
-    assert (note.length, note.decimals) == (300, 0)
-    reference = list(dbfread.DBF(str(PR90), load=True))
-    assert max(len(r["NOTE"].rstrip()) for r in reference) > 44  # past what the length byte says
-    df = qzdbf.read_dataframe(PR90)
-    _same_as_dbfread(reference, lambda r, name: df[name].iloc[r])
-    # A loaded copy (the corpus is never opened for writing): its handles
-    # read through the cell getters, never record images.
+def _copy(tmp_path):
+    # A copy of the table and its memo file (the corpus is never opened for writing).
     for suffix in (".dbf", ".fpt"):
         shutil.copy(PR90.with_suffix(suffix), tmp_path / ("pr90" + suffix))
         (tmp_path / ("pr90" + suffix)).chmod(0o644)
-    copy = tmp_path / "pr90.dbf"
+    return tmp_path / "pr90.dbf"
+
+
+def test_wide_character_field_and_the_fields_after_it(tmp_path):
+    reference = list(dbfread.DBF(str(PR90), load=True))
+    assert max(len(r["NOTE"].rstrip()) for r in reference) > 44  # past what the length byte says
+    # A loaded copy: its handles, and the frame read while it is loaded,
+    # read through the cell getters.
+    copy = _copy(tmp_path)
     with qzdbf.open(PR90) as t, qzdbf.load(copy) as m:
+        assert [(f.length, f.decimals) for f in t.fields if f.name == "NOTE"] == [(300, 0)]
         names = [f.name for f in t.fields]
         for table in (t, m):
             _same_as_dbfread(reference, lambda r, name: table[r][name])
             _same_as_dbfread(reference, lambda r, name: table[r, name])
             _same_as_dbfread(reference, lambda r, name: table.row(r)[names.index(name)])
-        by_getters = qzdbf.read_dataframe(copy)
-        _same_as_dbfread(reference, lambda r, name: by_getters[name].iloc[r])
+        for df in (qzdbf.read_dataframe(PR90), qzdbf.read_dataframe(copy)):
+            _same_as_dbfread(reference, lambda r, name: df[name].iloc[r])
 
 
 def test_setters_write_the_fields_after_a_wide_one(tmp_path):
-    for suffix in (".dbf", ".fpt"):
-        shutil.copy(PR90.with_suffix(suffix), tmp_path / ("pr90" + suffix))
-        (tmp_path / ("pr90" + suffix)).chmod(0o644)
-    copy = tmp_path / "pr90.dbf"
+    copy = _copy(tmp_path)
     reference = list(dbfread.DBF(str(PR90), load=True))
     with qzdbf.open(copy, "r+") as t:
         t[1, "UNAME"] = "alice"

@@ -1,9 +1,6 @@
 // Running qzdbf from the tool's suites, and reading what it leaves behind.
 #pragma once
 
-#include <dirent.h>
-
-#include <algorithm>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -48,15 +45,9 @@ inline std::string read_text(const std::string& path) {
 
 // The names in a folder, sorted, without "." and "..".
 inline std::vector<std::string> folder_names(const std::string& dir) {
-    std::vector<std::string> names;
-    if (DIR* d = ::opendir(dir.c_str())) {
-        while (dirent* e = ::readdir(d))
-            if (std::string(e->d_name) != "." && std::string(e->d_name) != "..")
-                names.push_back(e->d_name);
-        ::closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    std::string out;
+    qz_test::run("LC_ALL=C ls -A " + quoted(dir), &out);
+    return lines_of(out);
 }
 
 // A table's fields as "NAME:C:4:0 SUM:N:6:2", read through the library.

@@ -5,38 +5,30 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "qzk_file_dbf.h"
-#include "qzk_file_dbf_ext.h"
-#include "test_support.h"
+#include "cli_run.h"
 
 namespace {
 
+using namespace qz_cli;
+
 const std::string kTool = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' ";
 
-// NAME C20, NOTE C12, QTY N8: Ann/Bob/Ann, quantities 1, 2, 3.
-void make_table(const std::string& path) {
-    Tqz_dbf_field f[3];
-    qz_dbf_field_init(&f[0], "NAME", dbf_ft_char, 20, 0);
-    qz_dbf_field_init(&f[1], "NOTE", dbf_ft_char, 12, 0);
-    qz_dbf_field_init(&f[2], "QTY", dbf_ft_numeric, 8, 0);
-    Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 3, 3, f, false);
-    ASSERT_NE(t, nullptr);
-    const char* names[] = {"Ann", "Bob", "Ann"};
-    for (unsigned r = 0; r < 3; ++r) {
-        qz_dbf_set_str(t, 0, r, names[r]);
-        qz_dbf_set_str(t, 1, r, ("n" + std::to_string(r)).c_str());
-        qz_dbf_set_int(t, 2, r, static_cast<int>(r) + 1);
-    }
-    qz_dbf_close(t);
+// qzdbf edit of `table` reading `script` (its lines) as its input.
+Outcome edit(const std::string& table, const std::string& script, const std::string& opts = "") {
+    return qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
 }
 
-void write_text(const std::string& path, const std::string& text) {
-    qz_test::write_bytes(path, std::vector<uint8_t>(text.begin(), text.end()));
+// NAME C20, NOTE C12, QTY N8 in CP1251: Ann/Bob/Ann, notes n0..n2, quantities 1, 2, 3.
+void make_table(const std::string& path) {
+    write_text(path + ".csv", "NAME,NOTE,QTY\nAnn,n0,1\nBob,n1,2\nAnn,n2,3\n");
+    const Outcome r =
+        qzdbf("import --quiet --encoding CP1251 --fields NAME:C:20,NOTE:C:12,QTY:N:8 " +
+              quoted(path + ".csv") + " " + quoted(path));
+    ASSERT_EQ(r.status, 0) << r.out;
 }
 
 // find answers from the fast-find index, rebuilt after every change; show
@@ -47,50 +39,26 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
     const std::string table = dir.file("t.dbf");
     make_table(table);
     Tqz_dbf_rw* t = qz_dbf_open(table.c_str(), false, false);
-    ASSERT_NE(t, nullptr);
-    ASSERT_TRUE(qz_dbf_set_deleted(t, 2, true));
+    ASSERT_TRUE(t && qz_dbf_set_deleted(t, 2, true));
     qz_dbf_close(t);
-    const std::string script = dir.file("script.txt");
-    write_text(script,
-               "find name ann\n"
-               "set NAME 1 Ann\n"
-               "find NAME   Ann  \n"
-               "undo\n"
-               "find --vertical 2 2\n"
-               "show --fields 2,NOTE 1 2\n"
-               "show --bogus\n"
-               "show --fields NAME,NOPE\n"
-               "find NAME\n");
-    std::string out;
-    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 1);
-    EXPECT_EQ(out,
-              "no record holds 'ann' in NAME\n"
-              "3 records hold 'Ann' in NAME: 0 1 2\n"
-              "  #  NAME  NOTE  QTY\n"
-              "  -  ----  ----  ---\n"
-              "  0  Ann   n0      1\n"
-              "  1  Ann   n1      2\n"
-              "* 2  Ann   n2      3\n"
-              "undone\n"
-              "1 record holds '2' in QTY: 1\n"
-              "record 1\n"
-              "NAME: Bob\n"
-              "NOTE: n1\n"
-              "QTY: 2\n"
-              "  #  QTY  NOTE\n"
-              "  -  ---  ----\n"
-              "  1    2  n1\n"
-              "* 2    3  n2\n"
-              "qzdbf: line 7: show knows --vertical and --fields, not '--bogus'\n"
-              "qzdbf: line 8: the table has no field named 'NOPE'\n"
-              "qzdbf: line 9: find needs FIELD VALUE\n"
+    const Outcome r =
+        edit(table,
+             "find name ann\nset NAME 1 Ann\nfind NAME   Ann  \nundo\nfind --vertical NAME Ann\n"
+             "find --vertical 2 2\nshow --fields 2,NOTE 1 2\nshow --bogus\n"
+             "show --fields NAME,NOPE\nfind NAME\n");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out,
+              "no record holds 'ann' in NAME\n3 records hold 'Ann' in NAME: 0 1 2\n"
+              "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n"
+              "  0  Ann   n0      1\n  1  Ann   n1      2\n* 2  Ann   n2      3\n"
+              "undone\n2 records hold 'Ann' in NAME: 0 2\nrecord 0\nNAME: Ann\nNOTE: n0\nQTY: 1\n\n"
+              "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n1 record holds '2' in QTY: "
+              "1\nrecord 1\nNAME: Bob\nNOTE: n1\nQTY: 2\n"
+              "  #  QTY  NOTE\n  -  ---  ----\n  1    2  n1\n* 2    3  n2\n"
+              "qzdbf: line 8: show knows --vertical and --fields, not '--bogus'\n"
+              "qzdbf: line 9: the table has no field named 'NOPE'\n"
+              "qzdbf: line 10: find needs FIELD VALUE\n"
               "qzdbf: changes not saved are lost\n");
-    write_text(script, "find --vertical NAME Ann\n");
-    EXPECT_EQ(qz_test::run(kTool + "edit '" + table + "' < '" + script + "' 2>&1", &out), 0);
-    EXPECT_EQ(out,
-              "2 records hold 'Ann' in NAME: 0 2\n"
-              "record 0\nNAME: Ann\nNOTE: n0\nQTY: 1\n\n"
-              "record 2 (deleted)\nNAME: Ann\nNOTE: n2\nQTY: 3\n");
 }
 
 // Character text goes in the table's encoding (--encoding, else the .cpg
@@ -100,102 +68,89 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
         std::string cpg, option;
         std::vector<uint8_t> bytes;  // the value's first and last letters, "Жук" and "а"
     } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA, 0xE0}},
-                 {"866", "", {0x86, 0xE3, 0xAA, 0xA0}},
                  {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}};
+    qz_test::Temp_dir dir;
+    const std::string table = dir.file("t.dbf");
+    make_table(dir.file("made.dbf"));
     for (const auto& c : cases) {
-        qz_test::Temp_dir dir;
-        const std::string table = dir.file("t.dbf"), script = dir.file("script.txt");
-        make_table(table);
+        SCOPED_TRACE(c.cpg + " " + c.option);
+        qz_test::write_bytes(table, qz_test::read_bytes(dir.file("made.dbf")));
         write_text(dir.file("t.cpg"), c.cpg + "\n");
         // 20 characters, 40 bytes of UTF-8: the field's 20 bytes, whole.
-        write_text(script,
-                   "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
-                   "find NAME Жукова Анна Петровна\nundo\n"
-                   "show 1 1\nredo\nsave\n");
-        std::string out;
-        EXPECT_EQ(qz_test::run(
-                      kTool + "edit " + c.option + "'" + table + "' < '" + script + "' 2>&1", &out),
-                  0);
-        EXPECT_EQ(out,
+        const Outcome r = edit(table,
+                               "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
+                               "find NAME Жукова Анна Петровна\nundo\nshow 1 1\nredo\nsave\n",
+                               c.option);
+        EXPECT_EQ(r.status, 0);
+        EXPECT_EQ(r.out,
                   "2 records hold 'Жукова Анна Петровна' in NAME: 0 1\n"
-                  "  #  NAME                  NOTE  QTY\n"
-                  "  -  --------------------  ----  ---\n"
-                  "  0  Жукова Анна Петровна  n0      1\n"
-                  "  1  Жукова Анна Петровна  n1      2\n"
-                  "undone\n"
-                  "  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n  1  Bob   n1      2\n"
-                  "redone\nsaved 3 records\n")
-            << c.cpg << " " << c.option;
+                  "  #  NAME                  NOTE  QTY\n  -  --------------------  ----  ---\n"
+                  "  0  Жукова Анна Петровна  n0      1\n  1  Жукова Анна Петровна  n1      2\n"
+                  "undone\n  #  NAME  NOTE  QTY\n  -  ----  ----  ---\n  1  Bob   n1      2\n"
+                  "redone\nsaved 3 records\n");
         const std::vector<uint8_t> b = qz_test::read_bytes(table);
         const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
-        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes)
-            << c.option;
+        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes);
     }
-    qz_test::Temp_dir dir;
-    make_table(dir.file("t.dbf"));
-    std::string out;
-    EXPECT_EQ(
-        qz_test::run(kTool + "edit --encoding NO-SUCH '" + dir.file("t.dbf") + "' </dev/null 2>&1",
-                     &out),
-        2);
-    EXPECT_NE(out.find("NO-SUCH"), std::string::npos) << out;
+    const Outcome r = edit(table, "", "--encoding NO-SUCH ");
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.out.find("NO-SUCH"), std::string::npos) << r.out;
 }
 
-// A tmux server of our own, one session of a fixed size running one command.
+// A tmux server of our own (its socket a file in `folder`), one session of
+// a fixed size running one command. The pane stays after the program ends,
+// so its last screen can be read; the shell writes the exit status there.
 class Tmux {
   public:
-    // The server's socket is a file in `folder`, which goes with it.
     Tmux(const std::string& folder, const std::string& command)
         : socket(folder + "/tmux" + std::to_string(++sessions)) {
-        // The pane stays after the program ends, so its last screen can be
-        // read; the shell writes the exit status there.
-        ok = tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
-                  quoted(command + "; echo \"[exit status $?]\"") +
-                  " \\; set-option -t s remain-on-exit on") == 0;
+        if (tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
+                 quoted(command + "; echo \"[exit status $?]\"") +
+                 " \\; set-option -t s remain-on-exit on") != 0)
+            ADD_FAILURE() << "tmux did not start";
     }
     ~Tmux() { tmux("kill-server"); }
 
-    bool started() const { return ok; }
     // Literal text typed.
     void type(const std::string& text) { tmux("send-keys -t s -l -- " + quoted(text)); }
     // Named keys: Enter, Left, Up, Tab, BSpace, C-d...
     void keys(const std::string& names) { tmux("send-keys -t s " + names); }
-    // The visible screen, its blank lines at the end left out.
-    std::string screen() {
-        std::string out;
-        tmux("capture-pane -p -t s", &out);
-        while (out.size() >= 2 && out[out.size() - 1] == '\n' && out[out.size() - 2] == '\n')
-            out.pop_back();
-        return out;
-    }
     // Enter, then waits until the program reads again: its screen ends with
     // a prompt ("...> "), the question ("[y/n/c]") or the exit status. Keys
     // typed earlier would be echoed by the terminal, not the line editor.
     void enter() {
         keys("Enter");
-        for (int k = 0; k < 200; ++k) {
-            std::string s = screen();
-            if (s.find("[exit status") != std::string::npos) return;
+        poll("a prompt", [](std::string s) {
             s.erase(s.find_last_not_of(" \n") + 1);
-            const std::string last = s.substr(s.rfind('\n') + 1);
-            if (!last.empty() && (last.back() == '>' || last.back() == ']')) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        ADD_FAILURE() << "no prompt after Enter:\n" << screen();
+            return !s.empty() && (s.find("[exit status") != std::string::npos || s.back() == '>' ||
+                                  s.back() == ']');
+        });
+    }
+    // A line typed and entered.
+    void line(const std::string& text) {
+        type(text);
+        enter();
     }
     // Waits until the screen shows `text` (20 s at most); the last screen.
     std::string wait_for(const std::string& text) {
-        std::string s;
-        for (int k = 0; k < 200; ++k) {
-            s = screen();
-            if (s.find(text) != std::string::npos) return s;
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        ADD_FAILURE() << "the screen never showed '" << text << "':\n" << s;
-        return s;
+        return poll(text, [&](const std::string& s) { return s.find(text) != std::string::npos; });
     }
 
   private:
+    template <class Seen>
+    std::string poll(const std::string& what, Seen seen) {
+        std::string s;
+        for (int k = 0; k < 200; ++k) {
+            s.clear();
+            tmux("capture-pane -p -t s", &s);
+            while (s.size() >= 2 && s[s.size() - 1] == '\n' && s[s.size() - 2] == '\n')
+                s.pop_back();
+            if (seen(s)) return s;
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        ADD_FAILURE() << "the screen never showed " << what << ":\n" << s;
+        return s;
+    }
     static std::string quoted(const std::string& text) {
         std::string out = "'";
         for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
@@ -209,16 +164,10 @@ class Tmux {
 
     static inline int sessions = 0;
     const std::string socket;
-    bool ok = false;
 };
 
-bool have_tmux() {
-    std::string out;
-    return qz_test::run("tmux -V 2>/dev/null", &out) == 0 && out.rfind("tmux", 0) == 0;
-}
-
 TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
-    if (!have_tmux()) GTEST_SKIP() << "tmux is not installed";
+    if (qz_test::run("tmux -V >/dev/null 2>&1") != 0) GTEST_SKIP() << "tmux is not installed";
     qz_test::Temp_dir dir;
     const std::string table = dir.file("people.dbf");
     make_table(table);
@@ -228,7 +177,6 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
                                 "' QZDBF_HISTORY='" + history + "' " + kTool + "edit people.dbf";
     {
         Tmux tmux(dir.path(), command);
-        ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
 
         // A typo mended with Left: "Alce" becomes "Alice"; the prompt then
@@ -238,8 +186,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type("i");
         tmux.wait_for("people.dbf> set NAME 0 Alice");
         tmux.enter();
-        tmux.type("show");
-        tmux.enter();
+        tmux.line("show");
         std::string s = tmux.wait_for("  2  Ann");
         EXPECT_NE(s.find("  0  Alice"), std::string::npos) << s;
         EXPECT_NE(s.find("people.dbf*> show"), std::string::npos) << s;
@@ -249,17 +196,14 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.wait_for("people.dbf*> set NAME 0 Alice");
         tmux.keys("Left Left Left Left Left Left BSpace");
         tmux.type("2");
-        s = tmux.wait_for("people.dbf*> set NAME 2 Alice");
-
+        tmux.wait_for("people.dbf*> set NAME 2 Alice");
         tmux.enter();
 
         // Tab completes a field name typed in another case.
         tmux.type("set qt");
         tmux.keys("Tab");
         tmux.wait_for("people.dbf*> set QTY");
-        tmux.type("1 42");
-        tmux.wait_for("people.dbf*> set QTY 1 42");
-        tmux.enter();
+        tmux.line("1 42");
         // Two fields begin with N: Tab lists them; one more letter decides.
         tmux.type("find N");
         tmux.keys("Tab");
@@ -267,10 +211,8 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type("a");
         tmux.keys("Tab");
         tmux.wait_for("people.dbf*> find NAME");
-        tmux.type("Alice");
-        tmux.wait_for("people.dbf*> find NAME Alice");
-        tmux.enter();
-        s = tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
+        tmux.line("Alice");
+        tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
 
         // Commands, options and the names of a --fields list.
         tmux.type("sh");
@@ -287,16 +229,12 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         EXPECT_NE(s.find("record 1\nNAME: Bob\nQTY: 42\n"), std::string::npos) << s;
 
         // quit asks; c goes on editing, y saves and ends.
-        tmux.type("quit");
-        tmux.enter();
+        tmux.line("quit");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
-        tmux.type("c");
-        tmux.enter();
+        tmux.line("c");
         tmux.wait_for("not quitting; save writes the table\npeople.dbf*>");
-        tmux.type("quit");
-        tmux.enter();
-        tmux.type("y");
-        tmux.enter();
+        tmux.line("quit");
+        tmux.line("y");
         s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("saved 3 records"), std::string::npos) << s;
         EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
@@ -307,40 +245,32 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     // The file holds what the same changes give when a script makes them.
     const std::string twin = dir.file("twin.dbf");
     make_table(twin);
-    const std::string script = dir.file("script.txt");
-    write_text(script, "set NAME 0 Alice\nset NAME 2 Alice\nset QTY 1 42\nsave\n");
-    std::string out;
-    ASSERT_EQ(qz_test::run(kTool + "edit '" + twin + "' < '" + script + "' 2>&1", &out), 0) << out;
+    const Outcome r = edit(twin, "set NAME 0 Alice\nset NAME 2 Alice\nset QTY 1 42\nsave\n");
+    ASSERT_EQ(r.status, 0) << r.out;
     const std::vector<uint8_t> saved = qz_test::read_bytes(table);
     EXPECT_EQ(saved, qz_test::read_bytes(twin));
     EXPECT_NE(saved, original);
 
     // The history went to its file, in the order typed.
-    const std::vector<uint8_t> h = qz_test::read_bytes(history);
-    const std::string htext(h.begin(), h.end());
+    const std::string htext = read_text(history);
     const size_t first = htext.find("set\\040NAME\\0400\\040Alice");
-    const size_t later = htext.find("set\\040NAME\\0402\\040Alice");
-    EXPECT_NE(first, std::string::npos) << htext;
-    EXPECT_NE(later, std::string::npos) << htext;
-    EXPECT_LT(first, later) << htext;
+    EXPECT_LT(first, htext.find("set\\040NAME\\0402\\040Alice")) << htext;
+    EXPECT_NE(htext.find("set\\040NAME\\0402\\040Alice"), std::string::npos) << htext;
     EXPECT_EQ(htext.find("\ny\n"), std::string::npos) << "answers stay out of the history";
 
     // A second session: Up brings back the last line of the first; Ctrl-D
     // with a change asks too, and n leaves the file as it was.
     {
         Tmux tmux(dir.path(), command);
-        ASSERT_TRUE(tmux.started());
         tmux.wait_for("people.dbf>");
         tmux.keys("Up");
         tmux.wait_for("people.dbf> quit");
         tmux.keys("BSpace BSpace BSpace BSpace");
-        tmux.type("add");
-        tmux.enter();
+        tmux.line("add");
         tmux.wait_for("added record 3\npeople.dbf*>");
         tmux.keys("C-d");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
-        tmux.type("n");
-        tmux.enter();
+        tmux.line("n");
         std::string s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("qzdbf: changes not saved are lost\n[exit status 0]"), std::string::npos)
             << s;
