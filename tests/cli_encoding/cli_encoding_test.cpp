@@ -70,6 +70,13 @@ TEST(CliEncoding, SetGetDumpAndInfoAgreeOnTheChosenEncoding) {
     }
     EXPECT_EQ(cell_bytes(dir.file("t.dbf")), padded({0xB3, 0xF3, 'd', 0xBC}));
     EXPECT_FALSE(qz_test::exists(dir.file("x.csv")));
+
+    // Field names are decoded, shown and named in the same encoding (a
+    // table whose names are UTF-8 bytes, without a .cpg or driver byte).
+    const std::string u = " --encoding UTF-8 '" QZ_CORPUS_DIR "/ruby-dbf/dbase_03_cyrillic.dbf' ";
+    EXPECT_EQ(qzdbf("get" + u + "ШАР 0").out, "Номер\n");
+    EXPECT_EQ(lines_of(qzdbf("dump --csv --fields ПЛОЩА" + u).out)[0], "ПЛОЩА,deleted\r");
+    EXPECT_TRUE(has(qzdbf("info" + u).out, "  0  ШАР            C   25")) << qzdbf("info" + u).out;
 }
 
 // create --encoding: the language driver of the code page (where there is
