@@ -29,6 +29,13 @@ void put_text(const std::string& text, char* buffer, size_t size) {
     buffer[n] = '\0';
 }
 
+// The handle's open table, or null with the last error saying why.
+Tqz_dbf_ibasic* open_table(Tqz_dbf_rw* h) {
+    Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
+    if (!t) qz::api::no_table(h);
+    return t;
+}
+
 int answer(const table_encoding& e, char* name, size_t size) {
     put_text(e.name, name, size);
     return static_cast<int>(e.source);
@@ -178,11 +185,8 @@ QZ_DBF_API long qz_dbf_get_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned
                                      char* buffer, size_t size) {
     return guarded(-1L, [&] {
         put_text("", buffer, size);
-        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
-        if (!t) {
-            qz::api::no_table(h);
-            return -1L;
-        }
+        Tqz_dbf_ibasic* t = open_table(h);
+        if (!t) return -1L;
         auto* basic = dynamic_cast<Tqz_dbf_basic*>(t);
         std::string text;
         if (!basic || h->current_storage() == Tqz_dbf_rw::storage::ogr) {
@@ -235,11 +239,8 @@ QZ_DBF_API long qz_dbf_get_field_name_utf8(Tqz_dbf_rw* h, unsigned int field, ch
                                            size_t size) {
     return guarded(-1L, [&] {
         put_text("", buffer, size);
-        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
-        if (!t) {
-            qz::api::no_table(h);
-            return -1L;
-        }
+        Tqz_dbf_ibasic* t = open_table(h);
+        if (!t) return -1L;
         if (field >= t->get_nf()) {
             qz::errors::set(qz::errors::argument, "no field " + std::to_string(field));
             return -1L;
@@ -271,11 +272,8 @@ QZ_DBF_API long qz_dbf_get_field_name_utf8(Tqz_dbf_rw* h, unsigned int field, ch
 QZ_DBF_API bool qz_dbf_set_cell_utf8(Tqz_dbf_rw* h, unsigned int field, unsigned int record,
                                      const char* text, size_t length) {
     return guarded(false, [&] {
-        Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
-        if (!t) {
-            qz::api::no_table(h);
-            return false;
-        }
+        Tqz_dbf_ibasic* t = open_table(h);
+        if (!t) return false;
         if (!text && length > 0) {
             qz::errors::set(qz::errors::argument, "no text");
             return false;

@@ -460,24 +460,27 @@ bool Tqz_dbf_disk::set_cell_bytes(unsigned int field, unsigned int record, const
     if (read_only || !bytes) return false;
     auto bracket = update_bracket();
     uint64_t pos;
-    unsigned flen;
-    unsigned offset, width;
-    if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen) ||
-        !qz::dbf::field_span(*this, field, offset, width))
-        return false;
-    pos = record_position(record) + offset;
+    unsigned width;
+    if (!cell_span(field, record, pos, width)) return false;
     return window.write(pos, bytes, std::min<size_t>(n, width));
 }
 
 bool Tqz_dbf_disk::get_cell_bytes(unsigned int field, unsigned int record, std::string& out) {
     out.clear();
     uint64_t pos;
-    unsigned flen;
-    unsigned offset, width;
+    unsigned width;
+    if (!cell_span(field, record, pos, width)) return false;
+    out.assign(width, '\0');
+    if (can_read && width > 0) window.read(pos, &out[0], width);
+    return true;
+}
+
+bool Tqz_dbf_disk::cell_span(unsigned int field, unsigned int record, uint64_t& pos,
+                             unsigned& width) {
+    unsigned flen, offset;
     if (!cell_position(static_cast<int>(field), static_cast<int>(record), pos, flen) ||
         !qz::dbf::field_span(*this, field, offset, width))
         return false;
-    out.assign(width, '\0');
-    if (can_read && width > 0) window.read(record_position(record) + offset, &out[0], width);
+    pos = record_position(record) + offset;
     return true;
 }

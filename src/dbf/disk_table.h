@@ -122,6 +122,9 @@ class Tqz_dbf_disk final : public Tqz_dbf_basic {
     // The file position of a field of a record, or false when there is no
     // such cell.
     bool cell_position(int field, int record, uint64_t& pos, unsigned& flen);
+    // Where a cell lies by the fields' whole widths (see field_span), for
+    // the typed cell bytes.
+    bool cell_span(unsigned int field, unsigned int record, uint64_t& pos, unsigned& width);
     uint64_t record_position(unsigned int record) const {
         return get_header_length() + static_cast<uint64_t>(get_record_length()) * record;
     }
