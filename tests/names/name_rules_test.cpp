@@ -49,4 +49,15 @@ TEST(NamesRules, OneNameThroughEveryExport) {
     }
 }
 
+// The older repair of whole field lists: Cyrillic kept and upper-cased
+// through Windows-1251 (а..я, ё), other characters as '_' ('A' first, digits kept), then
+// duplicates numbered.
+TEST(NamesRules, CorrectNamesKeepCyrillicInUpperCase) {
+    Code_page utf8(65001);
+    std::vector<Tqz_dbf_field> f = fields_of({"абвя", "ёж", "-x-y", "1x", "ABC", "abc"});
+    EXPECT_TRUE(qz_dbf_make_correct_names(f.data(), static_cast<int>(f.size())));
+    EXPECT_EQ(names_of(f.data(), f.size()),
+              (std::vector<std::string>{"АБВЯ", "ЁЖ", "AX_Y", "1X", "ABC", "ABC_1"}));
+}
+
 }  // namespace
