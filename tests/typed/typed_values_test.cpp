@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "qzk_basic.h"
 #include "table_builder.h"
 
 using namespace typed_test;
@@ -406,6 +407,7 @@ TEST(TypedValues, NumberTextsOfEveryLength) {
 // Field names in the encoding the handle reads text in: a table whose
 // names are UTF-8 bytes, without a .cpg or a driver byte.
 TEST(TypedValues, FieldNamesInTheChosenEncoding) {
+    qz_options_set_ansi_code_page(65001);  // the classic calls' system text: UTF-8
     Tqz_dbf_rw* t =
         qz_dbf_open_ex(QZ_CORPUS_DIR "/ruby-dbf/dbase_03_cyrillic.dbf", QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(t, nullptr);
@@ -424,6 +426,7 @@ TEST(TypedValues, FieldNamesInTheChosenEncoding) {
     EXPECT_STREQ(name, "");
     qz_dbf_close(t);
     EXPECT_EQ(qz_dbf_get_field_name_utf8(nullptr, 0, name, sizeof name), -1);
+    qz_options_set_ansi_code_page(0);
 }
 
 }  // namespace
