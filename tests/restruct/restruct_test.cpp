@@ -138,6 +138,25 @@ class Apply : public ::testing::Test {
     std::wstring path = dir.wfile("T.dbf");
 };
 
+// Entries made from a table keep its names as system text, cut to 10 bytes
+// before a character that does not fit whole.
+TEST(Descriptor, NamesOfAnotherCodePageCutBetweenCharacters) {
+    qz_options_set_ansi_code_page(65001);
+    qz_test::Temp_dir dir;
+    const std::string path = dir.file("t.dbf");  // CP1251 names: 'a' and nine Ж, then ЖЖ
+    qz_test::write_bytes(
+        path,
+        qz_test::dbf_bytes(
+            0x03, {{"a\xC6\xC6\xC6\xC6\xC6\xC6\xC6\xC6\xC6", 'C', 2, 0}, {"\xC6\xC6", 'C', 2, 0}},
+            {}));
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
+    ASSERT_EQ(qz_dbf_restruct_count(d), 2);
+    EXPECT_STREQ(qz_dbf_restruct_get_field(d, 0)->name, "a\xD0\x96\xD0\x96\xD0\x96\xD0\x96");
+    EXPECT_STREQ(qz_dbf_restruct_get_field(d, 1)->name, "\xD0\x96\xD0\x96");
+    qz_dbf_restruct_destroy(d);
+    qz_options_set_ansi_code_page(0);
+}
+
 TEST_F(Apply, TablesLeftAloneThenRewritten) {
     // Missing table.
     Tqz_dbf_rstrct* d = qz_dbf_restruct_create_empty_w(path.c_str());
