@@ -266,6 +266,13 @@ TEST(TypedValues, RefusalsLeaveTheCellAndSayWhy) {
                      qz_dbf_get_record_values(nullptr, 0, col.data(), 1),
                      qz_dbf_get_record_values(t, 9, col.data(), 1)})
         EXPECT_EQ(got, -1);
+    // Numbers given as decimal text or text go into integer and double fields.
+    const std::string n42 = "42", half = "-2.5";
+    const Tqz_dbf_value as_decimal = value(QZ_DBF_VALUE_DECIMAL, 0, 0, &n42),
+                        as_text = value(QZ_DBF_VALUE_TEXT, 0, 0, &half);
+    EXPECT_TRUE(qz_dbf_set_value(t, 5, 1, &as_decimal));
+    EXPECT_TRUE(qz_dbf_set_value(t, 6, 1, &as_text));
+    EXPECT_EQ(read_shown(t, 5, 1) + " " + read_shown(t, 6, 1), "2:42 d:-2.5");
     // A failed read leaves every value asked for null.
     std::vector<Tqz_dbf_value> row(3, value(QZ_DBF_VALUE_INT, 5));
     EXPECT_EQ(qz_dbf_get_record_values(t, 9, row.data(), 3), -1);
@@ -390,7 +397,9 @@ TEST(TypedValues, NumberTextsOfEveryLength) {
                  {"000000000000000012", "2:12"},
                  {"1234567890.12345678", printed("d:%.17g", 1234567890.12345678)},
                  {"68,5", printed("d:%.17g", 68.5)},
-                 {"1.2.3", "7:1.2.3"}};
+                 {"1.2.3", "7:1.2.3"},
+                 {"-", "7:-"},
+                 {".", "7:."}};
     qz_test::Temp_dir dir;
     std::vector<std::vector<std::string>> rows;
     for (const auto& c : cases)
