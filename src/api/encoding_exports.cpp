@@ -29,6 +29,16 @@ void put_text(const std::string& text, char* buffer, size_t size) {
     buffer[n] = '\0';
 }
 
+// The iconv name of an encoding as callers spell it; false, with the last
+// error naming it, for one iconv does not know.
+bool known_encoding(const char* encoding, std::string& name) {
+    name = encoding ? qz::strconv::normalize_encoding_name(encoding) : "";
+    if (!name.empty()) return true;
+    qz::errors::set(qz::errors::argument,
+                    std::string("unknown encoding \"") + (encoding ? encoding : "") + "\"");
+    return false;
+}
+
 // The handle's open table, or null with the last error saying why.
 Tqz_dbf_ibasic* open_table(Tqz_dbf_rw* h) {
     Tqz_dbf_ibasic* t = h ? h->current() : nullptr;
@@ -131,12 +141,8 @@ QZ_DBF_API bool qz_dbf_set_encoding(Tqz_dbf_rw* h, const char* encoding) {
 QZ_DBF_API bool qz_dbf_encoding_name(const char* encoding, char* name, size_t size) {
     return guarded(false, [&] {
         put_text("", name, size);
-        const std::string known = encoding ? qz::strconv::normalize_encoding_name(encoding) : "";
-        if (known.empty()) {
-            qz::errors::set(qz::errors::argument,
-                            std::string("unknown encoding \"") + (encoding ? encoding : "") + "\"");
-            return false;
-        }
+        std::string known;
+        if (!known_encoding(encoding, known)) return false;
         put_text(known, name, size);
         return true;
     });
@@ -149,12 +155,8 @@ QZ_DBF_API bool qz_dbf_set_table_encoding(Tqz_dbf_rw* h, const char* encoding) {
             qz::errors::set(qz::errors::argument, "not a table file open for writing");
             return false;
         }
-        const std::string name = encoding ? qz::strconv::normalize_encoding_name(encoding) : "";
-        if (name.empty()) {
-            qz::errors::set(qz::errors::argument,
-                            std::string("unknown encoding \"") + (encoding ? encoding : "") + "\"");
-            return false;
-        }
+        std::string name;
+        if (!known_encoding(encoding, name)) return false;
         if (!d->set_language_driver(qz::strconv::language_driver_for(name))) {
             qz::errors::set(qz::errors::io, d->get_filename(), "the header could not be written");
             return false;
