@@ -32,10 +32,10 @@ class Values : public ::testing::Test {
     // A table of fields F0, F1... given as "N6.2 C6 ..." (type letter,
     // length, decimals) in the encoding given (1251, 866 or 65001), created
     // and opened again for writing.
-    void make(const char* spec, unsigned records, int encoding = 1251) {
+    void make(const char* layout, unsigned records, int encoding = 1251) {
         std::vector<Tqz_dbf_field> fields;
         lengths.clear();
-        for (const char* p = spec; *p; p += *p == ' ') {
+        for (const char* p = layout; *p; p += *p == ' ') {
             fields.emplace_back();
             char* end = nullptr;
             lengths.push_back(std::strtoul(p + 1, &end, 10));
