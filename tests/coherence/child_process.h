@@ -47,7 +47,7 @@ inline pid_t start_child(const std::string& mode, const std::string& table,
 // Waits until `done`, or the child `pid` (if > 0) has ended, or `seconds`
 // have passed; whether `done` came true.
 template <class Pred>
-bool wait_for(pid_t pid, Pred done, double seconds) {
+bool wait_for(pid_t pid, double seconds, Pred done) {
     const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     int status;
     while (!done()) {

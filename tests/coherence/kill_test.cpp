@@ -31,8 +31,7 @@ void kill_rounds(const std::string& mode, const std::string& table,
         shared->progress = 0;
         const pid_t pid = start_child(mode, table, word);
         ASSERT_GT(pid, 0);
-        const bool going = wait_for(
-            pid, [&] { return shared->progress.load() > 0; }, 20);
+        const bool going = wait_for(pid, 20, [&] { return shared->progress.load() > 0; });
         std::this_thread::sleep_for(std::chrono::microseconds(rng() % (max_us + 1)));
         kill_and_reap(pid);
         ASSERT_TRUE(going) << mode << " never got going";

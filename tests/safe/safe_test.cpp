@@ -12,48 +12,38 @@
 #include <functional>
 #include <thread>
 
-#include "qzk_file_dbf_ext.h"
-#include "test_support.h"
+#include "restruct_tables.h"
 
 namespace {
 
 using qz_test::read_bytes;
 using qz_test::Temp_dir;
 using qz_test::write_bytes;
+using restruct_test::qzdbf;
 
 struct Bad_file {
-    std::string name;  // the case, also the file's name
-    std::string path;
+    std::string name;    // the case, also the file's name
     int severity;        // the worst finding a check makes
     std::string reason;  // a part of its text
 };
 
 // A good table "NAME C10, AMOUNT N8.2, DAY D8" with three records.
-std::string make_good_table(const qz_test::Temp_dir& dir, const std::string& name) {
-    Tqz_dbf_field fields[3];
-    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
-    qz_dbf_field_init(&fields[1], "AMOUNT", dbf_ft_numeric, 8, 2);
-    qz_dbf_field_init(&fields[2], "DAY", dbf_ft_date, 8, 0);
-    Tqz_dbf_rw* t = qz_dbf_create(dir.file(name).c_str(), 3, 3, fields, false);
-    const char* names[] = {"alpha", "beta", "gamma"};
-    for (unsigned r = 0; r < 3; ++r) {
-        qz_dbf_set_str(t, 0, r, names[r]);
-        qz_dbf_set_dbl(t, 1, r, 1.5 * (r + 1));
-        qz_dbf_set_str(t, 2, r, "20240131");
-    }
-    qz_dbf_close(t);
+std::string make_good_table(const Temp_dir& dir, const std::string& name) {
+    restruct_test::make_table(
+        dir.wfile(name), {{"NAME", 'C', 10, 0}, {"AMOUNT", 'N', 8, 2}, {"DAY", 'D', 8, 0}},
+        {{"alpha", "1.5", "20240131"}, {"beta", "3", "20240131"}, {"gamma", "4.5", "20240131"}});
     return dir.file(name);
 }
 
 // Every bad file, each in `dir`. The "locked" table is good on disk (the
 // caller holds its lock); the "read_only" table has mode 0444.
-std::vector<Bad_file> make_bad_files(const qz_test::Temp_dir& dir) {
-    const std::vector<uint8_t> good = qz_test::read_bytes(make_good_table(dir, "base.dbf"));
+std::vector<Bad_file> make_bad_files(const Temp_dir& dir) {
+    const std::vector<uint8_t> good = read_bytes(make_good_table(dir, "base.dbf"));
     std::vector<Bad_file> out;
     auto variant = [&](const std::string& name, std::vector<uint8_t> bytes, int sev,
                        const std::string& reason) {
-        if (name != "folder.dbf") qz_test::write_bytes(dir.file(name), bytes);
-        out.push_back(Bad_file{name, dir.file(name), sev, reason});
+        if (name != "folder.dbf") write_bytes(dir.file(name), bytes);
+        out.push_back(Bad_file{name, sev, reason});
     };
     auto patched = [&](size_t at, std::vector<uint8_t> with) {
         std::vector<uint8_t> b = good;
@@ -105,13 +95,6 @@ std::string check(const std::string& path, int& worst, unsigned flags = QZ_DBF_C
     return text;
 }
 
-// The tool's exit status and what it printed (standard output and error).
-int qzdbf(const std::string& args, std::string* out = nullptr, const std::string& input = "") {
-    std::string command = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' " + args + " 2>&1";
-    if (!input.empty()) command = "printf '" + input + "' | " + command;
-    return qz_test::run(command, out);
-}
-
 int64_t mtime_ns(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) != 0 ? -1
@@ -139,25 +122,26 @@ TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
         SCOPED_TRACE(b.name);
         const bool folder = b.name == "folder.dbf", fatal = b.severity == QZ_DBF_SEV_FATAL,
                    held = b.name == "locked.dbf" || b.name == "read_only.dbf";
-        const std::vector<uint8_t> before = read_bytes(b.path);
-        const int64_t mtime = mtime_ns(b.path);
+        const std::string path = dir.file(b.name);
+        const std::vector<uint8_t> before = read_bytes(path);
+        const int64_t mtime = mtime_ns(path);
         int worst = -1;
-        const std::string found = check(b.path, worst);
+        const std::string found = check(path, worst);
         EXPECT_EQ(worst, b.severity) << found;
         EXPECT_NE(found.find(b.reason), std::string::npos) << found;
         qz_dbf_clear_last_error();
-        Tqz_dbf_rw* t = qz_dbf_open_ex(b.path.c_str(), 0);
+        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
         EXPECT_EQ(t != nullptr, !fatal && !held) << qz_dbf_last_error_message();
         if (fatal) expect_error(QZ_DBF_ERR_NOT_A_TABLE, b.reason);
         if (b.name == "read_only.dbf") expect_error(QZ_DBF_ERR_PERMISSION, "");
         qz_dbf_close(t);
-        t = qz_dbf_open_ex(b.path.c_str(), fatal ? QZ_DBF_OPEN_FORCE : QZ_DBF_OPEN_READ_ONLY);
+        t = qz_dbf_open_ex(path.c_str(), fatal ? QZ_DBF_OPEN_FORCE : QZ_DBF_OPEN_READ_ONLY);
         EXPECT_TRUE(t || fatal);
         EXPECT_FALSE(t && fatal && qz_dbf_set_deleted(t, 0, true));  // forced: read-only
         qz_dbf_close(t);
         for (const auto& [name, command, input, writes] : commands) {
             std::string args = command, out;
-            args.replace(args.find("PATH"), 4, "'" + b.path + "'");
+            args.replace(args.find("PATH"), 4, "'" + path + "'");
             // watch refuses a file that is no table at once, and otherwise
             // runs until it is stopped (its status is then not checked).
             if (name == "watch")
@@ -189,9 +173,9 @@ TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
                             out.find("warning: ") != std::string::npos)
                     << where;
             }
-            EXPECT_EQ(read_bytes(b.path), before) << where;
-            EXPECT_EQ(mtime_ns(b.path), mtime) << where;
-            EXPECT_EQ(qz_test::exists(b.path + ".lk"), b.name == "locked.dbf") << where;
+            EXPECT_EQ(read_bytes(path), before) << where;
+            EXPECT_EQ(mtime_ns(path), mtime) << where;
+            EXPECT_EQ(qz_test::exists(path + ".lk"), b.name == "locked.dbf") << where;
         }
     }
     qz_dbf_close(holder);
@@ -215,25 +199,21 @@ TEST(Safe, CheckFindsFieldLayoutsAndValues) {
               field = QZ_DBF_CHECK_FIELD;
     struct Case {
         size_t at;  // field 2 (DAY, D8) at 96: type at +11, length +16, decimals +17
-        std::vector<uint8_t> bytes;
+        std::string bytes;
         int severity, kind;
         const char* reason;
     } cases[] = {
-        {96 + 11, {'L'}, error, field, "L field of length 8"},
-        {96 + 11, {'S'}, error, field, "unknown field type 'S'"},
-        {64 + 17, {8}, error, field, "8 decimals in length 8"},
-        {128, {' '}, error, QZ_DBF_CHECK_TERMINATOR, "no terminator"},
-        {10, {28}, error, QZ_DBF_CHECK_RECORD_LENGTH, "not the fields' lengths plus one (27)"},
-        {96,
-         {'d', 'a', 'y'},
-         warning,
-         name,
-         "'day' breaks the field-name rules (the repair is 'DAY')"},
-        {96, {'n', 'a', 'm', 'e'}, warning, name, "'name' is used by an earlier field too"},
+        {96 + 11, "L", error, field, "L field of length 8"},
+        {96 + 11, "S", error, field, "unknown field type 'S'"},
+        {64 + 17, "\b", error, field, "8 decimals in length 8"},
+        {128, " ", error, QZ_DBF_CHECK_TERMINATOR, "no terminator"},
+        {10, "\x1C", error, QZ_DBF_CHECK_RECORD_LENGTH, "not the fields' lengths plus one (27)"},
+        {96, "day", warning, name, "'day' breaks the field-name rules (the repair is 'DAY')"},
+        {96, "name", warning, name, "'name' is used by an earlier field too"},
         // a CP1251 byte in a name: findings stay UTF-8, the byte escaped
-        {96, {0xC4}, warning, name, "field 2 (\\xC4AY)"},
-        {130 + 11, {'x'}, error, QZ_DBF_CHECK_VALUE, "not a number, the first \" x"},
-        {8, {0xA2}, QZ_DBF_SEV_FATAL, QZ_DBF_CHECK_RECORDS, ""},
+        {96, "\xC4", warning, name, "field 2 (\\xC4AY)"},
+        {130 + 11, "x", error, QZ_DBF_CHECK_VALUE, "not a number, the first \" x"},
+        {8, "\xA2", QZ_DBF_SEV_FATAL, QZ_DBF_CHECK_RECORDS, ""},
     };
     for (const Case& c : cases) {
         std::vector<uint8_t> b = good;
@@ -250,20 +230,15 @@ TEST(Safe, CheckFindsFieldLayoutsAndValues) {
     // other programs may leave them; bad ones counted per field, the first
     // quoted with every byte outside printable ASCII as \xNN. The text "E5"
     // right after the number must not be read as its exponent.
-    const std::vector<std::vector<std::string>> records = {{"    1.50", "E5", "20240229", "T"},
-                                                           {"abc", "E5",
-                                                            "\xE2\x82\xAC"
-                                                            "12345",
-                                                            "X"},
-                                                           {"", "E5", "19000229", "?"},
-                                                           {"********", "E5", "20000229", ""},
-                                                           {"  +5", "E5", "20230229", "F"},
-                                                           {"-1.5e+3", "E5", "20231301", "y"},
-                                                           {"  1,5", "E5", "", "n"},
-                                                           {"1.2.3", "E5", "20240100", "Z"},
-                                                           {"1e", "E5", "20241231", "T"},
-                                                           {"  -", "E5", "20240431", "T"},
-                                                           {"       5", "E5", "20240229", "T"}};
+    const char* numbers[] = {"    1.50", "abc",   "",   "********", "  +5",    "-1.5e+3",
+                             "  1,5",    "1.2.3", "1e", "  -",      "       5"};
+    const char* dates[] = {"20240229", "\342\202\25412345", "19000229", "20000229",
+                           "20230229", "20231301",          "",         "20240100",
+                           "20241231", "20240431",          "20240229"};
+    std::vector<std::vector<std::string>> records;
+    for (int i = 0; i < 11; ++i)
+        records.push_back({numbers[i], "E5", dates[i], {"TX?\0FynZTTT"[i]}});
+    records[3][3] = "";
     write_bytes(
         dir.file("v.dbf"),
         qz_test::dbf_bytes(0x03, {{"N", 'N', 8, 2}, {"C", 'C', 2}, {"D", 'D', 8}, {"L", 'L', 1}},
