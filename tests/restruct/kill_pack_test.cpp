@@ -15,33 +15,15 @@
 
 #include "restruct_tables.h"
 
+using namespace restruct_test;
+
 namespace {
-
-constexpr unsigned kRecords = 30000;
-
-// Record i: NAME "n<i>", N the number i; every odd record flagged deleted.
-// `kept` gets the even records' cells.
-std::vector<uint8_t> table_bytes(const std::string& path, restruct_test::Rows& kept) {
-    Tqz_dbf_field fields[2];
-    qz_dbf_field_init(&fields[0], "NAME", dbf_ft_char, 10, 0);
-    qz_dbf_field_init(&fields[1], "N", dbf_ft_numeric, 8, 0);
-    Tqz_dbf_rw* h = qz_dbf_create(path.c_str(), 2, kRecords, fields, false);
-    for (unsigned i = 0; h && i < kRecords; ++i) {
-        qz_dbf_set_str(h, 0, i, ("n" + std::to_string(i)).c_str());
-        qz_dbf_set_int(h, 1, i, static_cast<int>(i));
-        qz_dbf_set_deleted(h, i, i % 2);
-        if (i % 2 == 0) kept.push_back({"n" + std::to_string(i), std::to_string(i)});
-    }
-    qz_dbf_close(h);
-    return qz_test::read_bytes(path);
-}
 
 // "old" when the table is the original byte for byte, "new" when it holds
 // exactly the kept records, else "torn".
-std::string state(const std::string& path, const std::vector<uint8_t>& original,
-                  const restruct_test::Rows& kept) {
+std::string state(const std::string& path, const std::vector<uint8_t>& original, const Rows& kept) {
     if (qz_test::read_bytes(path) == original) return "old";
-    return restruct_test::cells(qz_test::widen(path), true) == kept ? "new" : "torn";
+    return cells(qz_test::widen(path), true) == kept ? "new" : "torn";
 }
 
 pid_t start_pack(const std::string& path) {
@@ -58,15 +40,22 @@ TEST(KillPack, TableIsAlwaysOldOrNewWhole) {
     qz_test::Temp_dir dir;
     setenv("TMPDIR", dir.path().c_str(), 1);  // the child's temporary copy
     const std::string path = dir.file("big.dbf");
-    restruct_test::Rows kept;
-    const std::vector<uint8_t> original = table_bytes(dir.file("pristine.dbf"), kept);
+    // 30,000 records "n<i>", i; every odd one flagged deleted in the file.
+    Rows rows, kept;
+    for (unsigned i = 0; i < 30000; ++i)
+        rows.push_back({"n" + std::to_string(i), std::to_string(i)});
+    ASSERT_TRUE(make_table(qz_test::widen(path), {{"NAME", 'C', 10, 0}, {"N", 'N', 8, 0}}, rows));
+    std::vector<uint8_t> original = qz_test::read_bytes(path);
+    const size_t header = qz_test::u16_at(original, 8), length = qz_test::u16_at(original, 10);
+    for (unsigned i = 0; i < rows.size(); ++i)
+        i % 2 ? void(original[header + i * length] = '*') : kept.push_back(rows[i]);
 
     // Four tables (their first names differ) packed at once, then one
     // timed: how long a pack takes.
     std::string script;
     for (char t = 'a'; t < 'e'; ++t) {
         std::vector<uint8_t> b = original;
-        b[qz_test::u16_at(b, 8) + 1] = t;
+        b[header + 1] = t;
         qz_test::write_bytes(dir.file({t}), b);
         script += "'" QZDBF_EXE "' pack '" + dir.file({t}) + "' >/dev/null & ";
     }
@@ -101,8 +90,8 @@ TEST(KillPack, TableIsAlwaysOldOrNewWhole) {
         ASSERT_TRUE(s == "old" || s == "new") << "kill " << k << ": " << s;
         ++seen[s == "new"];
     }
-    std::printf("pack of %u records takes %.3f s; %d kills: %d left the old table, %d the new\n",
-                kRecords, whole, rounds, seen[0], seen[1]);
+    std::printf("pack of 30000 records takes %.3f s; %d kills: %d left the old table, %d the new\n",
+                whole, rounds, seen[0], seen[1]);
 }
 
 }  // namespace

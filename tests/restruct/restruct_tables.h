@@ -2,6 +2,7 @@
 // through the C interface, and a runner of the tool.
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,14 @@ struct Column {
     signed char dlen;
 };
 using Rows = std::vector<std::vector<std::string>>;
+
+#ifdef QZ_EXAMPLES_DIR
+// The example table with its memo and code-page files copied to `stem`.dbf.
+inline void copy_sample(const std::string& stem) {
+    for (const char* ext : {".dbf", ".dbt", ".cpg"})
+        std::filesystem::copy_file(std::string(QZ_EXAMPLES_DIR "/sample") + ext, stem + ext);
+}
+#endif
 
 inline Tqz_dbf_field field(const Column& c) {
     Tqz_dbf_field f;
@@ -53,8 +62,7 @@ inline std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record, bool tri
     bool ok = false;
     const char* s = qz_dbf_get_str(t, field, record, ok);
     std::string v = s ? s : "";
-    if (trim) v.erase(v.find_last_not_of(' ') + 1);
-    return v;
+    return trim ? v.erase(v.find_last_not_of(' ') + 1) : v;
 }
 
 // Every cell of the table at `path` as text, record by record; empty when

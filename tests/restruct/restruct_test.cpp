@@ -60,7 +60,7 @@ std::string entries(Tqz_dbf_rstrct* d) {
 // status (0 new, 1 kept, 2 changed), origin and old attributes. The status
 // is worked out live: an attribute changed back makes the entry kept again.
 // Then an empty descriptor, and indexes outside the entries.
-TEST(Descriptor, EditsStatusesOriginsAndIndexesOutsideTheEntries) {
+TEST(Descriptor, EditsStatusesOriginsIndexesOutsideTheEntriesAndNames) {
     qz_test::Temp_dir dir;
     const std::wstring path = dir.wfile("t.dbf");
     ASSERT_TRUE(make_table(path, {{"A", 'C', 10, 0}, {"B", 'N', 8, 2}, {"C", 'L', 1, 0}}, {{"x"}}));
@@ -125,37 +125,30 @@ TEST(Descriptor, EditsStatusesOriginsAndIndexesOutsideTheEntries) {
     d = qz_dbf_restruct_create_w(dir.wfile("missing.dbf").c_str());
     EXPECT_EQ(qz_dbf_restruct_count(d), 0);
     qz_dbf_restruct_destroy(d);
-}
 
-class Apply : public ::testing::Test {
-  protected:
-    void copy_sample() {
-        for (const char* ext : {".dbf", ".dbt", ".cpg"})
-            fs::copy_file(std::string(QZ_EXAMPLES_DIR "/sample") + ext, dir.file("T") + ext);
-    }
-    qz_test::Temp_dir dir;
-    std::string file = dir.file("T.dbf");
-    std::wstring path = dir.wfile("T.dbf");
-};
-
-// Entries made from a table keep its names as system text, cut to 10 bytes
-// before a character that does not fit whole.
-TEST(Descriptor, NamesOfAnotherCodePageCutBetweenCharacters) {
+    // Entries made from a table keep its names as system text, cut to 10
+    // bytes before a character that does not fit whole (CP1251 names: 'a'
+    // and nine Ж, then ЖЖ).
     qz_options_set_ansi_code_page(65001);
-    qz_test::Temp_dir dir;
-    const std::string path = dir.file("t.dbf");  // CP1251 names: 'a' and nine Ж, then ЖЖ
     qz_test::write_bytes(
-        path,
+        dir.file("cp.dbf"),
         qz_test::dbf_bytes(
             0x03, {{"a\xC6\xC6\xC6\xC6\xC6\xC6\xC6\xC6\xC6", 'C', 2, 0}, {"\xC6\xC6", 'C', 2, 0}},
             {}));
-    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
+    d = qz_dbf_restruct_create(dir.file("cp.dbf").c_str());
     ASSERT_EQ(qz_dbf_restruct_count(d), 2);
     EXPECT_STREQ(qz_dbf_restruct_get_field(d, 0)->name, "a\xD0\x96\xD0\x96\xD0\x96\xD0\x96");
     EXPECT_STREQ(qz_dbf_restruct_get_field(d, 1)->name, "\xD0\x96\xD0\x96");
     qz_dbf_restruct_destroy(d);
     qz_options_set_ansi_code_page(0);
 }
+
+class Apply : public ::testing::Test {
+  protected:
+    qz_test::Temp_dir dir;
+    std::string file = dir.file("T.dbf");
+    std::wstring path = dir.wfile("T.dbf");
+};
 
 TEST_F(Apply, TablesLeftAloneThenRewritten) {
     // Missing table.
@@ -223,7 +216,7 @@ std::vector<uint8_t> saved(Tqz_dbf_memory* m, const std::string& name) {
 }
 
 TEST_F(Apply, LoadedTableIsRestructuredInPlaceAsOneStep) {
-    copy_sample();
+    copy_sample(dir.file("T"));
     Iqz_history_manager* history = qz_history_manager_get_instance();
     qz_history_manager_clear(history);
     const auto on_disk = qz_test::read_bytes(file);
@@ -306,7 +299,7 @@ TEST_F(Apply, TablesMadeWithFieldsOrWithAnothersLayout) {
     // Nothing at the new path: an empty table in the template's encoding; a
     // table there keeps its record count and its own encoding, its values go;
     // a template that does not open makes nothing.
-    copy_sample();
+    copy_sample(dir.file("T"));
     const std::wstring made = dir.wfile("made.dbf"), other = dir.wfile("other.dbf");
     qz_dbf_create_dbf_with_struct(made.c_str(), path.c_str());
     EXPECT_EQ(layout(made) + std::to_string(cells(made).size()), layout(path) + "0");
@@ -381,53 +374,43 @@ void expect_changed(Tqz_dbf_rw* t, unsigned j, unsigned r, const Column& to, cha
         qz_dbf_set_str(t, j, r, text);
 }
 
-using Case = std::tuple<Encoding, Form>;
-class Convert : public ::testing::TestWithParam<Case> {};
-
-TEST_P(Convert, EveryOldTypeToEveryNewType) {
-    const auto [enc, form] = GetParam();
+// Every old field changed to each new type (status 2), in each encoding, by
+// the file rewrite and by the memory form, against the expected table.
+TEST(Convert, EveryOldTypeToEveryNewTypeInEveryEncodingAndForm) {
     qz_test::Temp_dir dir;
     const std::wstring path = dir.wfile("t.dbf"), expected = dir.wfile("want.dbf");
-    for (const Column& to : new_columns) {
-        SCOPED_TRACE(std::string("to ") + to.type);
-        ASSERT_TRUE(make_table(path, old_columns, rows, enc));
-        const Rows old_cells = cells(path);
-        Tqz_dbf_memory* memory = form == Form::memory ? qz_dbf_mem_load_w(path.c_str()) : nullptr;
-        Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
-        std::vector<Column> layout_cols(8, {"X", to.type, to.flen, to.dlen});
-        for (int k = 0; k < 8; ++k) {
-            Tqz_dbf_field f = field(layout_cols[k]);
-            f.name[1] = char('0' + k);
-            qz_dbf_restruct_set_field(d, k, &f);
-            ASSERT_EQ(qz_dbf_restruct_get_field_status(d, k), 2);
-        }
-        ASSERT_TRUE(memory ? qz_dbf_mem_restruct(memory, d) : qz_dbf_restruct_apply(d));
-        qz_dbf_restruct_destroy(d);
-        // The expected table: the old cells converted here, written into a
-        // table of the new layout through the ordinary setters.
-        ASSERT_TRUE(make_table(expected, layout_cols, Rows(rows.size()), enc));
-        Tqz_dbf_rw* e = qz_dbf_open_w(expected.c_str(), false, false);
-        for (unsigned k = 0; k < 8; ++k) {
-            qz_dbf_set_field_name(e, k, ("X" + std::to_string(k)).c_str());
-            for (unsigned r = 0; r < rows.size(); ++r)
-                expect_changed(e, k, r, to, old_columns[k].type, old_cells[r][k], form);
-        }
-        qz_dbf_close(e);
-        EXPECT_EQ(layout(path), layout(expected));
-        EXPECT_EQ(cells(path), cells(expected));
-        qz_dbf_mem_free(memory);
-    }
+    const char* const names[] = {"X0", "X1", "X2", "X3", "X4", "X5", "X6", "X7"};
+    for (Encoding enc : {Encoding::cp1251, Encoding::cp866, Encoding::utf8})
+        for (Form form : {Form::file, Form::memory})
+            for (const Column& to : new_columns) {
+                SCOPED_TRACE(std::string("to ") + to.type + ", encoding " +
+                             std::to_string(int(enc)) + (form == Form::file ? ", file" : ""));
+                ASSERT_TRUE(make_table(path, old_columns, rows, enc));
+                const Rows old_cells = cells(path);
+                Tqz_dbf_memory* memory =
+                    form == Form::memory ? qz_dbf_mem_load_w(path.c_str()) : nullptr;
+                Tqz_dbf_rstrct* d = qz_dbf_restruct_create_w(path.c_str());
+                std::vector<Column> layout_cols(8, to);
+                for (int k = 0; k < 8; ++k) {
+                    layout_cols[k].name = names[k];
+                    Tqz_dbf_field f = field(layout_cols[k]);
+                    qz_dbf_restruct_set_field(d, k, &f);
+                    ASSERT_EQ(qz_dbf_restruct_get_field_status(d, k), 2);
+                }
+                ASSERT_TRUE(memory ? qz_dbf_mem_restruct(memory, d) : qz_dbf_restruct_apply(d));
+                qz_dbf_restruct_destroy(d);
+                // The expected table: the old cells converted here, written
+                // into a table of the new layout through the ordinary setters.
+                ASSERT_TRUE(make_table(expected, layout_cols, Rows(rows.size()), enc));
+                Tqz_dbf_rw* e = qz_dbf_open_w(expected.c_str(), false, false);
+                for (unsigned k = 0; k < 8; ++k)
+                    for (unsigned r = 0; r < rows.size(); ++r)
+                        expect_changed(e, k, r, to, old_columns[k].type, old_cells[r][k], form);
+                qz_dbf_close(e);
+                EXPECT_EQ(layout(path), layout(expected));
+                EXPECT_EQ(cells(path), cells(expected));
+                qz_dbf_mem_free(memory);
+            }
 }
-
-std::string case_name(const ::testing::TestParamInfo<Case>& info) {
-    static const char* const enc[] = {"CP1251", "CP866", "UTF8"};
-    return std::string(enc[int(std::get<0>(info.param))]) +
-           (std::get<1>(info.param) == Form::file ? "File" : "Memory");
-}
-INSTANTIATE_TEST_SUITE_P(AllEncodings, Convert,
-                         ::testing::Combine(::testing::Values(Encoding::cp1251, Encoding::cp866,
-                                                              Encoding::utf8),
-                                            ::testing::Values(Form::file, Form::memory)),
-                         case_name);
 
 }  // namespace
