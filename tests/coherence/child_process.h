@@ -59,12 +59,6 @@ bool wait_for(pid_t pid, double seconds, Pred done) {
     return true;
 }
 
-inline void kill_and_reap(pid_t pid) {
-    ::kill(pid, SIGKILL);
-    int status;
-    ::waitpid(pid, &status, 0);
-}
-
 using qz_test::raw_cell;
 using qz_test::u16_at;
 using qz_test::u32_at;

@@ -26,19 +26,14 @@ void run_steps(const std::string& file, const std::vector<Step>& steps,
         args.replace(args.find('T'), 1, "'" + file + "'");
         EXPECT_EQ(qzdbf(args, &out, s.input), s.status) << s.args << "\n" << out;
         EXPECT_NE(out.find(s.out), std::string::npos) << s.args << "\n" << out;
-        if (s.after.empty()) {
-            EXPECT_EQ(qz_test::read_bytes(file), bytes) << s.args;
-        } else {
-            EXPECT_EQ(now(), s.after) << s.args;
-        }
+        EXPECT_TRUE(s.after.empty() ? qz_test::read_bytes(file) == bytes : now() == s.after)
+            << s.args << (s.after.empty() ? "" : " gives " + now());
     }
 }
 
 TEST(Tool, AlterAndEditsAlter) {
     qz_test::Temp_dir dir;
-    for (const char* ext : {".dbf", ".dbt", ".cpg"})
-        std::filesystem::copy_file(std::string(QZ_EXAMPLES_DIR "/sample") + ext,
-                                   dir.file("t") + ext);
+    copy_sample(dir.file("t"));
     const std::string file = dir.file("t.dbf");
     const std::wstring path = dir.wfile("t.dbf");
     const Rows before = cells(path);
@@ -46,26 +41,24 @@ TEST(Tool, AlterAndEditsAlter) {
         return layout(path) + " " + cells(path, true)[0][7] + " " + cells(path, true)[1][7];
     };
     const std::string original = now();
-    const std::string all =
-        " --drop NAME --drop CITY --drop BORN --drop SALARY --drop RATE"
-        " --drop ACTIVE --drop KIDS --drop NOTES";  // no table without fields
-    run_steps(file,
-              {{"alter T --drop NOPE", "", 2, "", ""},
-               {"alter T --add 1BAD:C:5", "", 2, "", ""},
-               {"alter T --add X:Q:5", "", 2, "", ""},
-               {"alter T --rename CITY=NAME", "", 2, "", ""},
-               {"alter T --move NAME=9", "", 2, "", ""},
-               {"alter T" + all, "", 2, "", ""},
-               {"alter T.dbf --drop A", "", 2, "", ""},  // a missing table
-               {"edit T", "alter --drop Q\\n", 1, "", ""},
-               {"edit T",
-                "alter --drop KIDS --add Z:I:4 --rename NAME=WHO\\nset Z 0 12\\nundo\\nundo\\n"
-                "save\\nredo\\nquit\\n",
-                0, "new layout", original},  // saved after both undos
-               {"edit T", "alter --drop KIDS --add Z:I:4\\nset Z 1 7\\nsave\\nquit\\n", 0, "",
-                "NAME:C:30:0,CITY:C:20:0,BORN:D:8:0,SALARY:N:12:2,RATE:F:10:4,ACTIVE:L:1:0,"
-                "NOTES:M:10:0,Z:I:4:0 0 7"}},
-              now);
+    // Refused: unknown names and types, clashes, bad places, no field left,
+    // a missing table.
+    std::vector<Step> steps;
+    for (std::string bad : {"--drop NOPE", "--add 1BAD:C:5", "--add X:Q:5", "--rename CITY=NAME",
+                            "--move NAME=9", "--drop A",
+                            "--drop NAME --drop CITY --drop BORN "
+                            "--drop SALARY --drop RATE --drop ACTIVE --drop KIDS --drop NOTES"})
+        steps.push_back({(bad == "--drop A" ? "alter T.dbf " : "alter T ") + bad, "", 2, "", ""});
+    steps.insert(steps.end(),
+                 {{"edit T", "alter --drop Q\\n", 1, "", ""},
+                  {"edit T",
+                   "alter --drop KIDS --add Z:I:4 --rename NAME=WHO\\nset Z 0 12\\nundo\\nundo\\n"
+                   "save\\nredo\\nquit\\n",
+                   0, "new layout", original},  // saved after both undos
+                  {"edit T", "alter --drop KIDS --add Z:I:4\\nset Z 1 7\\nsave\\nquit\\n", 0, "",
+                   "NAME:C:30:0,CITY:C:20:0,BORN:D:8:0,SALARY:N:12:2,RATE:F:10:4,ACTIVE:L:1:0,"
+                   "NOTES:M:10:0,Z:I:4:0 0 7"}});
+    run_steps(file, steps, now);
 
     // Held by another writer: exit status 3, nothing changed, no backup.
     Tqz_dbf_rw* writer = qz_dbf_open_w(path.c_str(), false, false);

@@ -31,12 +31,9 @@ TEST(Support, ExtensionsStringsAndNumbers) {
     EXPECT_EQ(su::trim_left(std::string("  a ")), "a ");
     EXPECT_EQ(su::trim(std::wstring(L"\t Дом \n")), L"Дом");
     bool ok = false;
-    EXPECT_DOUBLE_EQ(su::to_numeric_safe(std::wstring(L"-0,25e1"), &ok), -2.5);
-    EXPECT_TRUE(ok);
-    for (const char* bad : {"7x", "", "1e999"}) {
-        su::to_numeric_safe(std::string(bad), &ok);
-        EXPECT_FALSE(ok) << bad;
-    }
+    EXPECT_TRUE(su::to_numeric_safe(std::wstring(L"-0,25e1"), &ok) == -2.5 && ok);
+    for (const char* bad : {"7x", "", "1e999"})
+        EXPECT_FALSE((su::to_numeric_safe(std::string(bad), &ok), ok)) << bad;
     su::icase_less less;
     EXPECT_FALSE(less(L"ЯБЛОКО", L"яблоко") || less(L"яблоко", L"ЯБЛОКО"));
     EXPECT_TRUE(less(std::string("apple"), std::string("BANANA")));
@@ -53,10 +50,8 @@ TEST(Support, StreamsCompanionsAndAdapters) {
     f.close();
     EXPECT_EQ(qz_test::read_bytes(dir.file("line.txt")),
               (std::vector<uint8_t>{0x84, 0xAE, 0xAC, '\n'}));
-    EXPECT_FALSE(f.open(dir.wfile(""), qz::detail::access_read, qz::detail::lock_none));
-    EXPECT_EQ(qz::detail::stdio_mode(qz::detail::access_append | qz::detail::access_text), "at");
-    EXPECT_FALSE(f.open(dir.wfile("missing"), qz::detail::access_read | qz::detail::access_binary,
-                        qz::detail::lock_none));
+    EXPECT_FALSE(f.open(dir.wfile(""), qz::detail::access_read, qz::detail::lock_none) ||
+                 f.open(dir.wfile("missing"), qz::detail::access_read, qz::detail::lock_none));
 
     const std::wstring want = dir.wfile("CARS.DBT");
     EXPECT_EQ(fsys::find_companion(want), want) << "nothing there: the name itself";
@@ -67,8 +62,7 @@ TEST(Support, StreamsCompanionsAndAdapters) {
     EXPECT_TRUE(fsys::move_file(dir.wfile("cars.Dbt"), dir.wfile("moved"), false));
     EXPECT_FALSE(fsys::move_file(dir.wfile("moved"), want, false));
     EXPECT_TRUE(fsys::move_file(dir.wfile("moved"), want, true));
-    EXPECT_TRUE(fsys::remove_file(want));
-    EXPECT_FALSE(fsys::remove_file(want));
+    EXPECT_TRUE(fsys::remove_file(want) && !fsys::remove_file(want));
 
     qz_options_set_ansi_code_page(1251);
     std::wstring target = L"old";
