@@ -194,8 +194,7 @@ TEST(Safe, CheckFindsFieldLayoutsAndValues) {
         // a CP1251 byte in a name: findings stay UTF-8, the byte escaped
         {96, "\xC4", warning, name, "field 2 (\\xC4AY)"},
         {130 + 11, "x", error, QZ_DBF_CHECK_VALUE, "not a number, the first \" x"},
-        {8, "\xA2", QZ_DBF_SEV_FATAL, QZ_DBF_CHECK_RECORDS, ""},
-    };
+        {8, "\xA2", QZ_DBF_SEV_FATAL, QZ_DBF_CHECK_RECORDS, ""}};
     for (const Case& c : cases) {
         std::vector<uint8_t> b = good;
         std::copy(c.bytes.begin(), c.bytes.end(), b.begin() + c.at);
