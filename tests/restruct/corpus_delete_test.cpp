@@ -3,7 +3,7 @@
 // tables the rewrite cannot handle are refused and left byte for byte.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstring>
 
 #include "restruct_tables.h"
 
@@ -26,15 +26,11 @@ restruct_test::Rows rows(const std::string& file, unsigned& held) {
         out.emplace_back();
         for (unsigned f = 0; f < qz_dbf_get_nf(h); ++f) {
             const char type = qz_dbftype2char(qz_dbf_get_field_type(h, f));
-            std::string v = restruct_test::cell(h, f, r);
+            std::string v = type && std::strchr("CLDN", type) ? restruct_test::cell(h, f, r) : "";
             char num[40];
             Tqz_dbf_value memo;
-            if (type == 'M')
-                v = qz_dbf_get_value(h, f, r, &memo) && memo.text
-                        ? std::string(memo.text, memo.length)
-                        : "";
-            else if (type != 'C' && type != 'L' && type != 'D' && type != 'N')
-                v.clear();
+            if (type == 'M' && qz_dbf_get_value(h, f, r, &memo) && memo.text)
+                v.assign(memo.text, memo.length);
             while (!v.empty() && (v.back() == ' ' || v.back() == '\0')) v.pop_back();
             char* end = nullptr;  // an N cell by its value, if it has one
             const double x = type == 'N' ? std::strtod(v.c_str(), &end) : 0;
@@ -52,11 +48,8 @@ TEST(CorpusDelete, EveryThirdRecordGoesTheRestStays) {
     if (tables.empty()) GTEST_SKIP() << "no corpus at " QZ_CORPUS_DIR;
     // The copies go to a RAM folder when there is one: two hundred rewrites
     // synced to a disk cost seconds.
-    const char* tmp = std::getenv("TMPDIR");
-    const std::string saved_tmp = tmp ? tmp : "";
     if (qz_test::exists("/dev/shm")) setenv("TMPDIR", "/dev/shm", 1);
     qz_test::Temp_dir dir;
-    tmp ? setenv("TMPDIR", saved_tmp.c_str(), 1) : unsetenv("TMPDIR");
     restruct_test::Temp_folder temp(dir.path());
     int rewritten = 0, n = 0;
     for (const std::string& table : tables) {
