@@ -48,11 +48,9 @@ inline bool make_table(const std::wstring& path, const std::vector<Column>& colu
                         static_cast<unsigned>(rows.size()), fields.data(), enc == Encoding::cp866);
     if (!t) return false;
     if (enc == Encoding::utf8) qz_dbf_set_utf8_flag(t, true);
-    for (size_t r = 0; r < rows.size(); ++r)
-        for (size_t k = 0; k < rows[r].size() && k < columns.size(); ++k)
-            if (!rows[r][k].empty())
-                qz_dbf_set_str(t, static_cast<unsigned>(k), static_cast<unsigned>(r),
-                               rows[r][k].c_str());
+    for (unsigned r = 0; r < rows.size(); ++r)
+        for (unsigned k = 0; k < rows[r].size() && k < columns.size(); ++k)
+            if (!rows[r][k].empty()) qz_dbf_set_str(t, k, r, rows[r][k].c_str());
     qz_dbf_close(t);
     return true;
 }
@@ -70,11 +68,9 @@ inline std::string cell(Tqz_dbf_rw* t, unsigned field, unsigned record, bool tri
 inline Rows cells(const std::wstring& path, bool trim = false) {
     Rows out;
     Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
-    if (!t) return out;
-    for (unsigned r = 0; r < qz_dbf_get_nr(t); ++r) {
-        out.emplace_back();
-        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) out.back().push_back(cell(t, f, r, trim));
-    }
+    for (unsigned r = 0; t && r < qz_dbf_get_nr(t); ++r)
+        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f)
+            (f ? out.back() : out.emplace_back()).push_back(cell(t, f, r, trim));
     qz_dbf_close(t);
     return out;
 }
