@@ -50,6 +50,7 @@ TEST(Support, StreamsCompanionsAndAdapters) {
     f.close();
     EXPECT_EQ(qz_test::read_bytes(dir.file("line.txt")),
               (std::vector<uint8_t>{0x84, 0xAE, 0xAC, '\n'}));
+    EXPECT_EQ(qz::detail::stdio_mode(qz::detail::access_append | qz::detail::access_text), "at");
     EXPECT_FALSE(f.open(dir.wfile(""), qz::detail::access_read, qz::detail::lock_none) ||
                  f.open(dir.wfile("missing"), qz::detail::access_read, qz::detail::lock_none));
 
