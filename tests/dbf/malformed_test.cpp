@@ -83,26 +83,4 @@ TEST(Malformed, HeadersCutShortOrWithOddLengthsOpenWithWhatWasRead) {
     EXPECT_EQ(qz_test::read_bytes(path), half);
 }
 
-// A numeric field whose decimal byte is 0xFF reads as -1: writing a number
-// must not hand the C library an invalid format; the count is taken as no
-// count at all.
-TEST(Malformed, NegativeDecimalCountWritesWithTheDefaultPrecision) {
-    qz_test::Temp_dir dir;
-    const std::string path = dir.file("neg.dbf");
-    Bytes b = table(1, 65, 11, "N");
-    b[32 + 11] = 'N', b[32 + 17] = 0xFF;
-    b.push_back(0x0D);
-    b.insert(b.end(), 11, ' ');
-    b.push_back(0x1A);
-    qz_test::write_bytes(path, b);
-    Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-    ASSERT_NE(t, nullptr);
-    EXPECT_EQ(qz_dbf_get_field_dlen(t, 0), -1);
-    EXPECT_TRUE(qz_dbf_set_dbl(t, 0, 0, 3.25));
-    bool ok = false;
-    EXPECT_STREQ(qz_dbf_get_str(t, 0, 0, ok), "3.250000");
-    EXPECT_TRUE(ok);
-    qz_dbf_close(t);
-}
-
 }  // namespace

@@ -29,10 +29,11 @@ class Values : public ::testing::Test {
         qz_dbf_close(t);
         qz_options_set_ansi_code_page(0);
     }
-    // A table of fields F0, F1... given as "N6.2 C6 ..." (type letter,
-    // length, decimals) in the encoding given (1251, 866 or 65001), created
-    // and opened again for writing.
-    void make(const char* layout, unsigned records, int encoding = 1251) {
+    // A table of fields given as "N6.2 C6 ..." (type letter, length,
+    // decimals), named by `names` or else F<position>, in the encoding given
+    // (1251, 866 or 65001), created and opened again for writing.
+    void make(const char* layout, unsigned records, int encoding = 1251,
+              std::vector<std::string> names = {}) {
         std::vector<Tqz_dbf_field> fields;
         lengths.clear();
         for (const char* p = layout; *p; p += *p == ' ') {
@@ -40,9 +41,9 @@ class Values : public ::testing::Test {
             char* end = nullptr;
             lengths.push_back(std::strtoul(p + 1, &end, 10));
             const int dlen = *end == '.' ? static_cast<int>(std::strtol(end + 1, &end, 10)) : 0;
-            const auto type = Tqz_dbf_field_type(std::strchr("?CNLMDFIBP", *p) - "?CNLMDFIBP");
-            qz_dbf_field_init(&fields.back(), ("F" + std::to_string(fields.size() - 1)).c_str(),
-                              type, lengths.back(), static_cast<char>(dlen));
+            if (names.size() < fields.size()) names.push_back("F" + std::to_string(names.size()));
+            qz_dbf_field_init(&fields.back(), names[fields.size() - 1].c_str(), qz_char2dbftype(*p),
+                              lengths.back(), static_cast<char>(dlen));
             p = end;
         }
         qz_dbf_close(t);
@@ -286,15 +287,26 @@ TEST_F(Values, WideTextKeptAsHexadecimal) {
     EXPECT_EQ(fed.text.size(), 63u);
 }
 
+// Names go into the descriptors in the table's encoding, at creation and
+// when renamed (cut to 10 bytes, the field's offset kept); stored names are
+// matched exactly, as system text: a CP1251 table's names are found when
+// callers speak CP1251.
 TEST_F(Values, FieldNamesAndAttributes) {
-    make("C200 N8.3 F8.3", 1, 866);
+    for (int enc : {1251, 866}) {
+        make("C200 N8.3 F8.3", 1, enc, {"ИМЯ", "ГОД"});
+        const std::vector<uint8_t> b = qz_test::read_bytes(path);
+        EXPECT_EQ(std::string(b.begin() + 32, b.begin() + 36),
+                  std::string(enc == 866 ? "\x88\x8C\x9F" : "\xC8\xCC\xDF", 4));  // "ИМЯ"
+        EXPECT_STREQ(qz_dbf_get_field_name(t, 1), "ГОД");
+        qz_options_set_ansi_code_page(1251);
+        EXPECT_EQ(qz_dbf_find_field_index_w(t, L"ГОД"), enc == 866 ? 0xFFFFFFFFu : 1u);
+        EXPECT_EQ(qz_dbf_find_field_index_w(t, L"год"), 0xFFFFFFFFu);
+        qz_options_set_ansi_code_page(65001);
+    }
     EXPECT_EQ(qz_dbf_get_field_flen(t, 0), 200u);
-    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"F0"), 0u);
-    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"f0"), 0xFFFFFFFFu);
+    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"F2"), 2u);
     EXPECT_EQ(qz_dbf_get_nl(t) + qz_dbf_get_layer(t), 1u);
     EXPECT_TRUE(qz_dbf_set_layer(t, 7));
-    // A new name goes into the file's descriptor in the table's encoding,
-    // cut to 10 bytes; the descriptor keeps the field's offset.
     qz_dbf_set_field_name(t, 1, "СуммаИтогоВсего");
     EXPECT_STREQ(qz_dbf_get_field_name(t, 1), "СуммаИтого");
     qz_dbf_close(t);
@@ -302,10 +314,14 @@ TEST_F(Values, FieldNamesAndAttributes) {
     EXPECT_EQ(
         std::string(b.begin() + 64, b.begin() + 77),
         std::string("\x91\xE3\xAC\xAC\xA0\x88\xE2\xAE\xA3\xAE\0N\xC9", 13));  // offset 1 + 200
-    b[96 + 17] = 0xFF;  // a decimal count byte of 0xFF reads as -1
+    // A decimal count byte of 0xFF reads as -1, and a number is then written
+    // with the default precision (never a broken format).
+    b[64 + 17] = 0xFF;
     qz_test::write_bytes(path, b);
     t = qz_dbf_open(path.c_str(), false, true);
-    EXPECT_EQ(qz_dbf_get_field_dlen(t, 2), -1);
+    EXPECT_EQ(qz_dbf_get_field_dlen(t, 1), -1);
+    EXPECT_TRUE(qz_dbf_set_dbl(t, 1, 0, 3.25));
+    EXPECT_EQ(str(1, 0, ok), "3.250000");
     Sink fed;
     qz_dbf_get_field_name_w(t, 1, fed.adp);
     EXPECT_EQ(fed.text, L"СуммаИтого");
