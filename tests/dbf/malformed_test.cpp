@@ -55,10 +55,9 @@ TEST(Malformed, HeadersCutShortOrWithOddLengthsOpenWithWhatWasRead) {
         if (terminator) b.push_back(0x0D);
         return b;
     };
-    const struct {
-        Bytes bytes;
-        const char* want;
-    } cases[] = {
+    // clang-format off
+    const struct { Bytes bytes; const char* want; } cases[] = {
+        // clang-format on
         {{}, "0:0"},
         // The count cut short: the bytes that were read count, the rest are zero.
         {with(table(0x10007, 65, 11, ""), 6, false), "0:7"},

@@ -49,9 +49,7 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     qz_test::Temp_dir dir;
     const std::string path = copy_of("php-xbase/dBase/dBaseVII.dbf", dir),
                       doubles = copy_of("php-xbase/dBase/dBaseVII_double.dbf", dir);
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-    Tqz_dbf_rw* o = qz_dbf_open_ex(doubles.c_str(), 0);
-    ASSERT_TRUE(t && o);
+    Tqz_dbf_rw *t = typed_test::open_ex(path, 0), *o = typed_test::open_ex(doubles, 0);
     const unsigned f_int = qz_dbf_find_field_index_w(t, L"INTEGER"),
                    f_ts = qz_dbf_find_field_index_w(t, L"DATETIME"),
                    f_auto = qz_dbf_find_field_index_w(t, L"AUTO_INC");
@@ -66,13 +64,10 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     using lim = std::numeric_limits<double>;
     const double reals[] = {-lim::max(),       -1e10, -1.5, -1e-300, -0.0, 0.0,
                             lim::denorm_min(), 0.1,   2.5,  1e300};
-    const struct {
-        Tqz_dbf_rw* t;
-        const std::string& path;
-        unsigned field;
-        int kind;
-        size_t count;
-    } series[] = {{t, path, f_int, QZ_DBF_VALUE_INT, 7},
+    // clang-format off
+    const struct { Tqz_dbf_rw* t; const std::string& path; unsigned field; int kind; size_t count; }
+        series[] = {// clang-format on
+                  {t, path, f_int, QZ_DBF_VALUE_INT, 7},
                   {t, path, f_ts, QZ_DBF_VALUE_DATETIME, 7},
                   {o, doubles, 0, QZ_DBF_VALUE_DOUBLE, 10}};
     for (const auto& s : series) {
@@ -104,11 +99,9 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     // empty cell), the wrong kind, before day 1 or past 2^53 ms, not finite,
     // autoincrement.
     const Bytes kept = qz_test::read_bytes(path), kept_o = qz_test::read_bytes(doubles);
-    const struct {
-        Tqz_dbf_rw* t;
-        unsigned field;
-        Tqz_dbf_value v;
-    } refused[] = {{t, f_int, {QZ_DBF_VALUE_INT, 1LL << 31, 0.0, nullptr, 0}},
+    // clang-format off
+    const struct { Tqz_dbf_rw* t; unsigned field; Tqz_dbf_value v; } refused[] = {// clang-format on
+                   {t, f_int, {QZ_DBF_VALUE_INT, 1LL << 31, 0.0, nullptr, 0}},
                    {t, f_int, {QZ_DBF_VALUE_INT, -(1LL << 31), 0.0, nullptr, 0}},
                    {t, f_int, {QZ_DBF_VALUE_BYTES, 0, 0.0, "12", 2}},
                    {t, f_ts, {QZ_DBF_VALUE_DATETIME, -62135596800001LL, 0.0, nullptr, 0}},
@@ -134,8 +127,7 @@ TEST(Dbase7Write, MemosCarryTheirBlockHeader) {
     const std::string path = copy_of("php-xbase/dBase/dBaseVII.dbf", dir);
     const std::string memo_path = path.substr(0, path.size() - 4) + ".dbt";
     const Bytes memo_before = qz_test::read_bytes(memo_path);
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-    ASSERT_NE(t, nullptr);
+    Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
     const unsigned bio = qz_dbf_find_field_index_w(t, L"BIO");
     const std::string keep1 = typed_test::read_shown(t, bio, 1),
                       text = std::string(600, 'x') + "\r\nend";
@@ -162,15 +154,10 @@ TEST(Dbase7Write, MemosCarryTheirBlockHeader) {
 // tables restructured is compared with the peers' reading by the interop
 // tests.)
 TEST(Dbase7Restruct, EveryKindConvertedOrRefusedWhole) {
-    const struct {
-        const char* table;
-        const char* field;
-        char type;
-        unsigned char flen;
-        char dlen;
-        bool applies;
-        uint8_t version;
-    } cases[] = {{"php-xbase/dBase/dBaseVII.dbf", "DATETIME", '@', 8, 0, false, 0},
+    // clang-format off
+    const struct { const char* table; const char* field; char type; unsigned char flen;
+        char dlen; bool applies; uint8_t version; } cases[] = {// clang-format on
+                 {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", '@', 8, 0, false, 0},
                  {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", 'C', 23, 0, true, 0x8B},
                  {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'O', 8, 0, true, 0x03},
                  {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'N', 20, 6, true, 0x03},
@@ -180,8 +167,7 @@ TEST(Dbase7Restruct, EveryKindConvertedOrRefusedWhole) {
         qz_test::Temp_dir dir;
         const std::string path = copy_of(c.table, dir);
         const Bytes before = qz_test::read_bytes(path);
-        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(t, nullptr);
+        Tqz_dbf_rw* t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
         const unsigned changed = qz_dbf_find_field_index_w(t, qz_test::widen(c.field).c_str());
         const std::vector<Tqz_dbf_value> was = column(t, changed);  // no texts: @ and O
         qz_dbf_close(t);
@@ -198,8 +184,7 @@ TEST(Dbase7Restruct, EveryKindConvertedOrRefusedWhole) {
             continue;
         }
         EXPECT_EQ(qz_test::read_bytes(path)[0], c.version);
-        t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(t, nullptr);
+        t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
         const std::vector<Tqz_dbf_value> now = column(t, changed);
         for (size_t r = 0; r < now.size(); ++r) {
             const std::string text = now[r].text ? std::string(now[r].text, now[r].length) : "";
@@ -229,12 +214,10 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
         dir, "vary", 0x30,
         {{"NAME", 'V', 6, 0, 0x02}, {"BIN", 'Q', 4, 0, 0x04}, {"_NullFlags", '0', 1, 0, 0x05}}, 1,
         typed_test::memo_kind::none);
-    const struct {
-        unsigned field;
-        int kind;
-        std::string value;
-        Bytes cell;  // the field's bytes, then the _NullFlags byte
-    } steps[] = {{0, QZ_DBF_VALUE_TEXT, "ab", {'a', 'b', 0, 0, 0, 2, 0x01}},
+    // cell the field's bytes, then the _NullFlags byte
+    // clang-format off
+    const struct { unsigned field; int kind; std::string value; Bytes cell; } steps[] = {// clang-format on
+                 {0, QZ_DBF_VALUE_TEXT, "ab", {'a', 'b', 0, 0, 0, 2, 0x01}},
                  {0, QZ_DBF_VALUE_TEXT, "a  ", {'a', ' ', ' ', 0, 0, 3, 0x01}},
                  {0, QZ_DBF_VALUE_TEXT, "sixsix", {'s', 'i', 'x', 's', 'i', 'x', 0x00}},
                  {0, QZ_DBF_VALUE_TEXT, "", {0, 0, 0, 0, 0, 0, 0x01}},
@@ -242,8 +225,7 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
                  {1, QZ_DBF_VALUE_BYTES, std::string("\0\1", 2), {0, 1, 0, 2, 0x07}},
                  {1, QZ_DBF_VALUE_BYTES, std::string("\0\1\2\3", 4), {0, 1, 2, 3, 0x03}},
                  {0, QZ_DBF_VALUE_TEXT, "x", {'x', 0, 0, 0, 0, 1, 0x01}}};
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-    ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+    Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
     for (const auto& s : steps) {
         SCOPED_TRACE(s.value);
         Tqz_dbf_value v{s.kind, 0, 0.0, s.value.data(), s.value.size()};
@@ -281,8 +263,7 @@ TEST(WideFields, WidthsOffsetsReadsAndWritesFollowTheHighByte) {
         bytes[10] = static_cast<uint8_t>(bytes[10] - !confirmed);  // one byte short of the widths
         qz_test::write_bytes(path, bytes);
         Tqz_dbf_memory* m = memory ? qz_dbf_mem_load(path.c_str()) : nullptr;
-        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), confirmed ? 0 : QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+        Tqz_dbf_rw* t = typed_test::open_ex(path, confirmed ? 0 : QZ_DBF_OPEN_READ_ONLY);
         const unsigned nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t),
                        note = qz_dbf_find_field_index_w(t, L"NOTE");
         EXPECT_EQ(qz_dbf_get_field_flen(t, note), 44u);  // the length byte, as ever
@@ -314,12 +295,11 @@ TEST(WideFields, WidthsOffsetsReadsAndWritesFollowTheHighByte) {
             longest = std::max(longest, cell.size());
         }
         EXPECT_EQ(longest > 44, !memory);
-        const struct {
-            const wchar_t* field;
-            unsigned record;
-            bool utf8;  // through qz_dbf_set_cell_utf8, else qz_dbf_set_value
-            std::string text;
-        } writes[] = {{L"NOTE", 0, false, std::string(270, 'w') + "end"},
+        // utf8 through qz_dbf_set_cell_utf8, else qz_dbf_set_value
+        // clang-format off
+        const struct { const wchar_t* field; unsigned record; bool utf8; std::string text; }
+            writes[] = {// clang-format on
+                      {L"NOTE", 0, false, std::string(270, 'w') + "end"},
                       {L"NOTE", 3, true, std::string(299, 'u') + "!"},
                       {L"UNAME", 1, false, "alice"},
                       {L"OTH1", 1, true, "bob"},
@@ -362,8 +342,7 @@ TEST(WideFields, WidthsOffsetsReadsAndWritesFollowTheHighByte) {
                 qz_dbf_mem_free(m);
                 m = nullptr;
             }
-            t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-            ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+            t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
         }
         qz_dbf_close(t);
         if (!qz_test::have_dbfread()) continue;

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
@@ -51,6 +53,14 @@ inline std::string make_table(const qz_test::Temp_dir& dir, const std::string& n
     if (memo != memo_kind::none)
         qz_test::write_bytes(dir.file(name + (memo == memo_kind::fpt ? ".fpt" : ".dbt")), m);
     return path;
+}
+
+// qz_dbf_open_ex; a failure fails the test with its reason (the calls after
+// it get no handle and answer neutrally).
+inline Tqz_dbf_rw* open_ex(const std::string& path, unsigned flags) {
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), flags);
+    EXPECT_NE(t, nullptr) << path << ": " << qz_dbf_last_error_message();
+    return t;
 }
 
 inline Tqz_dbf_value value(int kind, long long i = 0, double d = 0,

@@ -47,11 +47,7 @@ TEST(TypedCell, ImagesByType) {
         return Tqz_dbf_value{kind, i, d, t, t ? std::strlen(t) : 0};
     };
     // clang-format off
-    struct {
-        cell_layout f;
-        Tqz_dbf_value v;
-        std::string image;  // "" when refused
-    } cases[] = {
+    struct { cell_layout f; Tqz_dbf_value v; std::string image; } cases[] = {  // image "": refused
         {{'N', 6, 0, false}, v_of(QZ_DBF_VALUE_INT, -42, 0, nullptr), "   -42"},
         {{'N', 6, 2, false}, v_of(QZ_DBF_VALUE_INT, 42, 0, nullptr), " 42.00"},
         {{'N', 5, 0, false}, v_of(QZ_DBF_VALUE_INT, 123456, 0, nullptr), ""},
