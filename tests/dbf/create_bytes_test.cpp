@@ -78,22 +78,17 @@ TEST(CreateBytes, CodePageFileWrittenAtCloseAndReadOnOpen) {
         qz_dbf_close(t);
         EXPECT_EQ(text_of(dir.file("T.cpg")), want);
     }
-    struct Case {
-        const char* text;
-        bool dos_arg, dos, utf8;
-    } cases[] = {
-        {"cp866\n", false, true, false},
-        {"  utf-8  \r\n", false, false, true},
-        {"ANSI 1251", true, false, false},  // clears the DOS flag of the call
-        {"UTF8", true, true, false},        // no mark: the call's flag stays
-        {"1252", false, false, false},
-        {"", true, true, false},
-        {"UTF-8 866", false, true, false},  // the later mark wins
-        {"x CP866 1251", true, false, false},
-        {"CP1252\nUTF-8\n", false, false, false},            // the first line only
-        {"12345678901234567890UTF-8", false, false, false},  // 19 bytes only
-    };
-    for (const Case& c : cases) {
+    // "ANSI 1251" clears the DOS flag of the call; with no mark, "UTF8"
+    // among them, the call's flag stays; the later mark wins; the first line
+    // counts, and its first 19 bytes only.
+    // clang-format off
+    const struct { const char* text; bool dos_arg, dos, utf8; } cases[] = {
+        {"cp866\n", false, true, false}, {"  utf-8  \r\n", false, false, true},
+        {"ANSI 1251", true, false, false}, {"UTF8", true, true, false}, {"1252", false, false, false},
+        {"", true, true, false}, {"UTF-8 866", false, true, false}, {"x CP866 1251", true, false, false},
+        {"CP1252\nUTF-8\n", false, false, false}, {"12345678901234567890UTF-8", false, false, false}};
+    // clang-format on
+    for (const auto& c : cases) {
         std::ofstream(dir.file("T.cpg"), std::ios::trunc) << c.text;
         Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, c.dos_arg);
         ASSERT_NE(t, nullptr);

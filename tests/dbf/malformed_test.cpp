@@ -40,9 +40,6 @@ std::string opened(const std::string& path, bool read_only = true) {
         s += std::string(" ") + qz_dbf_get_field_name(t, i) +
              std::to_string(qz_dbf_get_field_flen(t, i));
     EXPECT_EQ(qz_dbf_get_field_name(t, nf), nullptr);
-    EXPECT_EQ(qz_dbf_get_field_flen(t, 0xFFFFFFFF), 0u);
-    EXPECT_EQ(qz_dbf_get_field_dlen(t, nf + 7), 0);
-    EXPECT_EQ(qz_dbf_get_field_type(t, nf), dbf_ft_unknown);
     qz_dbf_close(t);
     return s;
 }

@@ -89,41 +89,33 @@ TEST_F(Values, WhatEachSetterStoresAndReports) {
     // clang-format off
     const struct { unsigned field; char how; double number;
         const char* text; bool ok; std::string bytes; } cases[] = {
-        // clang-format on
         // An N field rounds to its decimals; too long, it tries the exponent
-        // form, then stores nothing, and still reports success.
-        {0, 'd', 123.456, "", true, "123.46"},
-        {0, 'd', -123.456, "", true, "      "},  // "-123.46" is one too long
-        {2, 'd', 1e15, "", true, "1.000000e+15"},
-        // An integer in an N field is never checked against the length.
-        {3, 'i', 12345, "", true, "123"},
+        // form, then stores nothing, and still reports success ("-123.46" is
+        // one too long). An integer in an N field is never checked against
+        // the length.
+        {0, 'd', 123.456, "", true, "123.46"}, {0, 'd', -123.456, "", true, "      "},
+        {2, 'd', 1e15, "", true, "1.000000e+15"}, {3, 'i', 12345, "", true, "123"},
         // A C field takes numbers left-aligned and empties what is too long.
-        {1, 'i', 42, "", true, "42    "},
-        {1, 'i', 1234567, "", false, "      "},
-        {1, 'd', 3.5, "", true, "3.5   "},
-        {1, 'd', 1e10, "", true, "1e+10 "},
+        {1, 'i', 42, "", true, "42    "}, {1, 'i', 1234567, "", false, "      "},
+        {1, 'd', 3.5, "", true, "3.5   "}, {1, 'd', 1e10, "", true, "1e+10 "},
         {4, 'd', 1234.5, "", false, "   "},
         // Text into number fields: an N field is emptied by what is no
         // number, I and B keep their value; text that starts with a number
-        // is that number; I and B cells are little-endian binary.
-        {5, 's', 0, "1e3", true, "   1000.00"},
-        {5, 's', 0, "abc", false, "          "},
+        // is that number; I and B cells are little-endian binary, doubles
+        // cut toward zero in I.
+        {5, 's', 0, "1e3", true, "   1000.00"}, {5, 's', 0, "abc", false, "          "},
         {6, 'i', 77, "", true, std::string("\x4D\0\0\0", 4)},
         {6, 's', 0, "abc", false, std::string("\x4D\0\0\0", 4)},
-        {6, 's', 0, " -12abc", true, "\xF4\xFF\xFF\xFF"},
-        {6, 'd', -2.9, "", true, "\xFE\xFF\xFF\xFF"},  // cut toward zero
-        {7, 'd', 2.5, "", true, two_and_a_half},
-        {7, 's', 0, "x", false, two_and_a_half},
+        {6, 's', 0, " -12abc", true, "\xF4\xFF\xFF\xFF"}, {6, 'd', -2.9, "", true, "\xFE\xFF\xFF\xFF"},
+        {7, 'd', 2.5, "", true, two_and_a_half}, {7, 's', 0, "x", false, two_and_a_half},
         // An F field is written with the g conversion at its full length.
         {8, 'd', 3.14159, "", true, "   3.14159"},
         // A boolean is a letter in every field but I and B; integers do not
         // go into L fields, nor doubles into D fields.
-        {10, 'b', 1, "", true, "T     "},
-        {6, 'b', 1, "", true, std::string("\x01\0\0\0", 4)},
+        {10, 'b', 1, "", true, "T     "}, {6, 'b', 1, "", true, std::string("\x01\0\0\0", 4)},
         {7, 'b', 1, "", true, std::string("\0\0\0\0\0\0\xF0\x3F", 8)},
-        {9, 'i', 1, "", false, ""},
-        {11, 'd', 1.0, "", false, ""},
-    };
+        {9, 'i', 1, "", false, ""}, {11, 'd', 1.0, "", false, ""}};
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.field) + " " + c.how + " " + c.text);
         EXPECT_EQ(c.how == 'd'   ? qz_dbf_set_dbl(t, c.field, 0, c.number)
@@ -238,11 +230,12 @@ TEST_F(Values, WideTextKeptAsHexadecimal) {
     // at most 64 characters, 63 in 254 bytes; a short field keeps what fits.
     // clang-format off
     const struct { unsigned field; std::wstring text; std::string bytes; std::wstring back; }
-        cases[] = {// clang-format on
-                 {0, L"\x41\x416", "00410416 ", L"\x41\x416"},
-                 {0, L"x\x1F600", "0078D83DDE00 ", L"x\x1F600"},
-                 {0, std::wstring(80, L'Ж'), "04160416", std::wstring(63, L'Ж')},
-                 {1, L"\x41\x416", "004104", L"A"}};
+        cases[] = {
+            {0, L"\x41\x416", "00410416 ", L"\x41\x416"},
+            {0, L"x\x1F600", "0078D83DDE00 ", L"x\x1F600"},
+            {0, std::wstring(80, L'Ж'), "04160416", std::wstring(63, L'Ж')},
+            {1, L"\x41\x416", "004104", L"A"}};
+    // clang-format on
     for (const auto& c : cases) {
         EXPECT_TRUE(qz_dbf_set_wstr_encoded(t, c.field, 0, c.text.c_str(), c.text.size()));
         EXPECT_EQ(cell_bytes(c.field, 0).substr(0, c.bytes.size()), c.bytes);

@@ -66,10 +66,10 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
                             lim::denorm_min(), 0.1,   2.5,  1e300};
     // clang-format off
     const struct { Tqz_dbf_rw* t; const std::string& path; unsigned field; int kind; size_t count; }
-        series[] = {// clang-format on
-                  {t, path, f_int, QZ_DBF_VALUE_INT, 7},
-                  {t, path, f_ts, QZ_DBF_VALUE_DATETIME, 7},
-                  {o, doubles, 0, QZ_DBF_VALUE_DOUBLE, 10}};
+        series[] = {
+            {t, path, f_int, QZ_DBF_VALUE_INT, 7}, {t, path, f_ts, QZ_DBF_VALUE_DATETIME, 7},
+            {o, doubles, 0, QZ_DBF_VALUE_DOUBLE, 10}};
+    // clang-format on
     for (const auto& s : series) {
         std::vector<Bytes> images;
         for (size_t k = 0; k < s.count; ++k) {
@@ -100,14 +100,15 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     // autoincrement.
     const Bytes kept = qz_test::read_bytes(path), kept_o = qz_test::read_bytes(doubles);
     // clang-format off
-    const struct { Tqz_dbf_rw* t; unsigned field; Tqz_dbf_value v; } refused[] = {// clang-format on
-                   {t, f_int, {QZ_DBF_VALUE_INT, 1LL << 31, 0.0, nullptr, 0}},
-                   {t, f_int, {QZ_DBF_VALUE_INT, -(1LL << 31), 0.0, nullptr, 0}},
-                   {t, f_int, {QZ_DBF_VALUE_BYTES, 0, 0.0, "12", 2}},
-                   {t, f_ts, {QZ_DBF_VALUE_DATETIME, -62135596800001LL, 0.0, nullptr, 0}},
-                   {t, f_ts, {QZ_DBF_VALUE_DATETIME, 8945063571540993LL, 0.0, nullptr, 0}},
-                   {t, f_auto, {QZ_DBF_VALUE_INT, 9, 0.0, nullptr, 0}},
-                   {o, 0, {QZ_DBF_VALUE_DOUBLE, 0, lim::infinity(), nullptr, 0}}};
+    const struct { Tqz_dbf_rw* t; unsigned field; Tqz_dbf_value v; } refused[] = {
+        {t, f_int, {QZ_DBF_VALUE_INT, 1LL << 31, 0.0, nullptr, 0}},
+        {t, f_int, {QZ_DBF_VALUE_INT, -(1LL << 31), 0.0, nullptr, 0}},
+        {t, f_int, {QZ_DBF_VALUE_BYTES, 0, 0.0, "12", 2}},
+        {t, f_ts, {QZ_DBF_VALUE_DATETIME, -62135596800001LL, 0.0, nullptr, 0}},
+        {t, f_ts, {QZ_DBF_VALUE_DATETIME, 8945063571540993LL, 0.0, nullptr, 0}},
+        {t, f_auto, {QZ_DBF_VALUE_INT, 9, 0.0, nullptr, 0}},
+        {o, 0, {QZ_DBF_VALUE_DOUBLE, 0, lim::infinity(), nullptr, 0}}};
+    // clang-format on
     for (const auto& r : refused) {
         EXPECT_FALSE(qz_dbf_set_value(r.t, r.field, 0, &r.v)) << r.field;
         EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_VALUE) << r.field;
@@ -156,12 +157,13 @@ TEST(Dbase7Write, MemosCarryTheirBlockHeader) {
 TEST(Dbase7Restruct, EveryKindConvertedOrRefusedWhole) {
     // clang-format off
     const struct { const char* table; const char* field; char type; unsigned char flen;
-        char dlen; bool applies; uint8_t version; } cases[] = {// clang-format on
-                 {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", '@', 8, 0, false, 0},
-                 {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", 'C', 23, 0, true, 0x8B},
-                 {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'O', 8, 0, true, 0x03},
-                 {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'N', 20, 6, true, 0x03},
-                 {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'D', 8, 0, false, 0}};
+        char dlen; bool applies; uint8_t version; } cases[] = {
+            {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", '@', 8, 0, false, 0},
+            {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", 'C', 23, 0, true, 0x8B},
+            {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'O', 8, 0, true, 0x03},
+            {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'N', 20, 6, true, 0x03},
+            {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'D', 8, 0, false, 0}};
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.table) + " " + c.type);
         qz_test::Temp_dir dir;
@@ -216,15 +218,16 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
         typed_test::memo_kind::none);
     // cell the field's bytes, then the _NullFlags byte
     // clang-format off
-    const struct { unsigned field; int kind; std::string value; Bytes cell; } steps[] = {// clang-format on
-                 {0, QZ_DBF_VALUE_TEXT, "ab", {'a', 'b', 0, 0, 0, 2, 0x01}},
-                 {0, QZ_DBF_VALUE_TEXT, "a  ", {'a', ' ', ' ', 0, 0, 3, 0x01}},
-                 {0, QZ_DBF_VALUE_TEXT, "sixsix", {'s', 'i', 'x', 's', 'i', 'x', 0x00}},
-                 {0, QZ_DBF_VALUE_TEXT, "", {0, 0, 0, 0, 0, 0, 0x01}},
-                 {0, QZ_DBF_VALUE_NULL, "", {' ', ' ', ' ', ' ', ' ', ' ', 0x03}},
-                 {1, QZ_DBF_VALUE_BYTES, std::string("\0\1", 2), {0, 1, 0, 2, 0x07}},
-                 {1, QZ_DBF_VALUE_BYTES, std::string("\0\1\2\3", 4), {0, 1, 2, 3, 0x03}},
-                 {0, QZ_DBF_VALUE_TEXT, "x", {'x', 0, 0, 0, 0, 1, 0x01}}};
+    const struct { unsigned field; int kind; std::string value; Bytes cell; } steps[] = {
+        {0, QZ_DBF_VALUE_TEXT, "ab", {'a', 'b', 0, 0, 0, 2, 0x01}},
+        {0, QZ_DBF_VALUE_TEXT, "a  ", {'a', ' ', ' ', 0, 0, 3, 0x01}},
+        {0, QZ_DBF_VALUE_TEXT, "sixsix", {'s', 'i', 'x', 's', 'i', 'x', 0x00}},
+        {0, QZ_DBF_VALUE_TEXT, "", {0, 0, 0, 0, 0, 0, 0x01}},
+        {0, QZ_DBF_VALUE_NULL, "", {' ', ' ', ' ', ' ', ' ', ' ', 0x03}},
+        {1, QZ_DBF_VALUE_BYTES, std::string("\0\1", 2), {0, 1, 0, 2, 0x07}},
+        {1, QZ_DBF_VALUE_BYTES, std::string("\0\1\2\3", 4), {0, 1, 2, 3, 0x03}},
+        {0, QZ_DBF_VALUE_TEXT, "x", {'x', 0, 0, 0, 0, 1, 0x01}}};
+    // clang-format on
     Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
     for (const auto& s : steps) {
         SCOPED_TRACE(s.value);
@@ -298,14 +301,12 @@ TEST(WideFields, WidthsOffsetsReadsAndWritesFollowTheHighByte) {
         // utf8 through qz_dbf_set_cell_utf8, else qz_dbf_set_value
         // clang-format off
         const struct { const wchar_t* field; unsigned record; bool utf8; std::string text; }
-            writes[] = {// clang-format on
-                      {L"NOTE", 0, false, std::string(270, 'w') + "end"},
-                      {L"NOTE", 3, true, std::string(299, 'u') + "!"},
-                      {L"UNAME", 1, false, "alice"},
-                      {L"OTH1", 1, true, "bob"},
-                      {L"SUBJECT", 2, true, "subject"},
-                      {L"TEMP18", 4, false, "Z"},
-                      {L"N2", 4, false, ""}};
+            writes[] = {
+                {L"NOTE", 0, false, std::string(270, 'w') + "end"},
+                {L"NOTE", 3, true, std::string(299, 'u') + "!"}, {L"UNAME", 1, false, "alice"},
+                {L"OTH1", 1, true, "bob"}, {L"SUBJECT", 2, true, "subject"},
+                {L"TEMP18", 4, false, "Z"}, {L"N2", 4, false, ""}};
+        // clang-format on
         std::string changes;
         for (const auto& w : writes) {
             const unsigned f = qz_dbf_find_field_index_w(t, w.field);

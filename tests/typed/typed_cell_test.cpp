@@ -30,13 +30,9 @@ TEST(TypedCell, DecimalTextRoundingAndTheCalendar) {
     }
     for (const char* bad : {"", "-", ".", "1.2.3", "12a", "0x10", "1e999"})
         EXPECT_FALSE(qz::dbf::round_decimal_text(bad, 2, out)) << bad;
-    // Days and civil dates round-trip; non-dates are refused.
-    for (int64_t d = -800000, y; d < 3000000; d += 997) {
-        unsigned m, dd;
-        qz::dbf::civil_from_days(d, y, m, dd);
-        EXPECT_EQ(qz::dbf::days_from_civil(y, m, dd), d);
-    }
-    EXPECT_EQ(qz::dbf::days_from_civil(1970, 1, 1) + qz::dbf::days_from_civil(2000, 3, 1), 11017);
+    // Non-dates are refused: leap days of the Gregorian calendar only. (Days
+    // and dates round-trip through the random typed values, and the T and
+    // @ images below and the dBASE 7 corpus cells pin the day numbers.)
     for (long long ymd : {20000229LL, 10101LL, 99991231LL, -19000229LL, -20230431LL, -20231301LL,
                           -20230100LL, 0LL, -100000101LL})
         EXPECT_EQ(qz::dbf::valid_ymd(ymd < 0 ? -ymd : ymd), ymd > 0) << ymd;

@@ -131,11 +131,10 @@ TEST(TypedValues, RandomValuesOfEveryTypeRoundTripOnDiskInMemoryAndInPeers) {
     // writable the fields qz_dbf_set_value writes
     // clang-format off
     const struct { uint8_t version; memo_kind memo;
-        const std::vector<tfield>& fields; unsigned writable; } dialects[] = {// clang-format on
-                    {0x30, memo_kind::fpt, vfp_fields, 10},
-                    {0x83, memo_kind::dbt3, dbase_fields, 6},
-                    {0x8B, memo_kind::dbt4, dbase_fields, 6},
-                    {0xF5, memo_kind::fpt, dbase_fields, 6}};
+        const std::vector<tfield>& fields; unsigned writable; } dialects[] = {
+            {0x30, memo_kind::fpt, vfp_fields, 10}, {0x83, memo_kind::dbt3, dbase_fields, 6},
+            {0x8B, memo_kind::dbt4, dbase_fields, 6}, {0xF5, memo_kind::fpt, dbase_fields, 6}};
+    // clang-format on
     std::mt19937_64 rng(7);
     qz_test::Temp_dir dir;
     std::string expected;  // the cells, for the peers
@@ -270,18 +269,14 @@ TEST(TypedValues, BytesInTheTableAndMemoFiles) {
     Tqz_dbf_rw* t = open_ex(path, 0);
     const std::string cafe = "Caf\xC3\xA9", price = "1234.565", note = "x", pic("\x89PNG\0\x01", 6);
     // clang-format off
-    const struct { unsigned field; Tqz_dbf_value value; } writes[] = {// clang-format on
-                  {0, value(QZ_DBF_VALUE_NULL)},
-                  {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &cafe)},
-                  {1, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &price)},
-                  {2, value(QZ_DBF_VALUE_NULL)},
-                  {2, value(QZ_DBF_VALUE_DOUBLE, 0, -2.5)},
-                  {4, value(QZ_DBF_VALUE_DATE, 20240229)},
-                  {5, value(QZ_DBF_VALUE_NULL)},
-                  {5, value(QZ_DBF_VALUE_INT, 5)},
-                  {8, value(QZ_DBF_VALUE_NULL)},
-                  {9, value(QZ_DBF_VALUE_TEXT, 0, 0, &note)},
-                  {10, value(QZ_DBF_VALUE_BYTES, 0, 0, &pic)}};
+    const struct { unsigned field; Tqz_dbf_value value; } writes[] = {
+        {0, value(QZ_DBF_VALUE_NULL)}, {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &cafe)},
+        {1, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &price)}, {2, value(QZ_DBF_VALUE_NULL)},
+        {2, value(QZ_DBF_VALUE_DOUBLE, 0, -2.5)}, {4, value(QZ_DBF_VALUE_DATE, 20240229)},
+        {5, value(QZ_DBF_VALUE_NULL)}, {5, value(QZ_DBF_VALUE_INT, 5)},
+        {8, value(QZ_DBF_VALUE_NULL)}, {9, value(QZ_DBF_VALUE_TEXT, 0, 0, &note)},
+        {10, value(QZ_DBF_VALUE_BYTES, 0, 0, &pic)}};
+    // clang-format on
     for (const auto& w : writes) EXPECT_TRUE(qz_dbf_set_value(t, w.field, 0, &w.value)) << w.field;
     EXPECT_EQ(read_shown(t, 10, 0), "8:" + pic);
     const Tqz_dbf_value null = value(QZ_DBF_VALUE_NULL);
