@@ -31,8 +31,6 @@ TEST(Dbase7, CorpusTablesReadValueByValueAndWrittenBackUnchanged) {
     // clang-format off
     const struct { const char* path; unsigned fields, records; const char* encoding;
         std::vector<const char*> long_names; std::vector<std::string> cells; } cases[] = {
-        // clang-format on
-        // clang-format off
         {"php-xbase/dBase/dBaseVII_int.dbf", 1, 6, "CP866", {"INT"},
          {"0:0=2:1", "0:1=2:-1", "0:3=2:-5000000", "0:4=2:2147483647", "0:5=2:-2147483647"}},
         {"php-xbase/dBase/dBaseVII_double.dbf", 1, 5, "CP1252", {"double"},
@@ -82,12 +80,9 @@ TEST(Dbase7, CorpusTablesReadValueByValueAndWrittenBackUnchanged) {
             Tqz_dbf_value v;
             ASSERT_TRUE(qz_dbf_get_value(t, f, r, &v));
             EXPECT_EQ(shown(v), want) << cell;
-            // Integers read the same through the classic interface.
-            bool ok = false;
-            const bool integer =
-                want.rfind("2:", 0) == 0 && qz_dbf_get_field_type(t, f) == dbf_ft_integer;
-            EXPECT_EQ(integer ? qz_dbf_get_str(t, f, r, ok) : want.substr(2), want.substr(2))
-                << cell;
+            bool ok = false;  // integers read the same through the classic interface
+            if (want.rfind("2:", 0) == 0 && qz_dbf_get_field_type(t, f) == dbf_ft_integer)
+                EXPECT_EQ(qz_dbf_get_str(t, f, r, ok), want.substr(2)) << cell;
         }
         // Every I, O and @ cell written back with the value read from it
         // (nulls as null) leaves the file as it was.
@@ -95,11 +90,8 @@ TEST(Dbase7, CorpusTablesReadValueByValueAndWrittenBackUnchanged) {
             for (unsigned r = 0; r < c.records && std::strchr("IO@", letters[f]); ++r, ++written) {
                 Tqz_dbf_value v;
                 ASSERT_TRUE(qz_dbf_get_value(t, f, r, &v));
-                const std::string was = shown(v);
-                ASSERT_TRUE(qz_dbf_set_value(t, f, r, &v))
-                    << f << " " << r << ": " << qz_dbf_last_error_message();
-                EXPECT_EQ(typed_test::read_shown(t, f, r), typed_test::shown(v)) << f << " " << r;
-                nulls += was == "null";
+                EXPECT_TRUE(qz_dbf_set_value(t, f, r, &v)) << f << " " << r;
+                nulls += v.kind == QZ_DBF_VALUE_NULL;
             }
         qz_dbf_close(t);
         EXPECT_TRUE(qz_test::read_bytes(path) == before);

@@ -200,26 +200,23 @@ TEST(TypedValues, RefusalsLeaveTheCellAndSayWhy) {
     ASSERT_TRUE(qz_dbf_set_value(t, 1, 0, &seven));
     const std::string eleven = "eleven char", chinese = "\xE4\xB8\xAD", wide = "123456.7",
                       no_number = "12a", cash = "922337203685478", memo = "memo", zero(1, '\0');
+    // Refused, in order: text longer than C(10), text not in CP1252, an
+    // integer into C; into N(8,2) a wider decimal, a NaN, text with no number;
+    // an integer into L; a day that does not exist; past 32 bits and not
+    // whole into I; null into B (no null flag); past the currency range; a
+    // memo without a memo file; autoincrement; the null flags themselves; a
+    // kind that does not exist.
     // clang-format off
-    const struct { unsigned field; Tqz_dbf_value value; int code; } refusals[] = {
-        // clang-format on
-        {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &eleven), QZ_DBF_ERR_VALUE},     // longer than C(10)
-        {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &chinese), QZ_DBF_ERR_VALUE},    // not in CP1252
-        {0, value(QZ_DBF_VALUE_INT, 5), QZ_DBF_ERR_VALUE},                  // C takes text
-        {1, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &wide), QZ_DBF_ERR_VALUE},    // wider than N(8,2)
-        {1, value(QZ_DBF_VALUE_DOUBLE, 0, NAN), QZ_DBF_ERR_VALUE},          // not finite
-        {1, value(QZ_DBF_VALUE_TEXT, 0, 0, &no_number), QZ_DBF_ERR_VALUE},  // no number
-        {3, value(QZ_DBF_VALUE_INT, 1), QZ_DBF_ERR_VALUE},                  // L takes a bool
-        {4, value(QZ_DBF_VALUE_DATE, 20230229), QZ_DBF_ERR_VALUE},          // no such day
-        {5, value(QZ_DBF_VALUE_INT, 2147483648LL), QZ_DBF_ERR_VALUE},       // past 32 bits
-        {5, value(QZ_DBF_VALUE_DOUBLE, 0, 1.5), QZ_DBF_ERR_VALUE},          // not whole
-        {6, value(QZ_DBF_VALUE_NULL), QZ_DBF_ERR_VALUE},                    // B without a null flag
-        {7, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &cash), QZ_DBF_ERR_VALUE},  // past the currency range
-        {9, value(QZ_DBF_VALUE_TEXT, 0, 0, &memo), QZ_DBF_ERR_MEMO},      // no memo file
-        {12, value(QZ_DBF_VALUE_INT, 3), QZ_DBF_ERR_VALUE},               // autoincrement
-        {13, value(QZ_DBF_VALUE_BYTES, 0, 0, &zero), QZ_DBF_ERR_VALUE},   // the flags themselves
-        {1, value(42), QZ_DBF_ERR_ARGUMENT},                              // no such kind
-    };
+    const struct { unsigned field; Tqz_dbf_value value; int code = QZ_DBF_ERR_VALUE; } refusals[] = {
+        {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &eleven)}, {0, value(QZ_DBF_VALUE_TEXT, 0, 0, &chinese)},
+        {0, value(QZ_DBF_VALUE_INT, 5)}, {1, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &wide)},
+        {1, value(QZ_DBF_VALUE_DOUBLE, 0, NAN)}, {1, value(QZ_DBF_VALUE_TEXT, 0, 0, &no_number)},
+        {3, value(QZ_DBF_VALUE_INT, 1)}, {4, value(QZ_DBF_VALUE_DATE, 20230229)},
+        {5, value(QZ_DBF_VALUE_INT, 2147483648LL)}, {5, value(QZ_DBF_VALUE_DOUBLE, 0, 1.5)},
+        {6, value(QZ_DBF_VALUE_NULL)}, {7, value(QZ_DBF_VALUE_DECIMAL, 0, 0, &cash)},
+        {9, value(QZ_DBF_VALUE_TEXT, 0, 0, &memo), QZ_DBF_ERR_MEMO}, {12, value(QZ_DBF_VALUE_INT, 3)},
+        {13, value(QZ_DBF_VALUE_BYTES, 0, 0, &zero)}, {1, value(42), QZ_DBF_ERR_ARGUMENT}};
+    // clang-format on
     for (const auto& c : refusals) {
         const std::string before = read_shown(t, c.field, 0);
         qz_dbf_clear_last_error();
