@@ -81,8 +81,9 @@ TEST(Dbase7, CorpusTablesReadValueByValueAndWrittenBackUnchanged) {
             ASSERT_TRUE(qz_dbf_get_value(t, f, r, &v));
             EXPECT_EQ(shown(v), want) << cell;
             bool ok = false;  // integers read the same through the classic interface
-            if (want.rfind("2:", 0) == 0 && qz_dbf_get_field_type(t, f) == dbf_ft_integer)
+            if (want.rfind("2:", 0) == 0 && qz_dbf_get_field_type(t, f) == dbf_ft_integer) {
                 EXPECT_EQ(qz_dbf_get_str(t, f, r, ok), want.substr(2)) << cell;
+            }
         }
         // Every I, O and @ cell written back with the value read from it
         // (nulls as null) leaves the file as it was.
@@ -94,6 +95,14 @@ TEST(Dbase7, CorpusTablesReadValueByValueAndWrittenBackUnchanged) {
                 nulls += v.kind == QZ_DBF_VALUE_NULL;
             }
         qz_dbf_close(t);
+        // A memory table loads the same fields, and does not save a dBASE 7
+        // table (its descriptors and numbers would not come back).
+        Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
+        EXPECT_EQ(qz_dbf_mem_get_nf(m) * 1000 + qz_dbf_mem_get_nr(m), c.fields * 1000 + c.records);
+        EXPECT_STREQ(qz_dbf_mem_get_field_name(m, 0),
+                     std::string(c.long_names[0]).substr(0, 10).c_str());
+        EXPECT_FALSE(qz_dbf_mem_save(m));
+        qz_dbf_mem_free(m);
         EXPECT_TRUE(qz_test::read_bytes(path) == before);
     }
     EXPECT_GT(written, 100u);
@@ -111,30 +120,22 @@ std::vector<uint8_t> hand_made(const std::string& name) {
     return b;
 }
 
-// The language-driver name at bytes 32..63 is read in dBASE 7 headers only:
-// elsewhere those bytes are the first field's name.
-TEST(Dbase7, DriverNamesCountOnlyInDbase7Headers) {
-    qz_test::Temp_dir dir;
-    const std::string path = dir.file("driver.dbf");
-    char name[32] = "";
-    qz_test::write_bytes(path, hand_made("NAME"));
-    EXPECT_EQ(qz_dbf_detect_encoding(path.c_str(), nullptr, 0, name, sizeof name),
-              QZ_DBF_ENC_LANGUAGE_DRIVER);
-    EXPECT_STREQ(name, "CP1252");
-    for (uint8_t version : {0x03, 0x83, 0x30}) {
-        qz_test::write_bytes(path, qz_test::dbf_bytes(version, {{"DB866RU0", 'C', 8}}, {{"x"}}));
-        EXPECT_EQ(qz_dbf_detect_encoding(path.c_str(), nullptr, 0, name, sizeof name),
-                  QZ_DBF_ENC_DEFAULT)
-            << int(version);
-        EXPECT_STREQ(name, "CP1251");
-    }
-}
-
 // Names of 31 characters; 32 without a NUL are cut at 31; descriptor areas,
-// whole files and header lengths cut anywhere are survived.
-TEST(Dbase7, LongNamesAndDamagedHeadersAreSurvived) {
+// whole files and header lengths cut anywhere are survived. The
+// language-driver name at bytes 32..63 is read in dBASE 7 headers only:
+// elsewhere those bytes are the first field's name.
+TEST(Dbase7, HandMadeHeadersNamesDriversAndDamage) {
     qz_test::Temp_dir dir;
     const std::string name31 = "A_FIELD_NAME_OF_31_CHARACTERS_X", path = dir.file("long.dbf");
+    char name[32] = "";
+    for (uint8_t version : {0x04, 0x03, 0x83, 0x30}) {
+        qz_test::write_bytes(
+            path, version == 0x04 ? hand_made(name31)
+                                  : qz_test::dbf_bytes(version, {{"DB866RU0", 'C', 8}}, {{"x"}}));
+        EXPECT_EQ(qz_dbf_detect_encoding(path.c_str(), nullptr, 0, name, sizeof name),
+                  version == 0x04 ? QZ_DBF_ENC_LANGUAGE_DRIVER : QZ_DBF_ENC_DEFAULT);
+        EXPECT_STREQ(name, version == 0x04 ? "CP1252" : "CP1251") << int(version);
+    }
     qz_test::write_bytes(path, hand_made(name31));
     Tqz_dbf_rw* t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
     ASSERT_EQ(qz_dbf_get_nf(t), 1u);
@@ -171,23 +172,6 @@ TEST(Dbase7, LongNamesAndDamagedHeadersAreSurvived) {
                 typed_test::read_shown(t, f, 0), qz_dbf_get_str(t, f, 0, ok);
             qz_dbf_close(t);
         }
-}
-
-// A memory table loads the same fields and cells, and does not save a
-// dBASE 7 table (its descriptors and numbers would not come back).
-TEST(Dbase7, MemoryTablesLoadButDoNotSave) {
-    qz_test::Temp_dir dir;
-    const std::string path = qz_test::copy_with_companions(
-        std::string(QZ_CORPUS_DIR) + "/javadbf/inventory.dbf", dir.path());
-    const std::vector<uint8_t> before = qz_test::read_bytes(path);
-    Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(qz_dbf_mem_get_nf(m) * 100 + qz_dbf_mem_get_nr(m), 612u);
-    EXPECT_STREQ(qz_dbf_mem_get_field_name(m, 1), "Supplier I");
-    EXPECT_EQ(qz_dbf_mem_get_field_flen(m, 2), 40u);
-    EXPECT_FALSE(qz_dbf_mem_save(m));
-    qz_dbf_mem_free(m);
-    EXPECT_EQ(qz_test::read_bytes(path), before);
 }
 
 }  // namespace

@@ -18,11 +18,6 @@ namespace {
 using qz_test::exists;
 using qz_test::read_bytes;
 
-std::string text_of(const std::string& path) {
-    auto b = read_bytes(path);
-    return std::string(b.begin(), b.end());
-}
-
 // The bytes of a created table are those laid out by hand (with today's
 // date): the header, NUL-padded names, letters, running offsets, lengths and
 // decimals, zeros elsewhere, the terminator, blank records of spaces
@@ -76,7 +71,8 @@ TEST(CreateBytes, CodePageFileWrittenAtCloseAndReadOnOpen) {
         EXPECT_EQ(qz_dbf_get_dos_flag(t), dos);
         if (utf8) qz_dbf_set_utf8_flag(t, true);
         qz_dbf_close(t);
-        EXPECT_EQ(text_of(dir.file("T.cpg")), want);
+        EXPECT_EQ(read_bytes(dir.file("T.cpg")),
+                  std::vector<uint8_t>(want, want + std::strlen(want)));
     }
     // "ANSI 1251" clears the DOS flag of the call; with no mark, "UTF8"
     // among them, the call's flag stays; the later mark wins; the first line
@@ -120,16 +116,15 @@ TEST(Corpus, WritableOpenAndCloseChangesNoTableByte) {
     int n = 0;
     for (const auto& path : qz_test::corpus_tables()) {
         if (++n % 10) continue;  // a sample keeps the test quick
-        SCOPED_TRACE(path);
         auto bytes = read_bytes(path);
         const std::string copy = dir.file("copy.dbf");
         qz_test::write_bytes(copy, bytes);
         std::remove(dir.file("copy.cpg").c_str());
         Tqz_dbf_rw* t = qz_dbf_open(copy.c_str(), false, false);
-        ASSERT_NE(t, nullptr);
+        ASSERT_NE(t, nullptr) << path;
         qz_dbf_close(t);
-        EXPECT_EQ(read_bytes(copy), bytes);
-        EXPECT_TRUE(exists(dir.file("copy.cpg")));
+        EXPECT_EQ(read_bytes(copy), bytes) << path;
+        EXPECT_TRUE(exists(dir.file("copy.cpg"))) << path;
     }
 }
 

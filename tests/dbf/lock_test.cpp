@@ -72,7 +72,6 @@ TEST(WriterLock, ContendingProcessesNeverWriteAtTheSameTime) {
             int done = 0;
             for (int attempt = 0; done < kRounds && attempt < kRounds * 200; ++attempt) {
                 Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), false, false);
-                if (!t) continue;
                 if (qz_dbf_get_storage(t) == qz_dbf_storage_file) {  // not read-only through OGR
                     int v = 0;
                     std::ifstream(counter) >> v;

@@ -12,10 +12,9 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// A dBASE III header, then descriptors of `len`-byte C fields named by
+// A dBASE III header, then descriptors of 10-byte C fields named by
 // `names` (garbage where the offset is kept: it must be recomputed).
-Bytes table(uint32_t records, uint16_t header_length, uint16_t record_length, const char* names,
-            uint8_t len = 10) {
+Bytes table(uint32_t records, uint16_t header_length, uint16_t record_length, const char* names) {
     Bytes b(32, 0);
     b[0] = 3;
     for (int i = 0; i < 4; ++i) b[4 + i] = static_cast<uint8_t>(records >> (8 * i));
@@ -23,7 +22,7 @@ Bytes table(uint32_t records, uint16_t header_length, uint16_t record_length, co
     b[10] = record_length & 0xFF, b[11] = record_length >> 8;
     for (const char* n = names; *n; ++n) {
         Bytes d(32, 0);
-        d[0] = static_cast<uint8_t>(*n), d[11] = 'C', d[12] = 0xEE, d[16] = len;
+        d[0] = static_cast<uint8_t>(*n), d[11] = 'C', d[12] = 0xEE, d[16] = 10;
         b.insert(b.end(), d.begin(), d.end());
     }
     return b;

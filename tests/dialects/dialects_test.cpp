@@ -53,7 +53,6 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     const unsigned f_int = qz_dbf_find_field_index_w(t, L"INTEGER"),
                    f_ts = qz_dbf_find_field_index_w(t, L"DATETIME"),
                    f_auto = qz_dbf_find_field_index_w(t, L"AUTO_INC");
-    ASSERT_LT(std::max(f_int, f_ts), qz_dbf_get_nf(t));
     // 0001-01-01, 1601-01-01, 1969-12-31T23:59:59.999, 1970-01-01,
     // 2020-02-20T20:20:20.123, 9999-12-31T23:59:59.999, the last millisecond
     // the double holds exactly (2^53 since day 1).
@@ -228,13 +227,12 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
     // clang-format on
     Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
     for (const auto& s : steps) {
-        SCOPED_TRACE(s.value);
         Tqz_dbf_value v{s.kind, 0, 0.0, s.value.data(), s.value.size()};
         ASSERT_TRUE(qz_dbf_set_value(t, s.field, 0, &v)) << qz_dbf_last_error_message();
         EXPECT_EQ(typed_test::read_shown(t, s.field, 0), shown(v));
         Bytes got = cell_bytes(t, path, 0, 1 + 6 * s.field, s.cell.size() - 1);
         got.push_back(cell_bytes(t, path, 0, 11, 1)[0]);
-        EXPECT_EQ(got, s.cell);
+        EXPECT_EQ(got, s.cell) << s.value;
     }
     const std::string five("12345");
     Tqz_dbf_value wide{QZ_DBF_VALUE_BYTES, 0, 0.0, five.data(), five.size()};
@@ -330,11 +328,8 @@ TEST(WideFields, WidthsOffsetsReadsAndWritesFollowTheHighByte) {
                 for (unsigned r = 0; r < nr; ++r)
                     EXPECT_EQ(typed_test::read_shown(t, f, r), cells[f][r]) << f << " " << r;
             char text[400];
-            EXPECT_EQ(qz_dbf_get_cell_utf8(t, qz_dbf_find_field_index_w(t, L"UNAME"), 1, text,
-                                           sizeof text),
-                      5);
-            EXPECT_STREQ(text, "alice");
             EXPECT_EQ(qz_dbf_get_cell_utf8(t, note, 3, text, sizeof text), 300);
+            EXPECT_EQ(std::string(text), std::string(299, 'u') + "!");
             qz_dbf_close(t);
             if (m) {
                 ASSERT_TRUE(qz_dbf_mem_save(m)) << qz_dbf_last_error_message();
