@@ -25,7 +25,8 @@ using qz_test::read_bytes;
 TEST(CreateBytes, HeaderDescriptorsRecordsAndEndMarker) {
     qz_test::Temp_dir dir;
     const std::vector<qz_test::Field_def> defs = {// clang-format off
-        {"NAME", 'C', 20}, {"PRICE", 'N', 10, 2}, {"OK", 'L', 1}, {"BORN", 'D', 8}, {"COUNT", 'I', 4}};
+        {"NAME", 'C', 20}, {"PRICE", 'N', 10, 2}, {"OK", 'L', 1}, {"BORN", 'D', 8},
+        {"COUNT", 'I', 4}};
     // clang-format on
     std::vector<Tqz_dbf_field> f(defs.size());
     for (size_t k = 0; k < f.size(); ++k)
@@ -44,9 +45,8 @@ TEST(CreateBytes, HeaderDescriptorsRecordsAndEndMarker) {
     localtime_r(&now, &local);
     for (auto want : {qz_test::dbf_bytes(3, defs, std::vector<std::vector<std::string>>(3)),
                       qz_test::dbf_bytes(3, {}, {})}) {
-        want[1] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
-        want[2] = static_cast<uint8_t>(local.tm_mon + 1),
-        want[3] = static_cast<uint8_t>(local.tm_mday);
+        want[1] = uint8_t(local.tm_year % 100), want[2] = uint8_t(local.tm_mon + 1);
+        want[3] = uint8_t(local.tm_mday);
         EXPECT_EQ(read_bytes(want.size() == 34 ? empty : path), want);
     }
     t = qz_dbf_open(empty.c_str(), true, false);
@@ -80,9 +80,10 @@ TEST(CreateBytes, CodePageFileWrittenAtCloseAndReadOnOpen) {
     // clang-format off
     const struct { const char* text; bool dos_arg, dos, utf8; } cases[] = {
         {"cp866\n", false, true, false}, {"  utf-8  \r\n", false, false, true},
-        {"ANSI 1251", true, false, false}, {"UTF8", true, true, false}, {"1252", false, false, false},
-        {"", true, true, false}, {"UTF-8 866", false, true, false}, {"x CP866 1251", true, false, false},
-        {"CP1252\nUTF-8\n", false, false, false}, {"12345678901234567890UTF-8", false, false, false}};
+        {"ANSI 1251", true, false, false}, {"UTF8", true, true, false},
+        {"1252", false, false, false}, {"", true, true, false}, {"UTF-8 866", false, true, false},
+        {"x CP866 1251", true, false, false}, {"CP1252\nUTF-8\n", false, false, false},
+        {"12345678901234567890UTF-8", false, false, false}};
     // clang-format on
     for (const auto& c : cases) {
         std::ofstream(dir.file("T.cpg"), std::ios::trunc) << c.text;
@@ -105,8 +106,7 @@ TEST(DeleteTable, RemovesTableAndCodePageOnly) {
     EXPECT_FALSE(exists(dir.file("d.cpg")));
     for (const char* other : {"d.fpt", "d.dbt", "d.dbf.lk"}) EXPECT_TRUE(exists(dir.file(other)));
     EXPECT_FALSE(qz_dbf_delete(qz_test::widen(path).c_str())) << "nothing left to delete";
-    EXPECT_FALSE(qz_dbf_delete(L""));
-    EXPECT_FALSE(qz_dbf_delete(nullptr));
+    EXPECT_FALSE(qz_dbf_delete(L"") || qz_dbf_delete(nullptr));
 }
 
 // A writable open and close of a copy changes no byte of it, and writes the

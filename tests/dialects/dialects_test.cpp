@@ -114,8 +114,7 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     }
     qz_dbf_close(t);
     qz_dbf_close(o);
-    EXPECT_TRUE(qz_test::read_bytes(path) == kept);
-    EXPECT_TRUE(qz_test::read_bytes(doubles) == kept_o);
+    EXPECT_TRUE(qz_test::read_bytes(path) == kept && qz_test::read_bytes(doubles) == kept_o);
 }
 
 // A memo written to a dBASE 7 table goes to the end of its .dbt with the

@@ -19,7 +19,6 @@ int main(int argc, char** argv) {
     Tqz_dbf_field fields[2];
     Tqz_dbf_rw* t;
     Tqz_dbf_memory* mem;
-    Tqz_any any;
     const wchar_t* wide;
     unsigned int len = 0, type = 0, record = 99;
     char typed = ',';
@@ -52,10 +51,6 @@ int main(int argc, char** argv) {
     CHECK(qz_dbf_mem_free(mem));
     qz_history_manager_clear(qz_history_manager_get_instance());
 
-    any_init(&any);
-    any_assign_string(&any, "x");
-    CHECK(any_get_type(&any) == QZ_ANY_STRING);
-    any_clear(&any);
     CHECK(qz_dbf_open_ex("/nonexistent/qz_header_c.dbf", QZ_DBF_OPEN_READ_ONLY) == NULL);
     CHECK(qz_dbf_last_error() == QZ_DBF_ERR_NOT_FOUND);
     CHECK(qz_dbf_del_records_by_msk_progress_w(NULL, NULL, NULL, NULL) ==

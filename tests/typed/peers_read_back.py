@@ -1,13 +1,12 @@
 #!/usr/bin/python3
-"""Tables written through qz_dbf_set_value, read back by dbfread and GDAL.
-
-Usage: peers_read_back.py EXPECTED.tsv
-
-Each line of EXPECTED.tsv is one cell: table path, field name, field type,
-record, then the typed value written (kind as in Tqz_dbf_value, integer,
-double, text in hexadecimal). Prints how many cells each reader compared by
-field type and the cells that differ; exits 1 when any cell differs.
-"""
+# Tables written through qz_dbf_set_value, read back by dbfread and GDAL.
+#
+# Usage: peers_read_back.py EXPECTED.tsv
+#
+# Each line of EXPECTED.tsv is one cell: table path, field name, field type,
+# record, then the typed value written (kind as in Tqz_dbf_value, integer,
+# double, text in hexadecimal). Prints how many cells each reader compared by
+# field type and the cells that differ; exits 1 when any cell differs.
 import collections
 import datetime
 import decimal
@@ -65,7 +64,8 @@ for path, cells in tables.items():
     got = {"dbfread": list(dbfread.DBF(path, encoding="cp1252", char_decode_errors="strict"))}
     if gdal:
         ds = gdal.OpenEx(path, gdal.OF_VECTOR)  # kept: its layer dies with it
-        got["gdal"] = [{n: gdal_value(feat, n, t) for n, t, _, _ in cells} for feat in ds.GetLayer(0)]
+        got["gdal"] = [{n: gdal_value(feat, n, t) for n, t, _, _ in cells}
+                       for feat in ds.GetLayer(0)]
     for reader, rows in got.items():
         for name, ftype, r, want in cells:
             value = rows[r][name]
