@@ -64,8 +64,7 @@ for path, cells in tables.items():
     got = {"dbfread": list(dbfread.DBF(path, encoding="cp1252", char_decode_errors="strict"))}
     if gdal:
         ds = gdal.OpenEx(path, gdal.OF_VECTOR)  # kept: its layer dies with it
-        got["gdal"] = [{n: gdal_value(feat, n, t) for n, t, _, _ in cells}
-                       for feat in ds.GetLayer(0)]
+        got["gdal"] = [{n: gdal_value(f, n, t) for n, t, _, _ in cells} for f in ds.GetLayer(0)]
     for reader, rows in got.items():
         for name, ftype, r, want in cells:
             value = rows[r][name]
