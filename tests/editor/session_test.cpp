@@ -15,8 +15,6 @@ namespace {
 
 using namespace qz_cli;
 
-const std::string kTool = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' ";
-
 // qzdbf edit of `table` reading `script` (its lines) as its input.
 Outcome edit(const std::string& table, const std::string& script, const std::string& opts = "") {
     return qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
@@ -64,23 +62,21 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
 // Character text goes in the table's encoding (--encoding, else the .cpg
 // file), is found and shown in it, and undo takes the write back.
 TEST(EditScript, TextInTheTableEncodingWithUndo) {
-    const struct {
-        std::string cpg, option;
-        std::vector<uint8_t> bytes;  // the value's first and last letters, "Жук" and "а"
-    } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA, 0xE0}},
-                 {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}};
     qz_test::Temp_dir dir;
     const std::string table = dir.file("t.dbf");
     make_table(dir.file("made.dbf"));
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.cpg + " " + c.option);
+    write_text(dir.file("t.cpg"), "CP1251\n");
+    // The option, and the value's first and last letters ("Жук", "а") as stored.
+    for (const auto& [option, bytes] :
+         {std::pair<std::string, std::vector<uint8_t>>{"", {0xC6, 0xF3, 0xEA, 0xE0}},
+          {"--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}}) {
+        SCOPED_TRACE(option);
         qz_test::write_bytes(table, qz_test::read_bytes(dir.file("made.dbf")));
-        write_text(dir.file("t.cpg"), c.cpg + "\n");
         // 20 characters, 40 bytes of UTF-8: the field's 20 bytes, whole.
         const Outcome r = edit(table,
                                "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
                                "find NAME Жукова Анна Петровна\nundo\nshow 1 1\nredo\nsave\n",
-                               c.option);
+                               option);
         EXPECT_EQ(r.status, 0);
         EXPECT_EQ(r.out,
                   "2 records hold 'Жукова Анна Петровна' in NAME: 0 1\n"
@@ -90,7 +86,7 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
                   "redone\nsaved 3 records\n");
         const std::vector<uint8_t> b = qz_test::read_bytes(table);
         const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
-        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes);
+        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), bytes);
     }
     const Outcome r = edit(table, "", "--encoding NO-SUCH ");
     EXPECT_EQ(r.status, 2);
@@ -115,6 +111,11 @@ class Tmux {
     void type(const std::string& text) { tmux("send-keys -t s -l -- " + quoted(text)); }
     // Named keys: Enter, Left, Up, Tab, BSpace, C-d...
     void keys(const std::string& names) { tmux("send-keys -t s " + names); }
+    // Literal text typed, then Tab.
+    void tab(const std::string& text) {
+        type(text);
+        keys("Tab");
+    }
     // Enter, then waits until the program reads again: its screen ends with
     // a prompt ("...> "), the question ("[y/n/c]") or the exit status. Keys
     // typed earlier would be echoed by the terminal, not the line editor.
@@ -174,7 +175,8 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     const std::vector<uint8_t> original = qz_test::read_bytes(table);
     const std::string history = dir.file("history");
     const std::string command = "cd '" + dir.path() + "' && HOME='" + dir.path() +
-                                "' QZDBF_HISTORY='" + history + "' " + kTool + "edit people.dbf";
+                                "' QZDBF_HISTORY='" + history +
+                                "' LC_ALL=C.UTF-8 '" QZDBF_EXE "' edit people.dbf";
     {
         Tmux tmux(dir.path(), command);
         tmux.wait_for("people.dbf>");
@@ -200,29 +202,22 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.enter();
 
         // Tab completes a field name typed in another case.
-        tmux.type("set qt");
-        tmux.keys("Tab");
+        tmux.tab("set qt");
         tmux.wait_for("people.dbf*> set QTY");
         tmux.line("1 42");
         // Two fields begin with N: Tab lists them; one more letter decides.
-        tmux.type("find N");
-        tmux.keys("Tab");
+        tmux.tab("find N");
         tmux.wait_for("NAME  NOTE");
-        tmux.type("a");
-        tmux.keys("Tab");
+        tmux.tab("a");
         tmux.wait_for("people.dbf*> find NAME");
         tmux.line("Alice");
         tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
 
         // Commands, options and the names of a --fields list.
-        tmux.type("sh");
-        tmux.keys("Tab");
-        tmux.type("--v");
-        tmux.keys("Tab");
-        tmux.type("--fields na");
-        tmux.keys("Tab");
-        tmux.type(",q");
-        tmux.keys("Tab");
+        tmux.tab("sh");
+        tmux.tab("--v");
+        tmux.tab("--fields na");
+        tmux.tab(",q");
         tmux.wait_for("people.dbf*> show --vertical --fields NAME,QTY");
         tmux.enter();
         s = tmux.wait_for("NAME: Alice\nQTY: 3");
