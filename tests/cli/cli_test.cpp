@@ -104,12 +104,13 @@ TEST(CliSet, ValuesAreConvertedReportedOrRefused) {
         EXPECT_EQ(r.status, c.status) << c.set << ": " << r.out;
         EXPECT_TRUE(c.out.empty() ? r.out.empty() : r.out.find(c.out) != std::string::npos)
             << c.set << ": " << r.out;
-        // A blank cell has no value: status 1 and no output.
+        // A blank cell has no value: status 1.
         const size_t bar = c.get.find('|');
         const std::string value = c.get.substr(bar + 1);
         const Outcome g = qzdbf("get " + t + " " + c.get.substr(0, bar));
         EXPECT_EQ(g.status, value.empty() ? 1 : 0) << c.set;
-        EXPECT_EQ(g.out, value.empty() ? "" : value + "\n") << c.set;
+        EXPECT_EQ(g.out, value.empty() ? "qzdbf: the cell holds no value\n" : value + "\n")
+            << c.set;
     }
     // Options go anywhere; a negative number is a value; -- ends the
     // options, so that a value may start with a dash.

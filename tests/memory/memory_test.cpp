@@ -32,8 +32,9 @@ using qz_test::Temp_dir;
 // says loads the records there, the last one completed with spaces.
 TEST(MemoryCore, LoadReadsFieldsAndRecordsAsTheFileHoldsThem) {
     Temp_dir dir;
-    std::vector<uint8_t> file = qz_test::dbf_bytes(
-        3, {{"NAME", 'C', 6}, {"QTY", 'N', 4}}, {{"apple", "12"}, {"pear", "7"}, {"fig", "100"}});
+    std::vector<uint8_t> file =
+        qz_test::dbf_bytes(3, {{"NAME", 'C', 6, 0}, {"QTY", 'N', 4, 0}},
+                           {{"apple", "12"}, {"pear", "7"}, {"fig", "100"}});
     file[97 + 11] = '*';
     for (size_t at : {44, 45, 46, 47, 76, 77, 78, 79}) file[at] = 0xEE;
     qz_test::write_bytes(dir.file("t.dbf"), file);
@@ -68,7 +69,7 @@ TEST(MemoryCore, LoadReadsFieldsAndRecordsAsTheFileHoldsThem) {
 // reload releases and takes it again; it goes with its holder.
 TEST(MemoryCore, TheLockKeepsASecondLoadOutAndGoesWithItsHolder) {
     Temp_dir dir;
-    qz_test::write_bytes(dir.file("t.dbf"), qz_test::dbf_bytes(3, {{"A", 'C', 1}}, {{"x"}}));
+    qz_test::write_bytes(dir.file("t.dbf"), qz_test::dbf_bytes(3, {{"A", 'C', 1, 0}}, {{"x"}}));
     const std::string lock = dir.file("t.dbf.lk");
     auto* first = new Tqz_dbf_memory_core();
     Tqz_dbf_memory_core second;
@@ -89,16 +90,6 @@ TEST(MemoryCore, TheLockKeepsASecondLoadOutAndGoesWithItsHolder) {
     EXPECT_EQ(second.get_nr(), 1u) << "the records stay after close";
 }
 
-// A descriptor as the memory table takes it.
-Tqz_dbf_field field(const char* name, char type, unsigned char flen, unsigned char dlen = 0) {
-    Tqz_dbf_field f{};
-    std::strncpy(f.name, name, 10);
-    f.type = type;
-    f.flen = flen;
-    f.dlen = dlen;
-    return f;
-}
-
 // Header image and every record's bytes.
 std::string snapshot(Tqz_dbf_memory& t) {
     std::string s(reinterpret_cast<const char*>(t.get_header()), 32);
@@ -112,7 +103,7 @@ class MemoryHistory : public ::testing::Test {
   protected:
     void SetUp() override {
         qz_history_manager_clear(m);
-        Tqz_dbf_field fields[] = {field("NAME", 'C', 5), field("I", 'I', 4), field("B", 'B', 8)};
+        Tqz_dbf_field fields[] = {{"NAME", 'C', 5, 0}, {"I", 'I', 4, 0}, {"B", 'B', 8, 0}};
         ASSERT_TRUE(t->create_new(3, 4, fields, false));
         for (int r = 0; r < 4; ++r) t->set_string(0, r, ("row" + std::to_string(r)).c_str());
         qz_history_manager_clear(m);  // the setup is not part of the test
@@ -169,7 +160,7 @@ TEST_F(MemoryHistory, TextThroughTheHistoryIsSpacePadded) {
     EXPECT_EQ(cell(0, 0), "     ");
     qz_history_manager_undo(m);
     EXPECT_EQ(cell(0, 0), "TOOLO");
-    Tqz_dbf_field one[] = {field("A", 'C', 1)};
+    Tqz_dbf_field one[] = {{"A", 'C', 1, 0}};
     t->create_new(1, 0, one, false);
     qz_history_manager_undo(m);
     qz_history_manager_undo(m);
@@ -200,8 +191,8 @@ TEST(MemoryTable, WithoutAManagerChangesHappenAtOnce) {
 TEST(MemoryRandom, UndoAllGivesTheLoadedTableRedoAllTheChangedOne) {
     qz_test::Temp_dir dir;
     const std::string orig = dir.file("orig.dbf"), copy = dir.file("plain.dbf");
-    Tqz_dbf_field f[] = {field("NAME", 'C', 12), field("QTY", 'N', 8),  field("PRICE", 'N', 10, 2),
-                         field("CODE", 'I', 4),  field("RATE", 'B', 8), field("DAY", 'D', 8)};
+    Tqz_dbf_field f[] = {{"NAME", 'C', 12, 0}, {"QTY", 'N', 8, 0},  {"PRICE", 'N', 10, 2},
+                         {"CODE", 'I', 4, 0},  {"RATE", 'B', 8, 0}, {"DAY", 'D', 8, 0}};
     Tqz_dbf_rw* d = qz_dbf_create(orig.c_str(), 6, 100, f, false);
     ASSERT_NE(d, nullptr);
     for (unsigned r = 0; r < 100; ++r) {
@@ -274,7 +265,7 @@ TEST(MemoryRandom, UndoAllGivesTheLoadedTableRedoAllTheChangedOne) {
 class Registry : public ::testing::Test {
   protected:
     void SetUp() override {
-        qz_test::write_bytes(path, qz_test::dbf_bytes(3, {{"NAME", 'C', 8}, {"QTY", 'N', 5}},
+        qz_test::write_bytes(path, qz_test::dbf_bytes(3, {{"NAME", 'C', 8, 0}, {"QTY", 'N', 5, 0}},
                                                       {{"apple", "3"}, {"pear", "12"}}));
         qz_history_manager_clear(qz_history_manager_get_instance());
     }
