@@ -96,8 +96,7 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
 // A tmux server of our own (its socket a file in `folder`), one session of
 // a fixed size running one command. The pane stays after the program ends,
 // so its last screen can be read; the shell writes the exit status there.
-class Tmux {
-  public:
+struct Tmux {
     Tmux(const std::string& folder, const std::string& command)
         : socket(folder + "/tmux" + std::to_string(++sessions)) {
         if (tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
@@ -136,8 +135,6 @@ class Tmux {
     std::string wait_for(const std::string& text) {
         return poll(text, [&](const std::string& s) { return s.find(text) != std::string::npos; });
     }
-
-  private:
     template <class Seen>
     std::string poll(const std::string& what, Seen seen) {
         std::string s;
@@ -151,11 +148,6 @@ class Tmux {
         }
         ADD_FAILURE() << "the screen never showed " << what << ":\n" << s;
         return s;
-    }
-    static std::string quoted(const std::string& text) {
-        std::string out = "'";
-        for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        return out + "'";
     }
     int tmux(const std::string& args, std::string* out = nullptr) {
         std::string ignored;
@@ -174,9 +166,10 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     make_table(table);
     const std::vector<uint8_t> original = qz_test::read_bytes(table);
     const std::string history = dir.file("history");
-    const std::string command = "cd '" + dir.path() + "' && HOME='" + dir.path() +
-                                "' QZDBF_HISTORY='" + history +
-                                "' LC_ALL=C.UTF-8 '" QZDBF_EXE "' edit people.dbf";
+    // No single quotes: tmux gets the command in them.
+    const std::string command = "cd \"" + dir.path() + "\" && HOME=\"" + dir.path() +
+                                "\" QZDBF_HISTORY=\"" + history +
+                                "\" LC_ALL=C.UTF-8 \"" QZDBF_EXE "\" edit people.dbf";
     {
         Tmux tmux(dir.path(), command);
         tmux.wait_for("people.dbf>");

@@ -118,18 +118,15 @@ class MemoryHistory : public ::testing::Test {
     Tqz_dbf_memory* t = new Tqz_dbf_memory();
 };
 
-// Undo of del puts the record back at its index, deletion flag and all; a
-// delete or insert past the end is a no-op or an append, undone alike; when
+// Undo of del puts the record back at its index, deletion flag and all; an
+// insert past the end is an append, undone alike (the random test below
+// does the rest past the end); when
 // the index of an undone delete has gone, the record comes back at the end.
 TEST_F(MemoryHistory, RecordOperationsAtTheEdges) {
     t->get_records()->get_ptr(2)[0] = '*';
     const std::string before = snapshot(*t);
     t->del(2);
     EXPECT_EQ(cell(0, 2), "row3 ");
-    qz_history_manager_undo(m);
-    EXPECT_EQ(snapshot(*t), before);
-    t->del(10);
-    EXPECT_EQ(snapshot(*t), before);
     qz_history_manager_undo(m);
     EXPECT_EQ(snapshot(*t), before);
     t->ins(100);
@@ -168,8 +165,8 @@ TEST_F(MemoryHistory, TextThroughTheHistoryIsSpacePadded) {
     EXPECT_EQ(t->get_nr(), 0u);
 }
 
-// Without a manager (none given, or disabled when the table was made)
-// changes happen at once.
+// Without a manager changes happen at once (a table made while the history
+// is disabled: the random test below).
 TEST(MemoryTable, WithoutAManagerChangesHappenAtOnce) {
     Tqz_dbf_memory t(nullptr);
     EXPECT_EQ(t.get_history_handle(), nullptr);
@@ -177,11 +174,6 @@ TEST(MemoryTable, WithoutAManagerChangesHappenAtOnce) {
     t.add();
     t.set_string(0, 0, "7");
     EXPECT_EQ(std::string(t.get_string(0, 0)), "7         ");
-    qz_history_manager_set_enabled(false);
-    Tqz_dbf_memory u;
-    qz_history_manager_set_enabled(true);
-    EXPECT_EQ(u.get_history_manager(), nullptr);
-    EXPECT_EQ(u.get_history_handle(), nullptr);
 }
 
 // Thousands of random changes through the exports on a loaded table and,
