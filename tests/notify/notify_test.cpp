@@ -42,8 +42,7 @@ using N = Tqz_dbf_notifier;
 
 // One line per event: its kind, then the values it carries ("1 count=2",
 // "4 name=a.txt"). `proc` is the client procedure, `user` the log.
-class Event_log {
-  public:
+struct Event_log {
     static void proc(Tqz_table* event, void* user) {
         std::string line = std::to_string(qz_event_kind(event));
         for (const char* key : {"count", "code", "what", "row", "arg0", "arg1", "name"}) {
@@ -67,8 +66,6 @@ class Event_log {
         std::lock_guard<std::mutex> g(lock_);
         return lines_;
     }
-
-  private:
     std::mutex lock_;
     std::condition_variable changed_;
     Lines lines_;
@@ -305,17 +302,10 @@ TEST(FolderWatcher, DestroyWaitsForARunningCallbackAndEndsTheThread) {
     EXPECT_EQ(thread_count(), threads_before);
 }
 
-// A table of one numeric field, made by this process or (`fields` given)
-// rewritten by another.
-void make_table(const std::string& path, const std::string& fields = "") {
-    Tqz_dbf_field f;
-    qz_dbf_field_init(&f, "ID", dbf_ft_numeric, 5, 0);
-    if (fields.empty())
-        qz_dbf_close(qz_dbf_create_w(widen(path).c_str(), 1, 2, &f, false));
-    else
-        ASSERT_EQ(
-            qz_test::run(std::string(QZDBF_EXE) + " create --overwrite '" + path + "' " + fields),
-            0);
+// A table (one numeric field, two records unless `fields` says otherwise),
+// made or rewritten by another process: the tool.
+void make_table(const std::string& path, const std::string& fields = "ID:N:5 --records 2") {
+    ASSERT_EQ(qz_test::run("'" QZDBF_EXE "' create --overwrite '" + path + "' " + fields), 0);
 }
 
 // Changes a marker file in the watcher's folder and waits until it hears it.
