@@ -1,7 +1,8 @@
-// qzdbf edit as a person uses it: find and show from a script, and a
-// terminal session typed through tmux (line editing, history, Tab, the
-// question before unsaved changes are lost), checked on the screen and on
-// the bytes of the saved table.
+// qzdbf edit: what Tab completes for the text before the cursor; edit as a
+// person uses it: find and show from a script, and a terminal session typed
+// through tmux (line editing, history, Tab, the question before unsaved
+// changes are lost), checked on the screen and on the bytes of the saved
+// table.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,22 +11,76 @@
 #include <vector>
 
 #include "cli_run.h"
+#include "edit_completion.h"
 
 namespace {
+
+using qzdbf::complete_edit_line;
+using Words = std::vector<std::string>;
+
+const Words kFields = {"NAME", "NOTE", "QTY", "Qty2"};
+
+TEST(EditCompletion, CommandsFieldsAndOptionsWhereEachIsTaken) {
+    struct Case {
+        const char* before;
+        size_t start;
+        Words candidates;
+        bool space;
+    };
+    const Case cases[] = {
+        {"", 0, qzdbf::edit_commands(), true},
+        {"s", 0, {"set", "save", "show"}, true},
+        {"SH", 0, {"show"}, true},
+        {"  de", 2, {"del", "delmask"}, true},
+        {"zz", 0, {}, true},
+        // Field names in any letter case, after set and find only.
+        {"set ", 4, kFields, true},
+        {"set\tqT", 4, {"QTY", "Qty2"}, true},
+        {"find na", 5, {"NAME"}, true},
+        {"set NAME ", 9, {}, true},
+        {"del n", 4, {}, true},
+        // show: its options, and the names of a --fields list one by one.
+        {"show 3 --fields no", 16, {"NOTE"}, false},
+        {"show --fields NAME,", 19, kFields, false},
+        {"show --vertical n", 16, {}, true},
+        // alter: options, and the existing field of each change.
+        {"alter --r", 6, {"--rename", "--retype"}, true},
+        {"alter --drop qt", 13, {"QTY", "Qty2"}, true},
+        {"alter --rename na", 15, {"NAME"}, false},
+        {"alter --rename NAME=n", 15, {}, true},
+        {"alter --add n", 12, {}, true},
+    };
+    for (const Case& c : cases) {
+        const qzdbf::Completion got = complete_edit_line(c.before, kFields);
+        EXPECT_EQ(got.candidates, c.candidates) << "'" << c.before << "'";
+        if (!c.candidates.empty()) {
+            EXPECT_EQ(got.start, c.start) << "'" << c.before << "'";
+            EXPECT_EQ(got.space, c.space) << "'" << c.before << "'";
+        }
+    }
+}
+
+TEST(EditCompletion, CommonBeginningKeepsTheFirstWordsLettersAndWholeCharacters) {
+    EXPECT_EQ(qzdbf::common_prefix({"QTY", "Qty2"}), "QTY");
+    EXPECT_EQ(qzdbf::common_prefix({}), "");
+    // Ж (D0 96) and Ц (D0 A6) share their first byte, not a character.
+    EXPECT_EQ(qzdbf::common_prefix({"A\xD0\x96", "A\xD0\xA6"}), "A");
+    EXPECT_EQ(qzdbf::matching({"Ж1", "ж2"}, "Ж"), Words({"Ж1"}));
+}
 
 using namespace qz_cli;
 
 // qzdbf edit of `table` reading `script` (its lines) as its input.
 Outcome edit(const std::string& table, const std::string& script, const std::string& opts = "") {
-    return qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
+    return qz_cli::qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
 }
 
 // NAME C20, NOTE C12, QTY N8 in CP1251: Ann/Bob/Ann, notes n0..n2, quantities 1, 2, 3.
 void make_table(const std::string& path) {
     write_text(path + ".csv", "NAME,NOTE,QTY\nAnn,n0,1\nBob,n1,2\nAnn,n2,3\n");
     const Outcome r =
-        qzdbf("import --quiet --encoding CP1251 --fields NAME:C:20,NOTE:C:12,QTY:N:8 " +
-              quoted(path + ".csv") + " " + quoted(path));
+        qz_cli::qzdbf("import --quiet --encoding CP1251 --fields NAME:C:20,NOTE:C:12,QTY:N:8 " +
+                      quoted(path + ".csv") + " " + quoted(path));
     ASSERT_EQ(r.status, 0) << r.out;
 }
 
