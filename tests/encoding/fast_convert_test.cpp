@@ -76,10 +76,7 @@ TEST(FastConvert, NarrowAndWideAsTheGeneralConversions) {
             s += rng() % 3 ? std::string(pieces[rng() % 13]) : std::string(1, char(rng() % 256));
         check(pages[rng() % 10], pages[rng() % 10], s);
     }
-}
-
-TEST(FastConvert, WideTextAsTheGeneralConversion) {
-    std::mt19937 rng(7);
+    // Random wide text, odd code points among it, into every page.
     const wchar_t odd[] = {0xD800, 0xDFFF, 0x110000, -1, 0xFFFE, 0x20AC, 0x401, 0x1F600};
     for (int i = 0; i < 40000; ++i) {
         std::wstring w;

@@ -30,7 +30,7 @@ void write_files(const qz_test::Temp_dir& dir, const std::string& name, uint8_t 
             fpt_put(f, 64, 8, 1, m);
         } else {
             f = dbt_file();
-            dbt_put(f, 8, m + "\x1A");
+            put(f, 8 * 512, m + "\x1A");
         }
         qz_test::write_bytes(dir.file(m), f);
     }
