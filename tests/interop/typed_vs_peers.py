@@ -62,20 +62,18 @@ PB = ctypes.POINTER(ctypes.c_bool)
 # name: (result, arguments)
 SIGNATURES = {
     "qz_dbf_open": (H, [S, B, B]), "qz_dbf_open_ex": (H, [S, U]), "qz_dbf_close": (None, [H]),
-    "qz_dbf_get_nf": (U, [H]), "qz_dbf_get_nr": (U, [H]), "qz_dbf_get_deleted": (ctypes.c_int, [H, U]),
-    "qz_dbf_get_field_width": (U, [H, U]), "qz_dbf_get_utf8_flag": (B, [H]),
-    "qz_dbf_get_encoding": (ctypes.c_int, [H, S, ctypes.c_size_t]),
+    "qz_dbf_get_nf": (U, [H]), "qz_dbf_get_nr": (U, [H]), "qz_dbf_get_utf8_flag": (B, [H]),
+    "qz_dbf_get_deleted": (ctypes.c_int, [H, U]), "qz_dbf_get_field_width": (U, [H, U]),
+    "qz_dbf_get_encoding": (ctypes.c_int, [H, S, ctypes.c_size_t]), "qz_dbf_get_dos_flag": (B, [H]),
     "qz_dbf_detect_encoding": (ctypes.c_int, [S, S, U, S, ctypes.c_size_t]),
     "qz_dbf_get_value": (B, [H, U, U, ctypes.POINTER(Value)]),
     "qz_dbf_get_column_values": (ctypes.c_long, [H, U, U, U, ctypes.POINTER(Value)]),
     "qz_dbf_get_str": (S, [H, U, U, PB]), "qz_dbf_get_int": (ctypes.c_int, [H, U, U, PB]),
     "qz_dbf_get_dbl": (D, [H, U, U, PB]), "qz_dbf_get_bool": (B, [H, U, U, PB]),
-    "qz_dbf_get_dos_flag": (B, [H]),
     "qz_dbf_restruct_create": (H, [S]), "qz_dbf_restruct_count": (ctypes.c_int, [H]),
     "qz_dbf_restruct_get_field": (ctypes.POINTER(Field), [H, ctypes.c_int]),
     "qz_dbf_restruct_apply": (B, [H]), "qz_dbf_restruct_destroy": (None, [H]),
-    "qz_dbf_last_error_message": (S, []), "qz_options_set_ansi_code_page": (None, [U]),
-}
+    "qz_dbf_last_error_message": (S, []), "qz_options_set_ansi_code_page": (None, [U])}
 
 
 lib = ctypes.CDLL(sys.argv[1])
@@ -106,17 +104,6 @@ def read(path, encoding, **options):
     # dbfread's table, records loaded as lists (a table may name two fields alike).
     return dbfread.DBF(path, encoding=encoding, load=True,
                        recfactory=lambda items: [v for _, v in items], **options)
-
-
-def copy_with_companions(path, folder):
-    # The table and its files of the same stem copied into `folder`, writable.
-    root, stem = os.path.split(os.path.splitext(path)[0])
-    for name in os.listdir(root):
-        if os.path.splitext(name)[0] == stem:
-            shutil.copy(os.path.join(root, name), folder)
-            os.chmod(os.path.join(folder, name), 0o644)
-    return os.path.join(folder, os.path.basename(path))
-
 
 
 def canonical(name):
@@ -280,31 +267,6 @@ def letters(path):
     return [chr(head[at + 32]) for at in range(68, ends[0], 48)]
 
 
-def restructured(path, folder):
-    # The old table's values by record and field, and the restructured copy.
-    h = lib.qz_dbf_open_ex(path.encode(), 1)
-    if not h:
-        return None, None, None
-    buf = ctypes.create_string_buffer(64)
-    lib.qz_dbf_get_encoding(h, buf, 64)
-    v = Value()  # null when the read fails
-    # Every record: a restructure keeps them all (not their deletion marks).
-    old = [[(lib.qz_dbf_get_value(h, f, r, ctypes.byref(v)), restructured_value(v))[1]
-            for f in range(lib.qz_dbf_get_nf(h))] for r in range(lib.qz_dbf_get_nr(h))]
-    lib.qz_dbf_close(h)
-    copy = copy_with_companions(path, folder)
-    d = lib.qz_dbf_restruct_create(copy.encode())
-    for k in range(lib.qz_dbf_restruct_count(d)):
-        fd = lib.qz_dbf_restruct_get_field(d, k).contents
-        if fd.type == b"@":
-            fd.type, fd.flen, fd.dlen = b"C", 23, 0
-    applied = lib.qz_dbf_restruct_apply(d)
-    lib.qz_dbf_restruct_destroy(d)
-    if not applied:
-        raise RuntimeError("restructure refused: " + lib.qz_dbf_last_error_message().decode())
-    return old, copy, buf.value.decode().lower()
-
-
 def dbfread_quirk(letter, want, got, memo):
     # What dbfread reads otherwise than the restructured cell holds, or None.
     if letter not in "MBG" or want is None:
@@ -321,18 +283,33 @@ def dbfread_quirk(letter, want, got, memo):
     return None
 
 
-
 stats7, quirks = collections.defaultdict(lambda: [0, 0, 0, 0]), collections.Counter()
 
 
-def check_restructured(path, rel, folder):
+def check_restructured(path, rel, h, folder):
+    # The old table's values (every record: a restructure keeps them all, not
+    # their deletion marks), then its copy restructured and read by the peers;
     # dbfread cells, equal; GDAL cells, equal: by type letter in stats7.
-    try:
-        old, copy, enc = restructured(path, folder)
-    except RuntimeError as e:
-        return failures.append((rel, str(e)))
-    if old is None:
-        return
+    buf, v = ctypes.create_string_buffer(64), Value()  # v: null when the read fails
+    lib.qz_dbf_get_encoding(h, buf, 64)
+    enc = buf.value.decode().lower()
+    old = [[(lib.qz_dbf_get_value(h, f, r, ctypes.byref(v)), restructured_value(v))[1]
+            for f in range(lib.qz_dbf_get_nf(h))] for r in range(lib.qz_dbf_get_nr(h))]
+    # The table and its files of the same stem copied, writable.
+    root, stem = os.path.split(os.path.splitext(path)[0])
+    for name in (n for n in os.listdir(root) if os.path.splitext(n)[0] == stem):
+        shutil.copy(os.path.join(root, name), folder)
+        os.chmod(os.path.join(folder, name), 0o644)
+    copy = os.path.join(folder, os.path.basename(path))
+    d = lib.qz_dbf_restruct_create(copy.encode())
+    for k in range(lib.qz_dbf_restruct_count(d)):
+        fd = lib.qz_dbf_restruct_get_field(d, k).contents
+        if fd.type == b"@":
+            fd.type, fd.flen, fd.dlen = b"C", 23, 0
+    applied = lib.qz_dbf_restruct_apply(d)
+    lib.qz_dbf_restruct_destroy(d)
+    if not applied:
+        return failures.append((rel, "restructure refused", lib.qz_dbf_last_error_message()))
     kinds = letters(path)
     memo = [os.path.join(folder, p) for p in os.listdir(folder)
             if os.path.splitext(p)[1].lower() in (".dbt", ".fpt")]
@@ -388,10 +365,10 @@ with tempfile.TemporaryDirectory() as work:
         failures += [(rel, "dbfread reads it, the library does not open it")] if theirs and not c else []
         if h:
             compare(path, rel, header, c, h)
+        if h and header[0] in (0x04, 0x8C):
+            check_restructured(path, rel, h, tempfile.mkdtemp(dir=work))
         lib.qz_dbf_close(h)
         lib.qz_dbf_close(c)
-        if header[0] in (0x04, 0x8C):
-            check_restructured(path, rel, tempfile.mkdtemp(dir=work))
 
 print("Encoding against dbfread (tables):")
 for why, count in encodings.most_common():

@@ -43,11 +43,9 @@ const unsigned int hostile_blocks[] = {
     0, 1, 2, 7, 8, 63, 64, 1000, 0x00FFFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
 
 // A block, what it reads as (kNull for no memo) and the type reported.
-struct Case {
-    unsigned int block;
-    std::string memo;
-    unsigned int type;
-};
+// clang-format off
+struct Case { unsigned int block; std::string memo; unsigned int type; };
+// clang-format on
 
 template <class R>
 void check(R& r, const std::vector<Case>& cases, size_t file_size) {

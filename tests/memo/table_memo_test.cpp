@@ -68,18 +68,15 @@ TEST(TableMemoFiles, VersionByteChoosesTheFileAndCaseIsIgnored) {
         EXPECT_EQ(held(dir, "t.dbf"), "t.dbt") << "version " << int(version);
     }
     EXPECT_EQ(held(dir, "t.dbf", false), "t.dbt") << "a writable table too";
-    const struct {
-        const char* table;
-        uint8_t version;
-        std::vector<std::string> memos;
-        const char* held;
-    } cases[] = {
+    // clang-format off
+    const struct { const char* table; uint8_t version; std::vector<std::string> memos; const char* held; } cases[] = {
         {"f.dbf", 0x83, {"f.fpt"}, "f.fpt"},  // with only one, either version finds it
         {"d.dbf", 0xF5, {"d.dbt"}, "d.dbt"},
         {"n.dbf", 0xF5, {}, "none"},                      // no memo file is no error
         {"cars2.DBF", 0x83, {"Cars2.Dbt"}, "Cars2.Dbt"},  // letter case aside
         {"e.dbf", 0x83, {"E.DBT", "e.dbt"}, "e.dbt"},     // the exact name wins
     };
+    // clang-format on
     for (const auto& c : cases) {
         write_files(dir, c.table, c.version, c.memos);
         EXPECT_EQ(held(dir, c.table), c.held) << c.table;

@@ -105,11 +105,8 @@ TEST(OgrFallback, ALockedTableFileIsReadThroughOgrAndNeverWritten) {
     EXPECT_STREQ(qz_dbf_get_str(second, 1, 3, ok), "Dora");
     EXPECT_EQ(qz_dbf_get_field_type(second, 0), dbf_ft_integer);
     qz_dbf_add_records(second, 3);
-    EXPECT_EQ(stderr_of([&] {
-                  EXPECT_TRUE(qz_dbf_set_str(second, 0, 0, "twelve")) << "into an integer field";
-              }),
-              "")
-        << "GDAL's warning about the text stays quiet";
+    // Text into an integer field: GDAL's warning about it stays quiet.
+    EXPECT_EQ(stderr_of([&] { EXPECT_TRUE(qz_dbf_set_str(second, 0, 0, "twelve")); }), "");
     EXPECT_TRUE(qz_dbf_set_str(second, 1, 0, "cached only"));
     EXPECT_STREQ(qz_dbf_get_str(second, 1, 0, ok), "cached only");
     qz_dbf_close(second);
@@ -129,6 +126,7 @@ TEST(OgrFallback, ALockedTableFileIsReadThroughOgrAndNeverWritten) {
 int open_bad_sources(const std::vector<std::string>& paths, const std::string& ragged) {
     int opened = 0;
     for (const std::string& p : paths) {
+        SCOPED_TRACE(p);
         // (A writable open of "" leaves the table file's lock ".lk" in the
         // working folder.)
         for (bool ro : {true, false}) {
@@ -143,12 +141,13 @@ int open_bad_sources(const std::vector<std::string>& paths, const std::string& r
                     qz_dbf_get_dbl(h, f, rec, ok);
                     qz_dbf_get_wstr(h, f, rec, len, ok, 0);
                 }
-            EXPECT_EQ(qz_dbf_get_str(h, nf, 0, ok), std::string()) << p;
+            EXPECT_STREQ(qz_dbf_get_str(h, nf, 0, ok), "");
             EXPECT_FALSE(ok);
-            EXPECT_EQ(qz_dbf_get_int(h, 0, n, ok), 0) << p;
+            EXPECT_EQ(qz_dbf_get_int(h, 0, n, ok), 0);
             EXPECT_FALSE(ok);
-            EXPECT_EQ(qz_dbf_get_storage(h), p == ragged ? qz_dbf_storage_ogr : qz_dbf_storage_file)
-                << p << ": only the unclaimed empty file opens, as an empty table";
+            // Only the unclaimed empty file opens as a table file, an empty one.
+            EXPECT_EQ(qz_dbf_get_storage(h),
+                      p == ragged ? qz_dbf_storage_ogr : qz_dbf_storage_file);
             EXPECT_EQ(qz_dbf_get_field_name(h, nf), nullptr);
             EXPECT_FALSE(qz_dbf_set_str(h, 0, n + 5, "x"));
             for (unsigned f = 0; f < nf && f < 50; ++f) qz_dbf_set_str(h, f, 0, "not a number");
@@ -194,8 +193,8 @@ TEST(OgrFallback, BadSourcesAreSilentNeutralAndLeakNothing) {
 #endif
     });
     EXPECT_EQ(printed, "") << "GDAL must print nothing on stderr";
-    EXPECT_EQ(opened, 2 * 2) << "the ragged CSV, and the empty file that no format claims, each "
-                                "read-only and not";
+    // The ragged CSV, and the empty file that no format claims, each read-only and not.
+    EXPECT_EQ(opened, 2 * 2);
     EXPECT_LE(heap_after, heap_before + 64 * 1024) << "ten rounds over bad sources leak";
 }
 

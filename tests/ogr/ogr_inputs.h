@@ -18,16 +18,12 @@ namespace qz_ogr_test {
 // The people table: id Integer(6), name String(12), score Real(10.3),
 // flag Integer(1), note String(20); 7 records, score of record 4 unset.
 constexpr unsigned people_count = 7;
-struct Person {
-    int id;
-    const char* name;
-    double score;
-    int flag;
-};
+// clang-format off
+struct Person { int id; const char* name; double score; int flag; };
 inline const Person people[people_count] = {
     {1, "Anna", 12.5, 1}, {2, "boris", -3.25, 0}, {3, u8"Сергей", 0, 1}, {4, "Dora", 100.125, 0},
-    {5, "Eve", 0, 1},     {6, "Fred", 7, 0},      {7, "Gus", 8, 1},
-};
+    {5, "Eve", 0, 1}, {6, "Fred", 7, 0}, {7, "Gus", 8, 1}};
+// clang-format on
 
 struct Inputs {
     qz_test::Temp_dir dir;

@@ -56,8 +56,7 @@ TEST(OgrTable, ValuesAndSearchInEverySource) {
         EXPECT_EQ(std::pair(t.get_as_integer(99, 0, ok), t.get_as_double(0, 0xFFFFFFFFu, ok)),
                   std::pair(0, 0.0));
         unsigned size = 1, type = 0;
-        EXPECT_NE(t.get_memo_bytes(0, 1000, ok, size, type), nullptr);
-        EXPECT_EQ(size, 0u);
+        EXPECT_TRUE(t.get_memo_bytes(0, 1000, ok, size, type) != nullptr && size == 0);
         EXPECT_FALSE(t.set_as_string(0, people_count, "x") || t.set_as_integer(7, 0, 1) ||
                      t.set_as_wstring(-1, 0, L"x") || t.get_as_any(0, 0, nullptr));
         EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
@@ -68,8 +67,7 @@ TEST(OgrTable, ValuesAndSearchInEverySource) {
             {0, "7", true, 6},         {1, "nobody", false, 0},  {9, "Anna", false, 0}};
         for (const auto& [field, text, found, record] : finds) {
             unsigned r = 99;
-            EXPECT_EQ(t.find_value(field, text, r), found) << text;
-            EXPECT_EQ(r, record) << text;
+            EXPECT_TRUE(t.find_value(field, text, r) == found && r == record) << text;
         }
         unsigned r = 5;
         EXPECT_FALSE(t.find_value(1, nullptr, r));
