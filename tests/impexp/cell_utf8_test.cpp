@@ -21,11 +21,9 @@ Tqz_dbf_rw* fresh(const std::string& path, const std::string& enc) {
     Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 2, 1, f, false);
     if (t && enc == "flag") qz_dbf_set_utf8_flag(t, true);
     const bool named = enc.empty() || enc == "flag" || qz_dbf_set_encoding(t, enc.c_str());
-    if (t && !(qz_dbf_set_str(t, 0, 0, "old") && named)) {
-        qz_dbf_close(t);
-        return nullptr;
-    }
-    return t;
+    if (t && qz_dbf_set_str(t, 0, 0, "old") && named) return t;
+    qz_dbf_close(t);
+    return nullptr;
 }
 
 TEST(CellUtf8, TextInTheTableEncodingOrRefusedWhole) {

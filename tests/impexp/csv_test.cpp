@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "csv_reader.h"
@@ -80,10 +82,10 @@ TEST(CsvReader, LongRecordsLineNumbersAndRewind) {
     std::fclose(f);
 }
 
-TEST(CsvTypes, ColumnInference) {
+TEST(CsvTypes, ColumnInferenceAndGivenFields) {
     // clang-format off
-    struct Case { std::vector<std::string> cells; char type; unsigned length, decimals; };
-    const std::vector<Case> cases = {
+    struct Guess { std::vector<std::string> cells; char type; unsigned length, decimals; };
+    const std::vector<Guess> guesses = {
         {{"1", "-250", "", "33"}, 'N', 4, 0},
         {{"1.5", "-20", "3.125"}, 'N', 7, 3},  // "-20" needs 3 before the point
         {{"2024-01-31", "", "1999-12-01"}, 'D', 8, 0},
@@ -100,18 +102,15 @@ TEST(CsvTypes, ColumnInference) {
         {{"TRUE", "y"}, 'C', 4, 0},  // Y/N only where given fields say L
     };
     // clang-format on
-    for (const Case& c : cases) {
+    for (const Guess& c : guesses) {
         qzdbf::Column_guess g;
         const qzdbf::Text_measure m("UTF-8");
         for (const auto& s : c.cells) g.add(s, static_cast<size_t>(m.bytes(s)));
         SCOPED_TRACE(c.cells[0]);
-        EXPECT_EQ(g.type(), c.type);
-        EXPECT_EQ(g.length(), c.length);
-        EXPECT_EQ(g.decimals(), c.decimals);
+        EXPECT_EQ(std::tuple(g.type(), g.length(), g.decimals()),
+                  std::tuple(c.type, c.length, c.decimals));
     }
-}
-
-TEST(CsvTypes, ValuesAgainstGivenFields) {
+    // Values against given fields: whether they fit, and why not.
     // clang-format off
     struct Case { const char* cell; char type; unsigned length, decimals; bool fits; };
     for (const Case& c : std::vector<Case>{
@@ -128,10 +127,9 @@ TEST(CsvTypes, ValuesAgainstGivenFields) {
              {"abcd", 'C', 3, 0, false},       {"", 'N', 1, 0, true}}) {
         // clang-format on
         std::string why;
-        EXPECT_EQ(qzdbf::value_fits(c.cell, std::string(c.cell).size(), c.type, c.length,
-                                    c.decimals, why),
-                  c.fits)
-            << c.cell << " " << c.type;
+        const bool fits =
+            qzdbf::value_fits(c.cell, std::strlen(c.cell), c.type, c.length, c.decimals, why);
+        EXPECT_EQ(fits, c.fits) << c.cell << " " << c.type;
         EXPECT_EQ(why.empty(), c.fits) << why;
     }
 }
