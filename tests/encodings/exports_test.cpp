@@ -12,10 +12,9 @@ namespace {
 
 // A table of one C field NAME of 10 bytes holding `cells` (raw bytes), with
 // the language-driver byte `driver`.
-void write_table(const std::string& path, uint8_t driver, const std::vector<std::string>& cells) {
-    std::vector<std::vector<std::string>> records;
-    for (const std::string& c : cells) records.push_back({c});
-    qz_test::write_bytes(path, qz_test::dbf_bytes(0x03, {{"NAME", 'C', 10}}, records, driver));
+void write_table(const std::string& path, uint8_t driver,
+                 const std::vector<std::vector<std::string>>& cells) {
+    qz_test::write_bytes(path, qz_test::dbf_bytes(0x03, {{"NAME", 'C', 10}}, cells, driver));
 }
 
 // "<name> <source>" as detection gives them.
@@ -37,7 +36,7 @@ const std::string privet = "Привет", privet_1251 = "\xCF\xF0\xE8\xE2\xE5\x
 TEST(EncodingExports, SourcesInOrderOfPrecedence) {
     qz_test::Temp_dir dir;
     const std::string dbf = dir.file("t.dbf");
-    write_table(dbf, 0x65, {"\x8F\xE0\xA8\xA2\xA5\xE2"});  // "Привет" in CP866
+    write_table(dbf, 0x65, {{"\x8F\xE0\xA8\xA2\xA5\xE2"}});  // "Привет" in CP866
     // No .cpg: the driver (0x65, Russian MS-DOS).
     EXPECT_EQ(detect(dbf, nullptr), "CP866 " + std::to_string(QZ_DBF_ENC_LANGUAGE_DRIVER));
     // A .cpg (upper-case name, found as on a case-insensitive disk) wins.
@@ -47,7 +46,7 @@ TEST(EncodingExports, SourcesInOrderOfPrecedence) {
     EXPECT_EQ(detect(dbf, "20866"), "KOI8-R " + std::to_string(QZ_DBF_ENC_CALLER));
     // An unknown .cpg and no driver: the flags' default.
     qz_test::write_bytes(dir.file("T.CPG"), {'?', '?'});
-    write_table(dbf, 0x00, {"x"});
+    write_table(dbf, 0x00, {{"x"}});
     EXPECT_EQ(detect(dbf, nullptr), "CP1251 " + std::to_string(QZ_DBF_ENC_DEFAULT));
     EXPECT_EQ(detect(dbf, nullptr, QZ_DBF_OPEN_DOS), "CP866 " + std::to_string(QZ_DBF_ENC_DEFAULT));
     // Failures, the name emptied and the error recorded: an unknown caller
@@ -69,7 +68,7 @@ TEST(EncodingExports, SourcesInOrderOfPrecedence) {
 TEST(EncodingExports, CellsReadAsUtf8InTheChosenEncoding) {
     qz_test::Temp_dir dir;
     const std::string dbf = dir.file("cells.dbf");
-    write_table(dbf, 0xC9, {privet_1251, "  ab  ", ""});
+    write_table(dbf, 0xC9, {{privet_1251}, {"  ab  "}, {""}});
     Tqz_dbf_rw* h = qz_dbf_open_ex(dbf.c_str(), QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(h, nullptr);
     char name[32];

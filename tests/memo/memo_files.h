@@ -34,17 +34,13 @@ inline void fpt_put(std::vector<uint8_t>& file, uint32_t block_size, uint32_t bl
     put(file, size_t{block} * block_size, be32(type) + be32(length) + data);
 }
 
-// A DBT file of only its 512-byte header (next free block, little-endian).
+// A DBT file of only its 512-byte header (next free block, little-endian);
+// its memos go at block × 512 (`put`), the caller adds the terminator 0x1A.
 inline std::vector<uint8_t> dbt_file(uint32_t next_free = 1) {
     std::vector<uint8_t> file(512, 0);
-    put(file, 0,
-        {char(next_free), char(next_free >> 8), char(next_free >> 16), char(next_free >> 24)});
+    put(file, 0, be32(next_free));
+    std::reverse(file.begin(), file.begin() + 4);
     return file;
-}
-
-// `data` at block × 512; the caller adds the terminator 0x1A where wanted.
-inline void dbt_put(std::vector<uint8_t>& file, uint32_t block, const std::string& data) {
-    put(file, size_t{block} * 512, data);
 }
 
 // Text of `n` bytes that never holds 0x1A and differs from position to position.

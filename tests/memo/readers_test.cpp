@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <random>
+#include <tuple>
 #include <string>
 
 #include "memo/dbt_rw.h"
@@ -41,11 +42,19 @@ std::string read(R& r, unsigned int block, size_t file_size, unsigned int* type_
 const unsigned int hostile_blocks[] = {
     0, 1, 2, 7, 8, 63, 64, 1000, 0x00FFFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFE, 0xFFFFFFFF};
 
-struct Case {
-    unsigned int block;
-    std::string memo;  // kNull for no memo
-    unsigned int type;
-};
+// A block, what it reads as (kNull for no memo) and the type reported.
+// clang-format off
+struct Case { unsigned int block; std::string memo; unsigned int type; };
+// clang-format on
+
+template <class R>
+void check(R& r, const std::vector<Case>& cases, size_t file_size) {
+    for (const Case& c : cases) {
+        unsigned int type = 0;
+        EXPECT_EQ(read(r, c.block, file_size, &type), c.memo) << "block " << c.block;
+        EXPECT_EQ(type, c.type) << "block " << c.block;
+    }
+}
 
 TEST(FptReader, BlocksReadAsWritten) {
     qz_test::Temp_dir dir;
@@ -59,26 +68,23 @@ TEST(FptReader, BlocksReadAsWritten) {
     file.resize(61 * 64 + 4, 0);  // block 61's header is cut short
     qz_test::write_bytes(dir.file("m.fpt"), file);
 
-    const Case cases[] = {
-        {8, "hello", kText},
-        {9, std::string("p\0q\xFFr", 5), 0},  // a picture: zero bytes kept
-        {10, "ole", 0x02000000u},
-        {11, "", kText},  // empty, not a failure
-        {12, pattern(3000), kText},
-        // A length field past the end of the file reads the rest of the file.
-        {60, "only this much" + std::string(46, '\0'), kText},
-        {61, kNull, 0},
-        {1000000, kNull, 0},
-    };
     Tqz_fpt_rw r;
     EXPECT_EQ(r.get_buff_size(), 1024);
     ASSERT_EQ(r.open(dir.wfile("m.fpt").c_str(), true), 0);
     EXPECT_EQ(r.get_file_hdr().block_size, 64) << "kept in host order";
-    for (const Case& c : cases) {
-        unsigned int type = 0;
-        EXPECT_EQ(read(r, c.block, file.size(), &type), c.memo) << "block " << c.block;
-        EXPECT_EQ(type, c.type) << "block " << c.block;
-    }
+    check(r,
+          {
+              {8, "hello", kText},
+              {9, std::string("p\0q\xFFr", 5), 0},  // a picture: zero bytes kept
+              {10, "ole", 0x02000000u},
+              {11, "", kText},  // empty, not a failure
+              {12, pattern(3000), kText},
+              // A length field past the end of the file reads the rest of the file.
+              {60, "only this much" + std::string(46, '\0'), kText},
+              {61, kNull, 0},
+              {1000000, kNull, 0},
+          },
+          file.size());
     EXPECT_EQ(r.get_buff_size(), 3001) << "grown to exactly len + 1, never shrunk";
     auto at_end = fpt_file(64);
     fpt_put(at_end, 64, 8, 1, "", 0x7FFFFFF0);  // a header and nothing after it
@@ -92,24 +98,20 @@ TEST(FptReader, BlocksReadAsWritten) {
     EXPECT_FALSE(r.read_block_hdr(61, &bh));
 
     // Other block sizes, negative ones and 0 (every block is the file header).
-    struct Size {
-        uint16_t bs;
-        unsigned block;
-        std::string memo;
-    };
-    for (const Size& s :
-         {Size{512, 3, "at 3"}, Size{1, 600, "at 600"}, Size{0x8000, 1, kNull},
-          Size{0xFFFF, 1, kNull}, Size{0xFE00, 1, kNull}, Size{0, 5, std::string(504, '\0')}}) {
-        auto f = fpt_file(s.bs, 1);
-        if (s.bs == 0) f[4] = f[5] = 0xFF;  // read as the memo length FFFF0000
-        if (s.memo != kNull && s.bs) fpt_put(f, s.bs, s.block, 1, s.memo);
-        if (s.bs) f.resize(std::max<size_t>(f.size(), 4096), 'x');
+    const std::tuple<uint16_t, unsigned, std::string> sizes[] = {
+        {512, 3, "at 3"},   {1, 600, "at 600"}, {0x8000, 1, kNull},
+        {0xFFFF, 1, kNull}, {0xFE00, 1, kNull}, {0, 5, std::string(504, '\0')}};
+    for (const auto& [bs, block, memo] : sizes) {
+        auto f = fpt_file(bs, 1);
+        if (bs == 0) f[4] = f[5] = 0xFF;  // read as the memo length FFFF0000
+        if (memo != kNull && bs) fpt_put(f, bs, block, 1, memo);
+        if (bs) f.resize(std::max<size_t>(f.size(), 4096), 'x');
         qz_test::write_bytes(dir.file("b.fpt"), f);
         Tqz_fpt_rw rb;
         ASSERT_EQ(rb.open(dir.wfile("b.fpt").c_str(), false), 0) << "rb+ opens too";
-        EXPECT_EQ(rb.get_file_hdr().block_size, static_cast<int16_t>(s.bs));
-        const std::string got = read(rb, s.block, f.size());
-        EXPECT_EQ(got.substr(0, s.memo.size()), s.memo) << "block size " << s.bs;
+        EXPECT_EQ(rb.get_file_hdr().block_size, static_cast<int16_t>(bs));
+        const std::string got = read(rb, block, f.size());
+        EXPECT_EQ(got.substr(0, memo.size()), memo) << "block size " << bs;
         for (unsigned int b : hostile_blocks) read(rb, b, f.size());
     }
 }
@@ -117,37 +119,34 @@ TEST(FptReader, BlocksReadAsWritten) {
 TEST(DbtReader, MemosRunToTheTerminatorWithinSixtyFourKib) {
     qz_test::Temp_dir dir;
     auto file = dbt_file(400);
-    dbt_put(file, 1, "short\x1A\x1A");
-    dbt_put(file, 3, pattern(700) + "\x1A");  // across two chunks
-    dbt_put(file, 5, "\x1A");
-    dbt_put(file, 6, pattern(512) + "\x1A");  // terminator opens chunk 2
-    dbt_put(file, 10, pattern(65535) + "\x1A");
-    dbt_put(file, 140, pattern(65536) + "\x1A");
-    dbt_put(file, 270, pattern(70000, 'A') + "\x1A");
-    dbt_put(file, 420, "tail without terminator");
+    put(file, 1 * 512, "short\x1A\x1A");
+    put(file, 3 * 512, pattern(700) + "\x1A");  // across two chunks
+    put(file, 5 * 512, "\x1A");
+    put(file, 6 * 512, pattern(512) + "\x1A");  // terminator opens chunk 2
+    put(file, 10 * 512, pattern(65535) + "\x1A");
+    put(file, 140 * 512, pattern(65536) + "\x1A");
+    put(file, 270 * 512, pattern(70000, 'A') + "\x1A");
+    put(file, 420 * 512, "tail without terminator");
     qz_test::write_bytes(dir.file("m.dbt"), file);
 
-    const Case cases[] = {
-        {1, "short", 1},
-        {3, pattern(700), 1},
-        {4, pattern(700).substr(512), 1},  // a block inside a memo starts one of its own
-        {5, kNull, 1},                     // empty reads as none, terminator found
-        {6, pattern(512), 1},
-        {10, pattern(65535), 1},
-        {140, kNull, 0},  // terminator past the first 64 KiB
-        {270, kNull, 0},
-        {420, kNull, 0},           // end of file first
-        {0x00800001, "short", 1},  // the offset wraps in 32 bits to block 1
-        {0x007FFFFF, kNull, 0},
-    };
     Tqz_dbt_rw r;
     ASSERT_EQ(r.open(dir.wfile("m.dbt").c_str(), true), 0);
     EXPECT_EQ(r.get_file_hdr().bytes[0], 400 % 256);
-    for (const Case& c : cases) {
-        unsigned int type = 0;
-        EXPECT_EQ(read(r, c.block, file.size(), &type), c.memo) << "block " << c.block;
-        EXPECT_EQ(type, c.type) << "block " << c.block;
-    }
+    check(r,
+          {
+              {1, "short", 1},
+              {3, pattern(700), 1},
+              {4, pattern(700).substr(512), 1},  // a block inside a memo starts one of its own
+              {5, kNull, 1},                     // empty reads as none, terminator found
+              {6, pattern(512), 1},
+              {10, pattern(65535), 1},
+              {140, kNull, 0},  // terminator past the first 64 KiB
+              {270, kNull, 0},
+              {420, kNull, 0},           // end of file first
+              {0x00800001, "short", 1},  // the offset wraps in 32 bits to block 1
+              {0x007FFFFF, kNull, 0},
+          },
+          file.size());
     EXPECT_EQ(r.get_buff_size(), 65536);
 }
 

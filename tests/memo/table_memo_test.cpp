@@ -30,7 +30,7 @@ void write_files(const qz_test::Temp_dir& dir, const std::string& name, uint8_t 
             fpt_put(f, 64, 8, 1, m);
         } else {
             f = dbt_file();
-            dbt_put(f, 8, m + "\x1A");
+            put(f, 8 * 512, m + "\x1A");
         }
         qz_test::write_bytes(dir.file(m), f);
     }
@@ -68,18 +68,15 @@ TEST(TableMemoFiles, VersionByteChoosesTheFileAndCaseIsIgnored) {
         EXPECT_EQ(held(dir, "t.dbf"), "t.dbt") << "version " << int(version);
     }
     EXPECT_EQ(held(dir, "t.dbf", false), "t.dbt") << "a writable table too";
-    const struct {
-        const char* table;
-        uint8_t version;
-        std::vector<std::string> memos;
-        const char* held;
-    } cases[] = {
+    // clang-format off
+    const struct { const char* table; uint8_t version; std::vector<std::string> memos; const char* held; } cases[] = {
         {"f.dbf", 0x83, {"f.fpt"}, "f.fpt"},  // with only one, either version finds it
         {"d.dbf", 0xF5, {"d.dbt"}, "d.dbt"},
         {"n.dbf", 0xF5, {}, "none"},                      // no memo file is no error
         {"cars2.DBF", 0x83, {"Cars2.Dbt"}, "Cars2.Dbt"},  // letter case aside
         {"e.dbf", 0x83, {"E.DBT", "e.dbt"}, "e.dbt"},     // the exact name wins
     };
+    // clang-format on
     for (const auto& c : cases) {
         write_files(dir, c.table, c.version, c.memos);
         EXPECT_EQ(held(dir, c.table), c.held) << c.table;
