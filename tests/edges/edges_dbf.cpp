@@ -6,6 +6,7 @@
 
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
 namespace {
@@ -41,6 +42,25 @@ TEST(EdgesDbf, CreateReadsTenBytesOfEachNameAndConvertsThem) {
         EXPECT_EQ(std::string(name, strnlen(name, 11)), cases[i].stored) << i;
     }
     qz_options_set_ansi_code_page(0);
+}
+
+// Null written to a field without a null flag blanks the cell with spaces,
+// whatever its width: other readers take spaces for "no value", but a
+// character or number field full of zero bytes for a value of zeros.
+TEST(EdgesDbf, NullBlanksCellsOfAnyWidthWithSpaces) {
+    qz_test::Temp_dir dir;
+    const std::string dbf = dir.file("t.dbf");
+    qz_test::write_bytes(dbf,
+                         qz_test::dbf_bytes(0x03, {{"C", 'C', 4}, {"N", 'N', 4}, {"M", 'M', 10}},
+                                            {{"abcd", "1234", "        17"}}));
+    Tqz_dbf_rw* h = qz_dbf_open(dbf.c_str(), false, false);
+    ASSERT_NE(h, nullptr);
+    const Tqz_dbf_value null{QZ_DBF_VALUE_NULL, 0, 0.0, nullptr, 0};
+    for (unsigned f = 0; f < 3; ++f) EXPECT_TRUE(qz_dbf_set_value(h, f, 0, &null)) << f;
+    qz_dbf_close(h);
+    const auto bytes = qz_test::read_bytes(dbf);
+    const size_t record = bytes.size() - 1 - 19;  // flag and cells, then the end mark
+    EXPECT_EQ(std::string(bytes.begin() + record, bytes.end() - 1), std::string(19, ' '));
 }
 
 }  // namespace
