@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "qzk_basic.h"
+
 #include "qzk_file_dbf.h"
 #include "qzk_file_dbf_ext.h"
 #include "test_support.h"
@@ -54,6 +56,28 @@ TEST(EdgesEncoding, TableEncodingWritesItsDriverByteAndCpg) {
         qz_dbf_close(h);
         EXPECT_EQ(qz_test::read_bytes(dbf), before);
     }
+}
+
+// Texts whose converted form just fills the converter's buffer (63, 127,
+// 255 bytes and a terminator) are written and read back whole, one after
+// another through one handle.
+TEST(EdgesEncoding, TextsThatFillTheConversionBufferRoundTrip) {
+    qz_test::Temp_dir dir;
+    const std::string dbf = dir.file("t.dbf");
+    ASSERT_TRUE(qz_test::make_char_table(dbf, {255}, 9));
+    qz_options_set_ansi_code_page(65001);
+    Tqz_dbf_rw* h = qz_dbf_open(dbf.c_str(), false, false);
+    ASSERT_NE(h, nullptr);
+    for (unsigned r = 0; r < 9; ++r) {
+        const std::string text((64u << (r % 3)) - 1, static_cast<char>('a' + r));
+        ASSERT_TRUE(qz_dbf_set_str(h, 0, r, text.c_str()));
+        bool ok = false;
+        std::string back = qz_dbf_get_str(h, 0, r, ok);
+        back.erase(back.find_last_not_of(' ') + 1);  // the cell's padding
+        EXPECT_EQ(back, text) << r;
+    }
+    qz_dbf_close(h);
+    qz_options_set_ansi_code_page(0);
 }
 
 }  // namespace
