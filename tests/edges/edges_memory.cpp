@@ -37,4 +37,30 @@ TEST(EdgesMemory, TypedReadsOfALoadedTableMatchTheFileToTheLastRecord) {
     qz_dbf_mem_free(m);
 }
 
+// Restructuring a loaded table copies each kept field's bytes to its new
+// place: kept fields side by side in the old records but parted by a new
+// field keep their own values, the new field comes blank.
+TEST(EdgesMemory, RestructureInsertsAFieldBetweenNeighboursOfALoadedTable) {
+    qz_test::Temp_dir dir;
+    const std::string dbf = dir.file("t.dbf");
+    qz_test::write_bytes(dbf,
+                         qz_test::dbf_bytes(0x03, {{"A", 'C', 3}, {"B", 'C', 3}, {"C", 'C', 2}},
+                                            {{"aaa", "bbb", "cc"}, {"xyz", "uvw", "st"}}));
+    Tqz_dbf_memory* m = qz_dbf_mem_load(dbf.c_str());
+    ASSERT_NE(m, nullptr);
+    Tqz_dbf_rw* held = qz_dbf_open(dbf.c_str(), false, false);
+    ASSERT_TRUE(held && qz_dbf_is_buffered(held));
+    Tqz_dbf_rstrct* d = qz_dbf_restruct_create(dbf.c_str());
+    Tqz_dbf_field added = {"NEW", 'C', 4, 0};
+    qz_dbf_restruct_insert_field(d, 1, &added);
+    ASSERT_TRUE(qz_dbf_try_restruct(held, d));
+    qz_dbf_restruct_destroy(d);
+    const std::string t = std::to_string(QZ_DBF_VALUE_TEXT) + ":";
+    const char* want[2][4] = {{"aaa", "", "bbb", "cc"}, {"xyz", "", "uvw", "st"}};
+    for (unsigned r = 0; r < 2; ++r)
+        for (unsigned f = 0; f < 4; ++f) EXPECT_EQ(text_of(held, f, r), t + want[r][f]) << r << f;
+    qz_dbf_close(held);
+    qz_dbf_mem_free(m);
+}
+
 }  // namespace
