@@ -4,6 +4,8 @@
 #include <cstring>
 #include <string>
 
+#include <unistd.h>
+
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
 #include "qzk_file_dbf_ext.h"
@@ -61,6 +63,24 @@ TEST(EdgesDbf, NullBlanksCellsOfAnyWidthWithSpaces) {
     const auto bytes = qz_test::read_bytes(dbf);
     const size_t record = bytes.size() - 1 - 19;  // flag and cells, then the end mark
     EXPECT_EQ(std::string(bytes.begin() + record, bytes.end() - 1), std::string(19, ' '));
+}
+
+// A process may run with its standard input closed: a table opened then
+// gets descriptor 0 and must read as any other.
+TEST(EdgesDbf, ATableOnDescriptorZeroReads) {
+    qz_test::Temp_dir dir;
+    const std::string dbf = dir.file("t.dbf");
+    qz_test::write_bytes(dbf, qz_test::dbf_bytes(0x03, {{"C", 'C', 4}}, {{"abcd"}, {"efgh"}}));
+    const int saved = ::dup(0);
+    ::close(0);
+    Tqz_dbf_rw* h = qz_dbf_open(dbf.c_str(), true, false);
+    std::string got;
+    bool ok = false;
+    for (unsigned r = 0; h && r < 2; ++r) got += qz_dbf_get_str(h, 0, r, ok);
+    qz_dbf_close(h);
+    ::dup2(saved, 0);
+    ::close(saved);
+    EXPECT_EQ(got, "abcdefgh");
 }
 
 }  // namespace
