@@ -1,5 +1,7 @@
 # Tables through qzdbf.open / qzdbf.create: cells by type, writes on disk,
-# deletion flags and pack, locks and errors.
+# deletion flags and pack, locks and errors; memory tables with undo and
+# redo, restructuring (of a file and of a memory table) and the field-name
+# repairs.
 
 import datetime
 import os
@@ -8,6 +10,7 @@ import dbfread
 import pytest
 
 import qzdbf
+
 
 FIELDS = [("NAME", "C", 12, 0), ("QTY", "N", 20, 0), ("PRICE", "N", 10, 2), ("WHEN", "D", 8, 0),
           ("OK", "L", 1, 0), ("RATE", "F", 19, 8), ("SMALL", "I", 4, 0), ("DBL", "B", 8, 0)]
@@ -56,18 +59,15 @@ def test_refused_values_leave_cell_and_table_unchanged(path):
                ("QTY", "1"), ("QTY", 10**21), ("QTY", True), ("PRICE", 1e9), ("PRICE", float("inf")),
                ("WHEN", "20200101"), ("OK", 1), ("SMALL", 2**31), ("SMALL", 1.5), ("DBL", "x")]
         for name, value in bad:
-            with pytest.raises(qzdbf.InvalidValue, match=name):
-                t[0, name] = value
+            pytest.raises(qzdbf.InvalidValue, t.__setitem__, (0, name), value).match(name)
         assert t[0] == {"NAME": "keep", "QTY": 1, "PRICE": 1.0, "WHEN": None, "OK": None,
                         "RATE": None, "SMALL": 0, "DBL": 0.0}
         # A refused value in append leaves the new record marked deleted.
-        with pytest.raises(qzdbf.InvalidValue):
-            t.append({"NAME": "ok", "QTY": "no"})
+        pytest.raises(qzdbf.InvalidValue, t.append, {"NAME": "ok", "QTY": "no"})
         assert len(t) == 2 and t.deleted(1) and not t.deleted(0)
         for call, error in ((lambda: t[0, "NOPE"], KeyError), (lambda: t[2], IndexError),
                             (lambda: t.append(tuple(range(9))), qzdbf.InvalidArgument)):
-            with pytest.raises(error):
-                call()
+            pytest.raises(error, call)
         assert len(t) == 2
 
 
@@ -90,11 +90,9 @@ def test_modes_locks_and_errors(path, tmp_path):
         t.append(("x",))
     with qzdbf.open(path, "r") as ro:
         for write in (lambda: ro.__setitem__((0, "A"), "y"), lambda: ro.append(("y",))):
-            with pytest.raises(qzdbf.PermissionDenied):
-                write()
+            pytest.raises(qzdbf.PermissionDenied, write)
         with qzdbf.open(path, "r+") as w:
-            with pytest.raises(qzdbf.Locked, match="locked"):
-                qzdbf.open(path, "r+")
+            pytest.raises(qzdbf.Locked, qzdbf.open, path, "r+").match("locked")
             w[0, "A"] = "z"
             w.flush()
             assert ro[0, "A"] == "z"
@@ -102,27 +100,21 @@ def test_modes_locks_and_errors(path, tmp_path):
     t = qzdbf.open(path)
     t.close()
     t.close()
-    with pytest.raises(qzdbf.Error, match="closed"):
-        len(t)
-    with pytest.raises(qzdbf.NotFound, match="missing.dbf") as e:
-        qzdbf.open(tmp_path / "missing.dbf")
-    assert isinstance(e.value, FileNotFoundError)
+    pytest.raises(qzdbf.Error, len, t).match("closed")
+    e = pytest.raises(qzdbf.NotFound, qzdbf.open, tmp_path / "missing.dbf")
+    assert isinstance(e.value, FileNotFoundError) and e.match("missing.dbf")
     junk = tmp_path / "junk.dbf"
     junk.write_bytes(b"hello, not a table at all" * 3)
-    with pytest.raises(qzdbf.NotATable):
-        qzdbf.open(junk)
+    pytest.raises(qzdbf.NotATable, qzdbf.open, junk)
     for mode, encoding in (("x", None), ("r", "koi8-r")):
-        with pytest.raises(qzdbf.InvalidArgument):
-            qzdbf.open(path, mode, encoding)
+        pytest.raises(qzdbf.InvalidArgument, qzdbf.open, path, mode, encoding)
     for fields in ([("lower", "C", 5, 0)], [("A", "Q", 5, 0)], [("A", "N", 5, 5)],
                    [("A", "C", 1, 0), ("a", "C", 1, 0)], []):
-        with pytest.raises(qzdbf.InvalidArgument):
-            qzdbf.create(tmp_path / "bad.dbf", fields)
+        pytest.raises(qzdbf.InvalidArgument, qzdbf.create, tmp_path / "bad.dbf", fields)
     assert not (tmp_path / "bad.dbf").exists()
     os.chmod(path, 0o444)  # the folder is the test's own: it may stay so
     if os.geteuid() != 0:
-        with pytest.raises(qzdbf.PermissionDenied):
-            qzdbf.open(path, "r+")
+        pytest.raises(qzdbf.PermissionDenied, qzdbf.open, path, "r+")
 
 
 def test_encoding_override_and_check(path, tmp_path):
@@ -139,3 +131,73 @@ def test_encoding_override_and_check(path, tmp_path):
     cut.write_bytes(raw[:40])
     assert max(f.severity for f in qzdbf.check(cut)) == 3
     assert qzdbf.check(tmp_path / "none.dbf")[0].kind == 1
+
+
+# Memory tables with undo and redo, restructuring (of a file and of a
+# memory table) and the field-name repairs, through the package.
+MEM_FIELDS = [("NAME", "C", 10, 0), ("QTY", "N", 6, 0), ("PRICE", "N", 8, 2), ("WHEN", "D", 8, 0)]
+
+
+def make(path, n=5):
+    with qzdbf.create(path, MEM_FIELDS) as t:
+        for i in range(n):
+            t.append((f"r{i}", i, i * 1.5, datetime.date(2020, 1, 1 + i)))
+    return path
+
+
+def test_memory_table_changes_undo_redo_and_save(tmp_path):
+    path = make(tmp_path / "m.dbf")
+    qzdbf.clear_history()
+    with qzdbf.load(path) as t:
+        assert t.in_memory and len(t) == 5
+        t[1, "NAME"] = "changed"
+        t.append({"NAME": "new", "QTY": 42})
+        # Nothing reached the file; opening the path meanwhile serves the memory table.
+        assert [r["NAME"] for r in dbfread.DBF(str(path))][:2] == ["r0", "r1"]
+        with qzdbf.open(path) as f:
+            assert f[1, "NAME"] == "changed" and len(f) == 6
+        while qzdbf.can_undo():
+            assert qzdbf.undo()
+        assert len(t) == 5 and t[1, "NAME"] == "r1"
+        assert qzdbf.redo() and qzdbf.can_redo() and t[1, "NAME"] == "changed"
+        t.save()
+        t.save(tmp_path / "copy.dbf")
+        pytest.raises(qzdbf.InvalidArgument, t.pack)
+        # A restructure is one step undo takes back; the file is not rewritten.
+        t.restructure(["QTY", ("LABEL", "C", 4, 0, "NAME")])
+        assert [f.name for f in t.fields] == ["QTY", "LABEL"] and t[2] == {"QTY": 2, "LABEL": "r2"}
+        assert qzdbf.undo() and [f.name for f in t.fields] == [f[0] for f in MEM_FIELDS]
+    qzdbf.clear_history()
+    assert not qzdbf.can_undo() and not qzdbf.undo()
+    for p in (path, tmp_path / "copy.dbf"):
+        with qzdbf.open(p) as f:
+            assert f[1, "NAME"] == "changed" and len(f.fields) == 4 and f[4] == {
+                "NAME": "r4", "QTY": 4, "PRICE": 6.0, "WHEN": datetime.date(2020, 1, 5)}
+
+
+def test_restructure_a_file_keeps_records_converts_and_renames(tmp_path):
+    path = make(tmp_path / "r.dbf")
+    with qzdbf.open(path, "r+") as t:
+        t.restructure([
+            ("COST", "N", 10, 3, "PRICE"),   # renamed, wider, more decimals
+            "NAME",                          # kept as it is, now second
+            ("QTY", "C", 6, 0),              # number to text
+            ("NOTE", "C", 5, 0),             # new, blank
+        ])                                   # WHEN goes
+        assert [f[:4] for f in t.fields] == [("COST", "N", 10, 3), ("NAME", "C", 10, 0),
+                                             ("QTY", "C", 6, 0), ("NOTE", "C", 5, 0)]
+        assert t[3] == {"COST": 4.5, "NAME": "r3", "QTY": "3", "NOTE": ""}
+        t[0, "NOTE"] = "ok"  # still writable after the rewrite
+        for layout in ([], ["NOPE"], [("A", "C", 3, 0, "NAME"), ("B", "C", 3, 0, "NAME")]):
+            pytest.raises(qzdbf.InvalidArgument, t.restructure, layout)
+    assert qzdbf.read_dataframe(path)["NOTE"].tolist()[0] == "ok"
+    assert sorted(p.name for p in tmp_path.iterdir()) == ["r.cpg", "r.dbf"]
+    with qzdbf.open(path) as t, pytest.raises(qzdbf.PermissionDenied):
+        t.restructure(["NAME"])
+
+
+def test_field_name_rules_and_repairs():
+    assert qzdbf.field_name_ok("NAME") and not qzdbf.field_name_ok("12AB")
+    assert qzdbf.fix_field_name("12AB") == "AB" and qzdbf.fix_field_name("") == "PROP"
+    assert qzdbf.fix_field_names(["id", "ID", "Id", "x"]) == ["ID", "ID1", "ID2", "X"]
+    assert all(qzdbf.field_name_ok(n) for n in qzdbf.fix_field_names(["Цена", "Жёлтый", "Цена"]))

@@ -18,28 +18,20 @@ namespace {
 using qz_test::exists;
 using qz_test::read_bytes;
 
-std::string text_of(const std::string& path) {
-    auto b = read_bytes(path);
-    return std::string(b.begin(), b.end());
-}
-
 // The bytes of a created table are those laid out by hand (with today's
 // date): the header, NUL-padded names, letters, running offsets, lengths and
 // decimals, zeros elsewhere, the terminator, blank records of spaces
 // (deletion flag included), 0x1A; with no fields and no records too.
 TEST(CreateBytes, HeaderDescriptorsRecordsAndEndMarker) {
     qz_test::Temp_dir dir;
-    const std::vector<qz_test::Field_def> defs = {{"NAME", 'C', 20},
-                                                  {"PRICE", 'N', 10, 2},
-                                                  {"OK", 'L', 1},
-                                                  {"BORN", 'D', 8},
-                                                  {"COUNT", 'I', 4}};
+    const std::vector<qz_test::Field_def> defs = {// clang-format off
+        {"NAME", 'C', 20}, {"PRICE", 'N', 10, 2}, {"OK", 'L', 1}, {"BORN", 'D', 8},
+        {"COUNT", 'I', 4}};
+    // clang-format on
     std::vector<Tqz_dbf_field> f(defs.size());
     for (size_t k = 0; k < f.size(); ++k)
-        qz_dbf_field_init(
-            &f[k], defs[k].name.c_str(),
-            Tqz_dbf_field_type(std::strchr("?CNLMDFIBP", defs[k].type) - "?CNLMDFIBP"),
-            defs[k].length, static_cast<char>(defs[k].decimals));
+        qz_dbf_field_init(&f[k], defs[k].name.c_str(), qz_char2dbftype(defs[k].type),
+                          defs[k].length, static_cast<char>(defs[k].decimals));
     const std::string path = dir.file("t.dbf"), empty = dir.file("empty.dbf");
     std::time_t now = std::time(nullptr);
     Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), 5, 3, f.data(), false);
@@ -47,22 +39,19 @@ TEST(CreateBytes, HeaderDescriptorsRecordsAndEndMarker) {
     EXPECT_EQ(qz_dbf_get_nr(t), 3u);
     EXPECT_TRUE(exists(path + ".lk")) << "a writer holds the lock while open";
     qz_dbf_close(t);
-    EXPECT_FALSE(exists(path + ".lk")) << "the lock file goes with the writer";
+    EXPECT_FALSE(exists(path + ".lk"));
     qz_dbf_close(qz_dbf_create(empty.c_str(), 0, 0, nullptr, false));
     std::tm local{};
     localtime_r(&now, &local);
     for (auto want : {qz_test::dbf_bytes(3, defs, std::vector<std::vector<std::string>>(3)),
                       qz_test::dbf_bytes(3, {}, {})}) {
-        want[1] = static_cast<uint8_t>((local.tm_year + 1900) % 100);
-        want[2] = static_cast<uint8_t>(local.tm_mon + 1),
-        want[3] = static_cast<uint8_t>(local.tm_mday);
+        want[1] = uint8_t(local.tm_year % 100), want[2] = uint8_t(local.tm_mon + 1);
+        want[3] = uint8_t(local.tm_mday);
         EXPECT_EQ(read_bytes(want.size() == 34 ? empty : path), want);
     }
     t = qz_dbf_open(empty.c_str(), true, false);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(qz_dbf_get_nf(t) + qz_dbf_get_nr(t), 0u);
-    EXPECT_EQ(qz_dbf_get_field_name(t, 0), nullptr);
-    EXPECT_EQ(qz_dbf_find_field_index_w(t, L"X"), 0xFFFFFFFFu);
     qz_dbf_close(t);
 }
 
@@ -82,24 +71,21 @@ TEST(CreateBytes, CodePageFileWrittenAtCloseAndReadOnOpen) {
         EXPECT_EQ(qz_dbf_get_dos_flag(t), dos);
         if (utf8) qz_dbf_set_utf8_flag(t, true);
         qz_dbf_close(t);
-        EXPECT_EQ(text_of(dir.file("T.cpg")), want);
+        EXPECT_EQ(read_bytes(dir.file("T.cpg")),
+                  std::vector<uint8_t>(want, want + std::strlen(want)));
     }
-    struct Case {
-        const char* text;
-        bool dos_arg, dos, utf8;
-    } cases[] = {
-        {"cp866\n", false, true, false},
-        {"  utf-8  \r\n", false, false, true},
-        {"ANSI 1251", true, false, false},  // clears the DOS flag of the call
-        {"UTF8", true, true, false},        // no mark: the call's flag stays
-        {"1252", false, false, false},
-        {"", true, true, false},
-        {"UTF-8 866", false, true, false},  // the later mark wins
-        {"x CP866 1251", true, false, false},
-        {"CP1252\nUTF-8\n", false, false, false},            // the first line only
-        {"12345678901234567890UTF-8", false, false, false},  // 19 bytes only
-    };
-    for (const Case& c : cases) {
+    // "ANSI 1251" clears the DOS flag of the call; with no mark, "UTF8"
+    // among them, the call's flag stays; the later mark wins; the first line
+    // counts, and its first 19 bytes only.
+    // clang-format off
+    const struct { const char* text; bool dos_arg, dos, utf8; } cases[] = {
+        {"cp866\n", false, true, false}, {"  utf-8  \r\n", false, false, true},
+        {"ANSI 1251", true, false, false}, {"UTF8", true, true, false},
+        {"1252", false, false, false}, {"", true, true, false}, {"UTF-8 866", false, true, false},
+        {"x CP866 1251", true, false, false}, {"CP1252\nUTF-8\n", false, false, false},
+        {"12345678901234567890UTF-8", false, false, false}};
+    // clang-format on
+    for (const auto& c : cases) {
         std::ofstream(dir.file("T.cpg"), std::ios::trunc) << c.text;
         Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, c.dos_arg);
         ASSERT_NE(t, nullptr);
@@ -107,33 +93,6 @@ TEST(CreateBytes, CodePageFileWrittenAtCloseAndReadOnOpen) {
         EXPECT_EQ(qz_dbf_get_utf8_flag(t), c.utf8) << '"' << c.text << '"';
         qz_dbf_close(t);
     }
-}
-
-TEST(CreateBytes, FieldNamesAreStoredInTheTableEncoding) {
-    qz_test::Temp_dir dir;
-    qz_options_set_ansi_code_page(65001);  // callers speak UTF-8
-    Tqz_dbf_field f[2];
-    qz_dbf_field_init(&f[0], "ИМЯ", dbf_ft_char, 10, 0);  // 6 bytes of UTF-8
-    qz_dbf_field_init(&f[1], "ГОД", dbf_ft_numeric, 4, 0);
-    for (bool dos : {false, true}) {
-        const std::string path = dir.file(dos ? "dos.dbf" : "win.dbf");
-        qz_dbf_close(qz_dbf_create(path.c_str(), 2, 1, f, dos));
-        // "ИМЯ": CP1251 C8 CC DF, CP866 88 8C 9F.
-        EXPECT_EQ(text_of(path).substr(32, 4),
-                  std::string(dos ? "\x88\x8C\x9F" : "\xC8\xCC\xDF", 4));
-        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), true, false);
-        ASSERT_NE(t, nullptr);
-        EXPECT_STREQ(qz_dbf_get_field_name(t, 0), "ИМЯ");
-        EXPECT_STREQ(qz_dbf_get_field_name(t, 1), "ГОД");
-        // Stored names are matched as ANSI text, not through the table's
-        // encoding: with a CP1251 table they are found when callers speak CP1251.
-        qz_options_set_ansi_code_page(1251);
-        EXPECT_EQ(qz_dbf_find_field_index_w(t, L"ГОД"), dos ? 0xFFFFFFFFu : 1u);
-        EXPECT_EQ(qz_dbf_find_field_index_w(t, L"год"), 0xFFFFFFFFu) << "exact match only";
-        qz_options_set_ansi_code_page(65001);
-        qz_dbf_close(t);
-    }
-    qz_options_set_ansi_code_page(0);
 }
 
 TEST(DeleteTable, RemovesTableAndCodePageOnly) {
@@ -147,8 +106,7 @@ TEST(DeleteTable, RemovesTableAndCodePageOnly) {
     EXPECT_FALSE(exists(dir.file("d.cpg")));
     for (const char* other : {"d.fpt", "d.dbt", "d.dbf.lk"}) EXPECT_TRUE(exists(dir.file(other)));
     EXPECT_FALSE(qz_dbf_delete(qz_test::widen(path).c_str())) << "nothing left to delete";
-    EXPECT_FALSE(qz_dbf_delete(L""));
-    EXPECT_FALSE(qz_dbf_delete(nullptr));
+    EXPECT_FALSE(qz_dbf_delete(L"") || qz_dbf_delete(nullptr));
 }
 
 // A writable open and close of a copy changes no byte of it, and writes the
@@ -158,16 +116,15 @@ TEST(Corpus, WritableOpenAndCloseChangesNoTableByte) {
     int n = 0;
     for (const auto& path : qz_test::corpus_tables()) {
         if (++n % 10) continue;  // a sample keeps the test quick
-        SCOPED_TRACE(path);
         auto bytes = read_bytes(path);
         const std::string copy = dir.file("copy.dbf");
         qz_test::write_bytes(copy, bytes);
         std::remove(dir.file("copy.cpg").c_str());
         Tqz_dbf_rw* t = qz_dbf_open(copy.c_str(), false, false);
-        ASSERT_NE(t, nullptr);
+        ASSERT_NE(t, nullptr) << path;
         qz_dbf_close(t);
-        EXPECT_EQ(read_bytes(copy), bytes);
-        EXPECT_TRUE(exists(dir.file("copy.cpg")));
+        EXPECT_EQ(read_bytes(copy), bytes) << path;
+        EXPECT_TRUE(exists(dir.file("copy.cpg"))) << path;
     }
 }
 

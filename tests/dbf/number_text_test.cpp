@@ -33,28 +33,13 @@ TEST(NumberText, ScanningReadsWhatSscanfReads) {
     qz_test::C_locale c;
     // What the random texts cannot reach: other blanks, letters,
     // hexadecimal, infinities and NaNs, extreme exponents, long mantissas.
-    for (const char* t : {"\t\n 42",
-                          "2e-310",
-                          "1e400",
-                          "-1e400",
-                          "0x1p3",
-                          "0X",
-                          "0xg",
-                          "inf",
-                          "-Infinity",
-                          "nan",
-                          "NAN(123)",
-                          "in",
-                          "infin",
-                          "12abc",
-                          "00000000000000000000012",
-                          "-2147483649",
-                          "123456789012345678901234567890",
-                          "0.000000000000000000001",
-                          "123456789.123456789123456789",
-                          "1.7976931348623157e308",
-                          "4.9406564584124654e-324"})
-        expect_scan_like_sscanf(t);
+    const char* const odd[] = {// clang-format off
+        "\t\n 42", "2e-310", "1e400", "-1e400", "0x1p3", "0X", "0xg", "inf", "-Infinity", "nan",
+        "NAN(123)", "in", "infin", "12abc", "00000000000000000000012", "-2147483649",
+        "123456789012345678901234567890", "0.000000000000000000001", "123456789.123456789123456789",
+        "1.7976931348623157e308", "4.9406564584124654e-324"};
+    // clang-format on
+    for (const char* t : odd) expect_scan_like_sscanf(t);
     std::mt19937 rng(1);
     for (int i = 0; i < 120000; ++i) {
         const char* alphabet = i % 6 ? "0123456789.+-eE x," : "0123456789";
@@ -71,14 +56,7 @@ TEST(NumberText, FieldFormats) {
     ASSERT_TRUE(parse_format("%-8e", f));
     EXPECT_TRUE(f.left);
     EXPECT_EQ(f.precision, -1);
-    // A negative decimal count reads as no precision: the C library would
-    // print the format itself ("%10.0-1lf") into the field.
-    ASSERT_TRUE(parse_format("%10.-1lf", f));
-    EXPECT_EQ(f.width, 10);
-    EXPECT_EQ(f.precision, -1);
-    std::string text;
-    format_double(text, 2.5, f);
-    EXPECT_EQ(text, "  2.500000");
+    // (A negative decimal count: the field-name test writes through one.)
     for (const char* bad : {"%d", "10.2f", "%10.-lf"}) EXPECT_FALSE(parse_format(bad, f)) << bad;
 }
 

@@ -49,13 +49,10 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     qz_test::Temp_dir dir;
     const std::string path = copy_of("php-xbase/dBase/dBaseVII.dbf", dir),
                       doubles = copy_of("php-xbase/dBase/dBaseVII_double.dbf", dir);
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-    Tqz_dbf_rw* o = qz_dbf_open_ex(doubles.c_str(), 0);
-    ASSERT_TRUE(t && o);
+    Tqz_dbf_rw *t = typed_test::open_ex(path, 0), *o = typed_test::open_ex(doubles, 0);
     const unsigned f_int = qz_dbf_find_field_index_w(t, L"INTEGER"),
                    f_ts = qz_dbf_find_field_index_w(t, L"DATETIME"),
                    f_auto = qz_dbf_find_field_index_w(t, L"AUTO_INC");
-    ASSERT_LT(std::max(f_int, f_ts), qz_dbf_get_nf(t));
     // 0001-01-01, 1601-01-01, 1969-12-31T23:59:59.999, 1970-01-01,
     // 2020-02-20T20:20:20.123, 9999-12-31T23:59:59.999, the last millisecond
     // the double holds exactly (2^53 since day 1).
@@ -66,15 +63,12 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     using lim = std::numeric_limits<double>;
     const double reals[] = {-lim::max(),       -1e10, -1.5, -1e-300, -0.0, 0.0,
                             lim::denorm_min(), 0.1,   2.5,  1e300};
-    const struct {
-        Tqz_dbf_rw* t;
-        const std::string& path;
-        unsigned field;
-        int kind;
-        size_t count;
-    } series[] = {{t, path, f_int, QZ_DBF_VALUE_INT, 7},
-                  {t, path, f_ts, QZ_DBF_VALUE_DATETIME, 7},
-                  {o, doubles, 0, QZ_DBF_VALUE_DOUBLE, 10}};
+    // clang-format off
+    const struct { Tqz_dbf_rw* t; const std::string& path; unsigned field; int kind; size_t count; }
+        series[] = {
+            {t, path, f_int, QZ_DBF_VALUE_INT, 7}, {t, path, f_ts, QZ_DBF_VALUE_DATETIME, 7},
+            {o, doubles, 0, QZ_DBF_VALUE_DOUBLE, 10}};
+    // clang-format on
     for (const auto& s : series) {
         std::vector<Bytes> images;
         for (size_t k = 0; k < s.count; ++k) {
@@ -104,25 +98,23 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     // empty cell), the wrong kind, before day 1 or past 2^53 ms, not finite,
     // autoincrement.
     const Bytes kept = qz_test::read_bytes(path), kept_o = qz_test::read_bytes(doubles);
-    const struct {
-        Tqz_dbf_rw* t;
-        unsigned field;
-        Tqz_dbf_value v;
-    } refused[] = {{t, f_int, {QZ_DBF_VALUE_INT, 1LL << 31, 0.0, nullptr, 0}},
-                   {t, f_int, {QZ_DBF_VALUE_INT, -(1LL << 31), 0.0, nullptr, 0}},
-                   {t, f_int, {QZ_DBF_VALUE_BYTES, 0, 0.0, "12", 2}},
-                   {t, f_ts, {QZ_DBF_VALUE_DATETIME, -62135596800001LL, 0.0, nullptr, 0}},
-                   {t, f_ts, {QZ_DBF_VALUE_DATETIME, 8945063571540993LL, 0.0, nullptr, 0}},
-                   {t, f_auto, {QZ_DBF_VALUE_INT, 9, 0.0, nullptr, 0}},
-                   {o, 0, {QZ_DBF_VALUE_DOUBLE, 0, lim::infinity(), nullptr, 0}}};
+    // clang-format off
+    const struct { Tqz_dbf_rw* t; unsigned field; Tqz_dbf_value v; } refused[] = {
+        {t, f_int, {QZ_DBF_VALUE_INT, 1LL << 31, 0.0, nullptr, 0}},
+        {t, f_int, {QZ_DBF_VALUE_INT, -(1LL << 31), 0.0, nullptr, 0}},
+        {t, f_int, {QZ_DBF_VALUE_BYTES, 0, 0.0, "12", 2}},
+        {t, f_ts, {QZ_DBF_VALUE_DATETIME, -62135596800001LL, 0.0, nullptr, 0}},
+        {t, f_ts, {QZ_DBF_VALUE_DATETIME, 8945063571540993LL, 0.0, nullptr, 0}},
+        {t, f_auto, {QZ_DBF_VALUE_INT, 9, 0.0, nullptr, 0}},
+        {o, 0, {QZ_DBF_VALUE_DOUBLE, 0, lim::infinity(), nullptr, 0}}};
+    // clang-format on
     for (const auto& r : refused) {
         EXPECT_FALSE(qz_dbf_set_value(r.t, r.field, 0, &r.v)) << r.field;
         EXPECT_EQ(qz_dbf_last_error(), QZ_DBF_ERR_VALUE) << r.field;
     }
     qz_dbf_close(t);
     qz_dbf_close(o);
-    EXPECT_TRUE(qz_test::read_bytes(path) == kept);
-    EXPECT_TRUE(qz_test::read_bytes(doubles) == kept_o);
+    EXPECT_TRUE(qz_test::read_bytes(path) == kept && qz_test::read_bytes(doubles) == kept_o);
 }
 
 // A memo written to a dBASE 7 table goes to the end of its .dbt with the
@@ -134,15 +126,12 @@ TEST(Dbase7Write, MemosCarryTheirBlockHeader) {
     const std::string path = copy_of("php-xbase/dBase/dBaseVII.dbf", dir);
     const std::string memo_path = path.substr(0, path.size() - 4) + ".dbt";
     const Bytes memo_before = qz_test::read_bytes(memo_path);
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-    ASSERT_NE(t, nullptr);
+    Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
     const unsigned bio = qz_dbf_find_field_index_w(t, L"BIO");
-    const std::string keep1 = typed_test::read_shown(t, bio, 1),
-                      text = std::string(600, 'x') + "\r\nend";
+    const std::string text = std::string(600, 'x') + "\r\nend";
     Tqz_dbf_value v = typed_test::value(QZ_DBF_VALUE_TEXT, 0, 0, &text);
     ASSERT_TRUE(qz_dbf_set_value(t, bio, 0, &v)) << qz_dbf_last_error_message();
     EXPECT_EQ(typed_test::read_shown(t, bio, 0), "7:" + text);
-    EXPECT_EQ(typed_test::read_shown(t, bio, 1), keep1);
     qz_dbf_close(t);
     const Bytes memo = qz_test::read_bytes(memo_path);
     const size_t old_blocks = (memo_before.size() + 511) / 512, at = old_blocks * 512;
@@ -155,40 +144,30 @@ TEST(Dbase7Write, MemosCarryTheirBlockHeader) {
     EXPECT_TRUE(std::equal(memo_before.begin() + 4, memo_before.end(), memo.begin() + 4));
 }
 
-// @ into @ has no 32-byte form: refused, nothing written, the field named.
-// @ into C gives the datetime's text; +, I and the memos keep their values
-// (an empty dBASE 7 I cell becomes 0), I little-endian now. O cells kept as
-// O become little-endian doubles, bit for bit; into N they are rounded to its
-// decimals; into D the restructure is refused.
+// @ into @ has no 32-byte form, nor O into D: refused whole, nothing
+// written, the field named. @ into C gives the datetime's text; O kept as O
+// is the same double bit for bit, into N rounded to its decimals; the new
+// version byte follows the memo file. (Every cell of the dBASE 7 corpus
+// tables restructured is compared with the peers' reading by the interop
+// tests.)
 TEST(Dbase7Restruct, EveryKindConvertedOrRefusedWhole) {
-    const struct {
-        const char* table;
-        const char* field;
-        char type;
-        unsigned char flen;
-        char dlen;
-        bool applies;
-        uint8_t version;
-    } cases[] = {{"php-xbase/dBase/dBaseVII.dbf", "DATETIME", '@', 8, 0, false, 0},
-                 {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", 'C', 23, 0, true, 0x8B},
-                 {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'O', 8, 0, true, 0x03},
-                 {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'N', 20, 6, true, 0x03},
-                 {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'D', 8, 0, false, 0}};
+    // clang-format off
+    const struct { const char* table; const char* field; char type; unsigned char flen;
+        char dlen; bool applies; uint8_t version; } cases[] = {
+            {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", '@', 8, 0, false, 0},
+            {"php-xbase/dBase/dBaseVII.dbf", "DATETIME", 'C', 23, 0, true, 0x8B},
+            {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'O', 8, 0, true, 0x03},
+            {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'N', 20, 6, true, 0x03},
+            {"php-xbase/dBase/dBaseVII_double.dbf", "double", 'D', 8, 0, false, 0}};
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.table) + " " + c.type);
         qz_test::Temp_dir dir;
         const std::string path = copy_of(c.table, dir);
         const Bytes before = qz_test::read_bytes(path);
-        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(t, nullptr);
-        std::string letters;
-        std::vector<std::vector<std::string>> old_shown(qz_dbf_get_nf(t));
-        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) {
-            letters += qz_dbf_get_field_letter(t, f);
-            for (const Tqz_dbf_value& v : column(t, f)) old_shown[f].push_back(shown(v));
-        }
+        Tqz_dbf_rw* t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
         const unsigned changed = qz_dbf_find_field_index_w(t, qz_test::widen(c.field).c_str());
-        const std::vector<Tqz_dbf_value> values = column(t, changed);  // no texts: @ and O
+        const std::vector<Tqz_dbf_value> was = column(t, changed);  // no texts: @ and O
         qz_dbf_close(t);
         Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
         ASSERT_NE(d, nullptr);
@@ -202,37 +181,21 @@ TEST(Dbase7Restruct, EveryKindConvertedOrRefusedWhole) {
             EXPECT_TRUE(qz_test::read_bytes(path) == before);
             continue;
         }
-        const Bytes after = qz_test::read_bytes(path);
-        EXPECT_EQ(after[0], c.version);
-        t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(t, nullptr);
-        for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) {
-            const std::vector<Tqz_dbf_value> now = column(t, f);
-            for (size_t r = 0; r < now.size(); ++r) {
-                const Tqz_dbf_value& was = values[r];
-                const std::string text = now[r].text ? std::string(now[r].text, now[r].length) : "";
-                char stamp[8];
-                std::snprintf(stamp, sizeof stamp, "T.%03lld", was.i % 1000);
-                if (f != changed && !std::strchr("+ICDLN", letters[f]) && f != 3)
-                    continue;  // 3: BIO
-                if (f != changed) {
-                    EXPECT_EQ(shown(now[r]), letters[f] == 'I' && old_shown[f][r] == "null"
-                                                 ? "2:0"
-                                                 : old_shown[f][r]);
-                } else if (c.type == 'C') {  // 2020-02-20T20:20:20.000 and the like
-                    EXPECT_EQ(text.size() == 23 ? text.substr(10, 1) + text.substr(19) : text,
-                              stamp);
-                } else if (was.kind != QZ_DBF_VALUE_NULL) {
-                    EXPECT_NEAR(now[r].kind == QZ_DBF_VALUE_DOUBLE ? now[r].d : double(now[r].i),
-                                was.d, c.type == 'O' ? 0 : 5e-7 * std::max(1.0, std::fabs(was.d)));
-                }
+        EXPECT_EQ(qz_test::read_bytes(path)[0], c.version);
+        t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
+        const std::vector<Tqz_dbf_value> now = column(t, changed);
+        for (size_t r = 0; r < now.size(); ++r) {
+            const std::string text = now[r].text ? std::string(now[r].text, now[r].length) : "";
+            char stamp[8];
+            std::snprintf(stamp, sizeof stamp, "T.%03lld", was[r].i % 1000);
+            if (c.type == 'C') {  // 2020-02-20T20:20:20.000 and the like
+                EXPECT_EQ(text.size() == 23 ? text.substr(10, 1) + text.substr(19) : text, stamp);
+            } else if (was[r].kind != QZ_DBF_VALUE_NULL) {
+                EXPECT_NEAR(now[r].kind == QZ_DBF_VALUE_DOUBLE ? now[r].d : double(now[r].i),
+                            was[r].d,
+                            c.type == 'O' ? 0 : 5e-7 * std::max(1.0, std::fabs(was[r].d)));
             }
         }
-        // The I cells are little-endian now, as the classic layout keeps them.
-        const unsigned f_int = qz_dbf_find_field_index_w(t, L"INTEGER");
-        const size_t at = qz_test::u16_at(after, 8) + qz_dbf_get_field_offset(t, f_int);
-        const std::string stored = "2:" + std::to_string(int32_t(qz_test::u32_at(after, at)));
-        EXPECT_EQ(f_int < qz_dbf_get_nf(t) ? shown(column(t, f_int)[0]) : stored, stored);
         qz_dbf_close(t);
     }
 }
@@ -249,29 +212,26 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
         dir, "vary", 0x30,
         {{"NAME", 'V', 6, 0, 0x02}, {"BIN", 'Q', 4, 0, 0x04}, {"_NullFlags", '0', 1, 0, 0x05}}, 1,
         typed_test::memo_kind::none);
-    const struct {
-        unsigned field;
-        int kind;
-        std::string value;
-        Bytes cell;  // the field's bytes, then the _NullFlags byte
-    } steps[] = {{0, QZ_DBF_VALUE_TEXT, "ab", {'a', 'b', 0, 0, 0, 2, 0x01}},
-                 {0, QZ_DBF_VALUE_TEXT, "a  ", {'a', ' ', ' ', 0, 0, 3, 0x01}},
-                 {0, QZ_DBF_VALUE_TEXT, "sixsix", {'s', 'i', 'x', 's', 'i', 'x', 0x00}},
-                 {0, QZ_DBF_VALUE_TEXT, "", {0, 0, 0, 0, 0, 0, 0x01}},
-                 {0, QZ_DBF_VALUE_NULL, "", {' ', ' ', ' ', ' ', ' ', ' ', 0x03}},
-                 {1, QZ_DBF_VALUE_BYTES, std::string("\0\1", 2), {0, 1, 0, 2, 0x07}},
-                 {1, QZ_DBF_VALUE_BYTES, std::string("\0\1\2\3", 4), {0, 1, 2, 3, 0x03}},
-                 {0, QZ_DBF_VALUE_TEXT, "x", {'x', 0, 0, 0, 0, 1, 0x01}}};
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-    ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+    // cell the field's bytes, then the _NullFlags byte
+    // clang-format off
+    const struct { unsigned field; int kind; std::string value; Bytes cell; } steps[] = {
+        {0, QZ_DBF_VALUE_TEXT, "ab", {'a', 'b', 0, 0, 0, 2, 0x01}},
+        {0, QZ_DBF_VALUE_TEXT, "a  ", {'a', ' ', ' ', 0, 0, 3, 0x01}},
+        {0, QZ_DBF_VALUE_TEXT, "sixsix", {'s', 'i', 'x', 's', 'i', 'x', 0x00}},
+        {0, QZ_DBF_VALUE_TEXT, "", {0, 0, 0, 0, 0, 0, 0x01}},
+        {0, QZ_DBF_VALUE_NULL, "", {' ', ' ', ' ', ' ', ' ', ' ', 0x03}},
+        {1, QZ_DBF_VALUE_BYTES, std::string("\0\1", 2), {0, 1, 0, 2, 0x07}},
+        {1, QZ_DBF_VALUE_BYTES, std::string("\0\1\2\3", 4), {0, 1, 2, 3, 0x03}},
+        {0, QZ_DBF_VALUE_TEXT, "x", {'x', 0, 0, 0, 0, 1, 0x01}}};
+    // clang-format on
+    Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
     for (const auto& s : steps) {
-        SCOPED_TRACE(s.value);
         Tqz_dbf_value v{s.kind, 0, 0.0, s.value.data(), s.value.size()};
         ASSERT_TRUE(qz_dbf_set_value(t, s.field, 0, &v)) << qz_dbf_last_error_message();
         EXPECT_EQ(typed_test::read_shown(t, s.field, 0), shown(v));
         Bytes got = cell_bytes(t, path, 0, 1 + 6 * s.field, s.cell.size() - 1);
         got.push_back(cell_bytes(t, path, 0, 11, 1)[0]);
-        EXPECT_EQ(got, s.cell);
+        EXPECT_EQ(got, s.cell) << s.value;
     }
     const std::string five("12345");
     Tqz_dbf_value wide{QZ_DBF_VALUE_BYTES, 0, 0.0, five.data(), five.size()};
@@ -281,80 +241,67 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
     EXPECT_TRUE(qz_test::read_bytes(path) == kept);
 }
 
-// pr90.dbf has a C field of 300 bytes. The classic length getter keeps
-// answering the length byte; the widths, the image offsets and the typed
-// reads take the whole field, so the fields after it read right. A header
-// whose record length does not confirm the long field is read by the length
-// bytes.
-TEST(WideFields, WidthsOffsetsAndValuesFollowTheHighByte) {
-    for (bool confirmed : {true, false}) {
-        SCOPED_TRACE(confirmed);
-        qz_test::Temp_dir dir;
-        const std::string path = copy_of("php-xbase/foxpro/pr90.dbf", dir);
+// pr90.dbf has a C field NOTE of 300 bytes (length byte 44, high byte in
+// the decimals byte). The classic length getter keeps answering the length
+// byte; the widths, the image offsets and the typed reads take the whole
+// field, so the fields after it read right; a header whose record length
+// does not confirm the long field is read by the length bytes. Writes through
+// qz_dbf_set_value and qz_dbf_set_cell_utf8 land where the reads read: the
+// long field takes text up to its whole width and no more, every other cell
+// keeps its value, on disk and in a loaded copy saved, and dbfread reads the
+// same.
+TEST(WideFields, WidthsOffsetsReadsAndWritesFollowTheHighByte) {
+    for (const char* mode : {"unconfirmed", "disk", "memory"}) {
+        SCOPED_TRACE(mode);
+        const bool confirmed = *mode != 'u', memory = *mode == 'm';
+        qz_test::Temp_dir dir, untouched;
+        const std::string path = copy_of("php-xbase/foxpro/pr90.dbf", dir),
+                          original = copy_of("php-xbase/foxpro/pr90.dbf", untouched);
         Bytes bytes = qz_test::read_bytes(path);
         bytes[10] = static_cast<uint8_t>(bytes[10] - !confirmed);  // one byte short of the widths
         qz_test::write_bytes(path, bytes);
-        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-        ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
-        const unsigned note = qz_dbf_find_field_index_w(t, L"NOTE"),
-                       pri = qz_dbf_find_field_index_w(t, L"PRI");
+        Tqz_dbf_memory* m = memory ? qz_dbf_mem_load(path.c_str()) : nullptr;
+        Tqz_dbf_rw* t = typed_test::open_ex(path, confirmed ? 0 : QZ_DBF_OPEN_READ_ONLY);
+        const unsigned nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t),
+                       note = qz_dbf_find_field_index_w(t, L"NOTE");
         EXPECT_EQ(qz_dbf_get_field_flen(t, note), 44u);  // the length byte, as ever
         EXPECT_EQ(qz_dbf_get_field_dlen(t, note), 1);
         EXPECT_EQ(qz_dbf_get_field_width(t, note), confirmed ? 300u : 44u);
         unsigned at = 1;  // the widths tile the record image after the deletion flag
-        for (unsigned f = 0; f < qz_dbf_get_nf(t); at += qz_dbf_get_field_width(t, f++))
-            EXPECT_EQ(qz_dbf_get_field_offset(t, f), at) << f;
-        EXPECT_EQ(at == qz_dbf_get_record_size(t), confirmed);
-        // The NOTE text reaches past byte 255 of some record, and every PRI
-        // cell is a logical, as the image holds it.
+        for (unsigned f = 0; f < nf; at += qz_dbf_get_field_width(t, f++))
+            EXPECT_EQ(qz_dbf_get_field_offset(t, f), memory ? 0 : at) << f;
+        EXPECT_EQ(at == qz_dbf_get_record_size(t), confirmed && !memory);
+        if (!confirmed) {
+            qz_dbf_close(t);
+            continue;
+        }
+        // Every NOTE cell reads as the image holds it, some past byte 255;
+        // every PRI cell is a logical.
+        std::vector<std::vector<std::string>> cells(nf, std::vector<std::string>(nr));
         std::vector<unsigned char> image(qz_dbf_get_record_size(t));
         size_t longest = 0;
-        for (unsigned r = 0; confirmed && r < qz_dbf_get_nr(t); ++r) {
-            ASSERT_EQ(qz_dbf_get_record_images(t, r, 1, image.data(), image.size()), 1u);
-            std::string cell(
-                reinterpret_cast<const char*>(image.data()) + qz_dbf_get_field_offset(t, note),
-                300);
-            cell.erase(cell.find_last_not_of(' ') + 1);
-            EXPECT_EQ(typed_test::read_shown(t, note, r), "7:" + cell) << r;
-            longest = std::max(longest, cell.size());
-            const std::string p = typed_test::read_shown(t, pri, r);
+        for (unsigned r = 0; r < nr; ++r) {
+            for (unsigned f = 0; f < nf; ++f) cells[f][r] = typed_test::read_shown(t, f, r);
+            const std::string p = cells[qz_dbf_find_field_index_w(t, L"PRI")][r];
             EXPECT_TRUE(p == "true" || p == "false" || p == "null") << r;
+            if (memory) continue;
+            ASSERT_EQ(qz_dbf_get_record_images(t, r, 1, image.data(), image.size()), 1u);
+            const char* bytes = reinterpret_cast<const char*>(image.data());
+            std::string cell(bytes + qz_dbf_get_field_offset(t, note), 300);
+            cell.erase(cell.find_last_not_of(' ') + 1);
+            EXPECT_EQ(cells[note][r], "7:" + cell) << r;
+            longest = std::max(longest, cell.size());
         }
-        EXPECT_EQ(longest > 44, confirmed);
-        qz_dbf_close(t);
-    }
-}
-
-// Writes through qz_dbf_set_value and qz_dbf_set_cell_utf8 land where the
-// typed reads read them in pr90.dbf (NOTE: 300 bytes, length byte 44): the
-// long field takes text up to its whole width and no more, the fields after
-// it take their own bytes, every other cell keeps its value, on disk and in
-// a loaded copy saved, and dbfread reads the same.
-TEST(WideFields, WritesLandWhereTheReadsRead) {
-    for (bool memory : {false, true}) {
-        SCOPED_TRACE(memory);
-        qz_test::Temp_dir dir, untouched;
-        const std::string path = copy_of("php-xbase/foxpro/pr90.dbf", dir),
-                          original = copy_of("php-xbase/foxpro/pr90.dbf", untouched);
-        Tqz_dbf_memory* m = memory ? qz_dbf_mem_load(path.c_str()) : nullptr;
-        Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), 0);
-        ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
-        const unsigned nf = qz_dbf_get_nf(t), nr = qz_dbf_get_nr(t);
-        std::vector<std::vector<std::string>> cells(nf, std::vector<std::string>(nr));
-        for (unsigned f = 0; f < nf; ++f)
-            for (unsigned r = 0; r < nr; ++r) cells[f][r] = typed_test::read_shown(t, f, r);
-        const struct {
-            const wchar_t* field;
-            unsigned record;
-            bool utf8;  // through qz_dbf_set_cell_utf8, else qz_dbf_set_value
-            std::string text;
-        } writes[] = {{L"NOTE", 0, false, std::string(270, 'w') + "end"},
-                      {L"NOTE", 3, true, std::string(299, 'u') + "!"},
-                      {L"UNAME", 1, false, "alice"},
-                      {L"OTH1", 1, true, "bob"},
-                      {L"SUBJECT", 2, true, "subject"},
-                      {L"TEMP18", 4, false, "Z"},
-                      {L"N2", 4, false, ""}};
+        EXPECT_EQ(longest > 44, !memory);
+        // utf8 through qz_dbf_set_cell_utf8, else qz_dbf_set_value
+        // clang-format off
+        const struct { const wchar_t* field; unsigned record; bool utf8; std::string text; }
+            writes[] = {
+                {L"NOTE", 0, false, std::string(270, 'w') + "end"},
+                {L"NOTE", 3, true, std::string(299, 'u') + "!"}, {L"UNAME", 1, false, "alice"},
+                {L"OTH1", 1, true, "bob"}, {L"SUBJECT", 2, true, "subject"},
+                {L"TEMP18", 4, false, "Z"}, {L"N2", 4, false, ""}};
+        // clang-format on
         std::string changes;
         for (const auto& w : writes) {
             const unsigned f = qz_dbf_find_field_index_w(t, w.field);
@@ -367,12 +314,10 @@ TEST(WideFields, WritesLandWhereTheReadsRead) {
                                : qz_dbf_set_value(t, f, w.record, &v))
                 << qz_dbf_last_error_message();
             cells[f][w.record] = w.text.empty() ? "2:42" : "7:" + w.text;
-            const std::string name(w.field, w.field + std::wcslen(w.field));
-            changes += " " + name + ":" + std::to_string(w.record) + ":" +
-                       (w.text.empty() ? "42" : w.text);
+            changes += " " + std::string(w.field, w.field + std::wcslen(w.field)) + ":" +
+                       std::to_string(w.record) + ":" + (w.text.empty() ? "42" : w.text);
         }
         // One byte past the whole width is refused both ways.
-        const unsigned note = qz_dbf_find_field_index_w(t, L"NOTE");
         const std::string too_long(301, 'x');
         const Tqz_dbf_value v{QZ_DBF_VALUE_TEXT, 0, 0.0, too_long.c_str(), too_long.size()};
         EXPECT_FALSE(qz_dbf_set_value(t, note, 1, &v));
@@ -382,19 +327,15 @@ TEST(WideFields, WritesLandWhereTheReadsRead) {
                 for (unsigned r = 0; r < nr; ++r)
                     EXPECT_EQ(typed_test::read_shown(t, f, r), cells[f][r]) << f << " " << r;
             char text[400];
-            EXPECT_EQ(qz_dbf_get_cell_utf8(t, qz_dbf_find_field_index_w(t, L"UNAME"), 1, text,
-                                           sizeof text),
-                      5);
-            EXPECT_STREQ(text, "alice");
             EXPECT_EQ(qz_dbf_get_cell_utf8(t, note, 3, text, sizeof text), 300);
+            EXPECT_EQ(std::string(text), std::string(299, 'u') + "!");
             qz_dbf_close(t);
             if (m) {
                 ASSERT_TRUE(qz_dbf_mem_save(m)) << qz_dbf_last_error_message();
                 qz_dbf_mem_free(m);
                 m = nullptr;
             }
-            t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-            ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
+            t = typed_test::open_ex(path, QZ_DBF_OPEN_READ_ONLY);
         }
         qz_dbf_close(t);
         if (!qz_test::have_dbfread()) continue;

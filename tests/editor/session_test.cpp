@@ -1,7 +1,8 @@
-// qzdbf edit as a person uses it: find and show from a script, and a
-// terminal session typed through tmux (line editing, history, Tab, the
-// question before unsaved changes are lost), checked on the screen and on
-// the bytes of the saved table.
+// qzdbf edit: what Tab completes for the text before the cursor; edit as a
+// person uses it: find and show from a script, and a terminal session typed
+// through tmux (line editing, history, Tab, the question before unsaved
+// changes are lost), checked on the screen and on the bytes of the saved
+// table.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,24 +11,76 @@
 #include <vector>
 
 #include "cli_run.h"
+#include "edit_completion.h"
 
 namespace {
 
-using namespace qz_cli;
+using qzdbf::complete_edit_line;
+using Words = std::vector<std::string>;
 
-const std::string kTool = "LC_ALL=C.UTF-8 '" QZDBF_EXE "' ";
+const Words kFields = {"NAME", "NOTE", "QTY", "Qty2"};
+
+TEST(EditCompletion, CommandsFieldsAndOptionsWhereEachIsTaken) {
+    struct Case {
+        const char* before;
+        size_t start;
+        Words candidates;
+        bool space;
+    };
+    const Case cases[] = {
+        {"", 0, qzdbf::edit_commands(), true},
+        {"s", 0, {"set", "save", "show"}, true},
+        {"SH", 0, {"show"}, true},
+        {"  de", 2, {"del", "delmask"}, true},
+        {"zz", 0, {}, true},
+        // Field names in any letter case, after set and find only.
+        {"set ", 4, kFields, true},
+        {"set\tqT", 4, {"QTY", "Qty2"}, true},
+        {"find na", 5, {"NAME"}, true},
+        {"set NAME ", 9, {}, true},
+        {"del n", 4, {}, true},
+        // show: its options, and the names of a --fields list one by one.
+        {"show 3 --fields no", 16, {"NOTE"}, false},
+        {"show --fields NAME,", 19, kFields, false},
+        {"show --vertical n", 16, {}, true},
+        // alter: options, and the existing field of each change.
+        {"alter --r", 6, {"--rename", "--retype"}, true},
+        {"alter --drop qt", 13, {"QTY", "Qty2"}, true},
+        {"alter --rename na", 15, {"NAME"}, false},
+        {"alter --rename NAME=n", 15, {}, true},
+        {"alter --add n", 12, {}, true},
+    };
+    for (const Case& c : cases) {
+        const qzdbf::Completion got = complete_edit_line(c.before, kFields);
+        EXPECT_EQ(got.candidates, c.candidates) << "'" << c.before << "'";
+        if (!c.candidates.empty()) {
+            EXPECT_EQ(got.start, c.start) << "'" << c.before << "'";
+            EXPECT_EQ(got.space, c.space) << "'" << c.before << "'";
+        }
+    }
+}
+
+TEST(EditCompletion, CommonBeginningKeepsTheFirstWordsLettersAndWholeCharacters) {
+    EXPECT_EQ(qzdbf::common_prefix({"QTY", "Qty2"}), "QTY");
+    EXPECT_EQ(qzdbf::common_prefix({}), "");
+    // Ж (D0 96) and Ц (D0 A6) share their first byte, not a character.
+    EXPECT_EQ(qzdbf::common_prefix({"A\xD0\x96", "A\xD0\xA6"}), "A");
+    EXPECT_EQ(qzdbf::matching({"Ж1", "ж2"}, "Ж"), Words({"Ж1"}));
+}
+
+using namespace qz_cli;
 
 // qzdbf edit of `table` reading `script` (its lines) as its input.
 Outcome edit(const std::string& table, const std::string& script, const std::string& opts = "") {
-    return qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
+    return qz_cli::qzdbf("edit " + opts + quoted(table), "printf '%s' " + quoted(script) + " |");
 }
 
 // NAME C20, NOTE C12, QTY N8 in CP1251: Ann/Bob/Ann, notes n0..n2, quantities 1, 2, 3.
 void make_table(const std::string& path) {
     write_text(path + ".csv", "NAME,NOTE,QTY\nAnn,n0,1\nBob,n1,2\nAnn,n2,3\n");
     const Outcome r =
-        qzdbf("import --quiet --encoding CP1251 --fields NAME:C:20,NOTE:C:12,QTY:N:8 " +
-              quoted(path + ".csv") + " " + quoted(path));
+        qz_cli::qzdbf("import --quiet --encoding CP1251 --fields NAME:C:20,NOTE:C:12,QTY:N:8 " +
+                      quoted(path + ".csv") + " " + quoted(path));
     ASSERT_EQ(r.status, 0) << r.out;
 }
 
@@ -64,23 +117,21 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
 // Character text goes in the table's encoding (--encoding, else the .cpg
 // file), is found and shown in it, and undo takes the write back.
 TEST(EditScript, TextInTheTableEncodingWithUndo) {
-    const struct {
-        std::string cpg, option;
-        std::vector<uint8_t> bytes;  // the value's first and last letters, "Жук" and "а"
-    } cases[] = {{"CP1251", "", {0xC6, 0xF3, 0xEA, 0xE0}},
-                 {"CP1251", "--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}};
     qz_test::Temp_dir dir;
     const std::string table = dir.file("t.dbf");
     make_table(dir.file("made.dbf"));
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.cpg + " " + c.option);
+    write_text(dir.file("t.cpg"), "CP1251\n");
+    // The option, and the value's first and last letters ("Жук", "а") as stored.
+    for (const auto& [option, bytes] :
+         {std::pair<std::string, std::vector<uint8_t>>{"", {0xC6, 0xF3, 0xEA, 0xE0}},
+          {"--encoding KOI8-R ", {0xF6, 0xD5, 0xCB, 0xC1}}}) {
+        SCOPED_TRACE(option);
         qz_test::write_bytes(table, qz_test::read_bytes(dir.file("made.dbf")));
-        write_text(dir.file("t.cpg"), c.cpg + "\n");
         // 20 characters, 40 bytes of UTF-8: the field's 20 bytes, whole.
         const Outcome r = edit(table,
                                "set NAME 0 Жукова Анна Петровна\nset NAME 1 Жукова Анна Петровна\n"
                                "find NAME Жукова Анна Петровна\nundo\nshow 1 1\nredo\nsave\n",
-                               c.option);
+                               option);
         EXPECT_EQ(r.status, 0);
         EXPECT_EQ(r.out,
                   "2 records hold 'Жукова Анна Петровна' in NAME: 0 1\n"
@@ -90,7 +141,7 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
                   "redone\nsaved 3 records\n");
         const std::vector<uint8_t> b = qz_test::read_bytes(table);
         const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
-        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), c.bytes);
+        EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), bytes);
     }
     const Outcome r = edit(table, "", "--encoding NO-SUCH ");
     EXPECT_EQ(r.status, 2);
@@ -100,8 +151,7 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
 // A tmux server of our own (its socket a file in `folder`), one session of
 // a fixed size running one command. The pane stays after the program ends,
 // so its last screen can be read; the shell writes the exit status there.
-class Tmux {
-  public:
+struct Tmux {
     Tmux(const std::string& folder, const std::string& command)
         : socket(folder + "/tmux" + std::to_string(++sessions)) {
         if (tmux("-f /dev/null new-session -d -s s -x 100 -y 40 " +
@@ -115,6 +165,11 @@ class Tmux {
     void type(const std::string& text) { tmux("send-keys -t s -l -- " + quoted(text)); }
     // Named keys: Enter, Left, Up, Tab, BSpace, C-d...
     void keys(const std::string& names) { tmux("send-keys -t s " + names); }
+    // Literal text typed, then Tab.
+    void tab(const std::string& text) {
+        type(text);
+        keys("Tab");
+    }
     // Enter, then waits until the program reads again: its screen ends with
     // a prompt ("...> "), the question ("[y/n/c]") or the exit status. Keys
     // typed earlier would be echoed by the terminal, not the line editor.
@@ -135,8 +190,6 @@ class Tmux {
     std::string wait_for(const std::string& text) {
         return poll(text, [&](const std::string& s) { return s.find(text) != std::string::npos; });
     }
-
-  private:
     template <class Seen>
     std::string poll(const std::string& what, Seen seen) {
         std::string s;
@@ -150,11 +203,6 @@ class Tmux {
         }
         ADD_FAILURE() << "the screen never showed " << what << ":\n" << s;
         return s;
-    }
-    static std::string quoted(const std::string& text) {
-        std::string out = "'";
-        for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-        return out + "'";
     }
     int tmux(const std::string& args, std::string* out = nullptr) {
         std::string ignored;
@@ -173,8 +221,10 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     make_table(table);
     const std::vector<uint8_t> original = qz_test::read_bytes(table);
     const std::string history = dir.file("history");
-    const std::string command = "cd '" + dir.path() + "' && HOME='" + dir.path() +
-                                "' QZDBF_HISTORY='" + history + "' " + kTool + "edit people.dbf";
+    // No single quotes: tmux gets the command in them.
+    const std::string command = "cd \"" + dir.path() + "\" && HOME=\"" + dir.path() +
+                                "\" QZDBF_HISTORY=\"" + history +
+                                "\" LC_ALL=C.UTF-8 \"" QZDBF_EXE "\" edit people.dbf";
     {
         Tmux tmux(dir.path(), command);
         tmux.wait_for("people.dbf>");
@@ -200,29 +250,22 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.enter();
 
         // Tab completes a field name typed in another case.
-        tmux.type("set qt");
-        tmux.keys("Tab");
+        tmux.tab("set qt");
         tmux.wait_for("people.dbf*> set QTY");
         tmux.line("1 42");
         // Two fields begin with N: Tab lists them; one more letter decides.
-        tmux.type("find N");
-        tmux.keys("Tab");
+        tmux.tab("find N");
         tmux.wait_for("NAME  NOTE");
-        tmux.type("a");
-        tmux.keys("Tab");
+        tmux.tab("a");
         tmux.wait_for("people.dbf*> find NAME");
         tmux.line("Alice");
         tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
 
         // Commands, options and the names of a --fields list.
-        tmux.type("sh");
-        tmux.keys("Tab");
-        tmux.type("--v");
-        tmux.keys("Tab");
-        tmux.type("--fields na");
-        tmux.keys("Tab");
-        tmux.type(",q");
-        tmux.keys("Tab");
+        tmux.tab("sh");
+        tmux.tab("--v");
+        tmux.tab("--fields na");
+        tmux.tab(",q");
         tmux.wait_for("people.dbf*> show --vertical --fields NAME,QTY");
         tmux.enter();
         s = tmux.wait_for("NAME: Alice\nQTY: 3");

@@ -29,9 +29,9 @@ template <class Pass>
 unsigned stop_then_run(unsigned nf, unsigned flen, unsigned nr, std::vector<size_t> stops,
                        size_t min_calls, Pass pass) {
     qz_test::Temp_dir dir;
-    std::vector<Tqz_dbf_field> fields(nf);
-    for (unsigned i = 0; i < nf; ++i)
-        qz_dbf_field_init(&fields[i], ("F" + std::to_string(i)).c_str(), dbf_ft_char, flen, 0);
+    std::vector<Tqz_dbf_field> fields(nf,
+                                      Tqz_dbf_field{"F", 'C', static_cast<unsigned char>(flen), 0});
+    for (unsigned i = 0; i < nf; ++i) fields[i].name[1] = static_cast<char>('0' + i);
     const std::string path = dir.file("t.dbf");
     Tqz_dbf_rw* t = qz_dbf_create(path.c_str(), nf, nr, fields.data(), false);
     for (unsigned r = 0; r < nr; r += r + 97 < nr ? 97 : nr - 1 - r + (r == nr - 1))
@@ -60,9 +60,8 @@ unsigned stop_then_run(unsigned nf, unsigned flen, unsigned nr, std::vector<size
     EXPECT_FALSE(qz_test::exists(path + ".lk"));
     t = qz_dbf_open(path.c_str(), true, false);
     bool ok = false;
-    EXPECT_EQ(
-        std::string(qz_dbf_get_str(t, 0, qz_dbf_get_nr(t) - 1, ok)).find(std::to_string(nr - 1)),
-        0u);
+    const std::string last = qz_dbf_get_str(t, 0, qz_dbf_get_nr(t) - 1, ok);
+    EXPECT_EQ(last.find(std::to_string(nr - 1)), 0u) << "the last record is the last one kept";
     const unsigned left = qz_dbf_get_nr(t) * 100 + qz_dbf_get_nf(t);
     qz_dbf_close(t);
     return left;

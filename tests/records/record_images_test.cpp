@@ -36,10 +36,11 @@ TEST(RecordImages, CopiesTheFileRecordsFlagFirst) {
     EXPECT_EQ(buf[2 * rl], '*');
     // A buffer of two and a half images takes two; nothing out of range.
     EXPECT_EQ(qz_dbf_get_record_images(h, 0, 9, buf.data(), rl * 2 + rl / 2), 2u);
-    EXPECT_EQ(qz_dbf_get_record_images(h, 9, 1, buf.data(), buf.size()), 0u);
-    EXPECT_EQ(qz_dbf_get_record_images(h, 0xFFFFFFFFu, 1, buf.data(), buf.size()), 0u);
-    EXPECT_EQ(qz_dbf_get_record_images(h, 0, 1, nullptr, 100), 0u);
-    EXPECT_EQ(qz_dbf_get_record_images(h, 0, 0, buf.data(), buf.size()), 0u);
+    EXPECT_EQ(qz_dbf_get_record_images(h, 9, 1, buf.data(), buf.size()) +
+                  qz_dbf_get_record_images(h, 0xFFFFFFFFu, 1, buf.data(), buf.size()) +
+                  qz_dbf_get_record_images(h, 0, 1, nullptr, 100) +
+                  qz_dbf_get_record_images(h, 0, 0, buf.data(), buf.size()),
+              0u);
     qz_dbf_close(h);
 
     // The last record cut short: the file holds eight whole ones.
@@ -56,16 +57,14 @@ TEST(RecordImages, CopiesTheFileRecordsFlagFirst) {
     ASSERT_EQ(qz_dbf_get_record_images(w, 1, 1, buf.data(), buf.size()), 1u);
     EXPECT_EQ(std::string(buf.begin() + 6, buf.begin() + 13), "changed");
     qz_dbf_close(w);
-    EXPECT_EQ(qz_dbf_get_record_size(nullptr), 0u);
-    EXPECT_EQ(qz_dbf_get_field_offset(nullptr, 0), 0u);
-    EXPECT_EQ(qz_dbf_get_record_images(nullptr, 0, 1, buf.data(), buf.size()), 0u);
-    // The handle of a memory table has no table file, hence no images.
+    // No handle, or the handle of a memory table: no table file, no images.
     Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
     h = qz_dbf_open(path.c_str(), true, false);
     ASSERT_EQ(qz_dbf_get_storage(h), qz_dbf_storage_memory);
-    EXPECT_EQ(qz_dbf_get_record_size(h), 0u);
-    EXPECT_EQ(qz_dbf_get_field_offset(h, 1), 0u);
-    EXPECT_EQ(qz_dbf_get_record_images(h, 0, 1, buf.data(), buf.size()), 0u);
+    for (Tqz_dbf_rw* none : {h, static_cast<Tqz_dbf_rw*>(nullptr)})
+        EXPECT_EQ(qz_dbf_get_record_size(none) + qz_dbf_get_field_offset(none, 1) +
+                      qz_dbf_get_record_images(none, 0, 1, buf.data(), buf.size()),
+                  0u);
     qz_dbf_close(h);
     qz_dbf_mem_free(m);
 }

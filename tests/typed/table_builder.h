@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
@@ -53,6 +55,14 @@ inline std::string make_table(const qz_test::Temp_dir& dir, const std::string& n
     return path;
 }
 
+// qz_dbf_open_ex; a failure fails the test with its reason (the calls after
+// it get no handle and answer neutrally).
+inline Tqz_dbf_rw* open_ex(const std::string& path, unsigned flags) {
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), flags);
+    EXPECT_NE(t, nullptr) << path << ": " << qz_dbf_last_error_message();
+    return t;
+}
+
 inline Tqz_dbf_value value(int kind, long long i = 0, double d = 0,
                            const std::string* t = nullptr) {
     return Tqz_dbf_value{kind, i, d, t ? t->c_str() : nullptr, t ? t->size() : 0};
@@ -61,22 +71,16 @@ inline Tqz_dbf_value value(int kind, long long i = 0, double d = 0,
 // What a read gives, as one comparable text.
 inline std::string shown(const Tqz_dbf_value& v) {
     char buf[64];
-    switch (v.kind) {
-        case QZ_DBF_VALUE_NULL:
-            return "null";
-        case QZ_DBF_VALUE_BOOL:
-            return v.i ? "true" : "false";
-        case QZ_DBF_VALUE_INT:
-        case QZ_DBF_VALUE_DATE:
-        case QZ_DBF_VALUE_DATETIME:
-            std::snprintf(buf, sizeof buf, "%d:%lld", v.kind, v.i);
-            return buf;
-        case QZ_DBF_VALUE_DOUBLE:
-            std::snprintf(buf, sizeof buf, "d:%.17g", v.d);
-            return buf;
-        default:
-            return std::to_string(v.kind) + ":" + std::string(v.text, v.length);
-    }
+    const int k = v.kind;
+    if (k == QZ_DBF_VALUE_NULL || k == QZ_DBF_VALUE_BOOL)
+        return k ? v.i ? "true" : "false" : "null";
+    if (k == QZ_DBF_VALUE_DOUBLE)
+        std::snprintf(buf, sizeof buf, "d:%.17g", v.d);
+    else if (k == QZ_DBF_VALUE_INT || k == QZ_DBF_VALUE_DATE || k == QZ_DBF_VALUE_DATETIME)
+        std::snprintf(buf, sizeof buf, "%d:%lld", k, v.i);
+    else
+        return std::to_string(k) + ":" + std::string(v.text, v.length);
+    return buf;
 }
 
 inline std::string read_shown(Tqz_dbf_rw* t, unsigned f, unsigned r) {

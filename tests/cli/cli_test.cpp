@@ -1,12 +1,14 @@
-// dump and get: record choice (--where, --limit), field choice (--fields),
-// the forms (columns, --vertical, --csv, --json), streaming into a pipe
-// that closes early, the pager, and --encoding.
+// qzdbf's command line: help, version and usage errors (exit status 2);
+// set and get; dump and get: record choice (--where, --limit), field choice
+// (--fields), the forms (columns, --vertical, --csv, --json), streaming into
+// a pipe that closes early, the pager, and every corpus table as JSON Lines.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 
 #ifdef QZ_HAVE_JSON
 #include <nlohmann/json.hpp>
@@ -17,6 +19,111 @@
 namespace {
 
 using namespace qz_cli;
+
+// Each command a person needs is listed and has its own help, which tells
+// the exit statuses; the version is the library's.
+TEST(CliArgs, EveryCommandHasHelpWithItsOptions) {
+    const Outcome top = qzdbf("--help");
+    ASSERT_EQ(top.status, 0) << top.out;
+    for (const std::string command : {"create", "info", "dump", "get", "set", "append", "edit",
+                                      "alter", "pack", "delete", "names", "watch", "check"}) {
+        EXPECT_NE(top.out.find("\n  " + command + " "), std::string::npos) << command;
+        const Outcome r = qzdbf(command + " --help");
+        EXPECT_EQ(r.status, 0) << command << ": " << r.out;
+        EXPECT_NE(r.out.find("Usage: qzdbf " + command), std::string::npos) << r.out;
+        EXPECT_NE(r.out.find("Exit status"), std::string::npos) << command;
+    }
+    EXPECT_NE(qzdbf("dump --help").out.find("--skip-deleted"), std::string::npos);
+    for (const char* flag : {"--version", "-V"})
+        EXPECT_EQ(qzdbf(flag).out, std::string("qzdbf ") + qz_dbf_version() + "\n");
+}
+
+TEST(CliArgs, WrongArgumentsAreNamedWithStatus2) {
+    qz_test::Temp_dir dir;
+    const std::string t = quoted(dir.file("t.dbf"));
+    ASSERT_EQ(qzdbf("create " + t + " NAME:C:10 AGE:N:3 --records 2").status, 0);
+    // The command line and what the message must name.
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"", "Usage: qzdbf"},
+        {"frobnicate " + t, "'frobnicate'"},
+        {"dump", "PATH"},
+        {"dump " + t + " --bogus", "--bogus"},
+        {"dump " + t + " --limit many", "--limit"},
+        {"dump " + t + " --from -3", "--from"},
+        {"dump " + t + " --count", "--count"},
+        {"dump " + t + " --csv --json", "--json"},
+        {"dump " + t + " --fields NAME,NOPE", "NOPE"},
+        {"dump " + t + " --where NOPE=1", "NOPE"},
+        {"dump " + t + " --where NAME", "--where 'NAME'"},
+        {"dump " + t + " --where 'AGE<old'", "'old' is not a number"},
+        {"get " + t + " --where 'NAME!x'", "'!' must be followed by '='"},
+        {"get " + t + " NAME", "get needs PATH FIELD RECORD"},
+        {"set " + t + " NAME 0", "VALUE"},
+        {"create " + t, "FIELD"},
+        {"append " + t + " 1 2", "2"},
+        {"alter " + t, "no alteration"},
+        {"check", "PATH"},
+        {"delete " + t, "RECORD"},
+    };
+    for (const auto& [args, named] : cases) {
+        const Outcome r = qzdbf(args);
+        EXPECT_EQ(r.status, 2) << args << ": " << r.out;
+        EXPECT_NE(r.out.find(named), std::string::npos) << args << ": " << r.out;
+    }
+}
+
+TEST(CliSet, ValuesAreConvertedReportedOrRefused) {
+    qz_test::Temp_dir dir;
+    const std::string t = "'" + dir.file("p.dbf") + "'";
+    ASSERT_EQ(qzdbf("create " + t + " NAME:C:20 AGE:N:3 PAY:N:8:2 DAY:D:8 --records 2").status, 0);
+    ASSERT_EQ(qzdbf("set " + t + " PAY 0 7").status, 0);
+    // set's arguments, its status and output, and what get then reads
+    // (PAY 0 keeps 7.00 through every refusal).
+    struct Case {
+        std::string set;
+        int status;
+        std::string out, get;
+    };
+    const Case cases[] = {
+        {"NAME 0 'Ёлкин Пётр'", 0, "", "name 0|Ёлкин Пётр"},  // any letter case
+        {"0 1 'Ёж'", 0, "", "NAME 1|Ёж"},                     // or the field's index
+        {"PAY 1 1234,5", 0, "", "PAY 1|1234.50"},             // a decimal comma is taken
+        {"PAY 1 1.005", 0, "qzdbf: stored as '1.00'", "PAY 1|1.00"},
+        {"AGE 1 12345", 2, "does not fit", "AGE 1|"},
+        {"PAY 0 12x", 2, "'x' cannot be part of a number", "PAY 0|7.00"},
+        {"DAY 0 2024-02-29", 0, "", "DAY 0|20240229"},
+        {"DAY 0 31.12.2024", 2, "YYYYMMDD", "DAY 0|20240229"},
+        {"NAME 1 'Абвгдеёжзийклмнопрстуф'", 2, "--truncate", "NAME 1|Ёж"},
+        {"--truncate NAME 1 'Абвгдеёжзийклмнопрстуф'", 0, "qzdbf: cut to 20 of 22 characters",
+         "NAME 1|Абвгдеёжзийклмнопрст"},
+        {"NOPE 0 1", 2, "no field named 'NOPE'", "PAY 0|7.00"},
+        {"NAME 2 x", 2, "the table has 2 records", "PAY 0|7.00"},
+    };
+    for (const Case& c : cases) {
+        const Outcome r = qzdbf("set " + t + " " + c.set);
+        EXPECT_EQ(r.status, c.status) << c.set << ": " << r.out;
+        EXPECT_TRUE(c.out.empty() ? r.out.empty() : r.out.find(c.out) != std::string::npos)
+            << c.set << ": " << r.out;
+        // A blank cell has no value: status 1.
+        const size_t bar = c.get.find('|');
+        const std::string value = c.get.substr(bar + 1);
+        const Outcome g = qzdbf("get " + t + " " + c.get.substr(0, bar));
+        EXPECT_EQ(g.status, value.empty() ? 1 : 0) << c.set;
+        EXPECT_EQ(g.out, value.empty() ? "qzdbf: the cell holds no value\n" : value + "\n")
+            << c.set;
+    }
+    // Options go anywhere; a negative number is a value; -- ends the
+    // options, so that a value may start with a dash.
+    for (const char* set : {"AGE 0 -5", "NAME 0 -- -a"})
+        EXPECT_EQ(qzdbf("set " + t + " " + set).status, 0);
+    EXPECT_EQ(qzdbf("get --fields AGE,NAME " + t + " 0").out, "-5\t-a\n");
+    // append adds blank records.
+    EXPECT_EQ(qzdbf("append " + t + " 3").out, "added 3 blank records: records 2 to 4\n");
+    EXPECT_EQ(qzdbf("append " + t).out, "added 1 blank record: records 5 to 5\n");
+    const std::string info = qzdbf("info " + t).out;
+    EXPECT_NE(info.find("records   6"), std::string::npos) << info;
+    EXPECT_NE(info.find("dialect   dBASE III"), std::string::npos) << info;
+}
 
 // NAME C12, AGE N4, PAY N8.2, DAY D, OK L; record 3 is marked deleted and
 // record 2 has only a name and an age.
@@ -81,14 +188,19 @@ TEST_F(People, WhereComparesByTheFieldsType) {
               "NAME,deleted\r\nAnna,false\r\n");
 }
 
-TEST_F(People, FieldsVerticalAndColumns) {
-    EXPECT_EQ(qzdbf("dump --csv --fields AGE,name --limit 2 " + q).out,
-              "AGE,NAME,deleted\r\n30,Anna,false\r\n7,bob,false\r\n");
+// Every form carries typed values: blanks empty or null, the deletion mark
+// as a column, a key or a star; columns take their widths from the fields,
+// whatever the data; --fields picks and orders.
+TEST_F(People, FormsCarryTypedValues) {
+    EXPECT_EQ(qzdbf("dump --csv --from 2 --limit 2 " + q).out,
+              "NAME,AGE,PAY,DAY,OK,deleted\r\nЁжик,120,,,,false\r\n"
+              "Anna Maria,45,99.99,2021-06-01,true,true\r\n");
+    EXPECT_EQ(qzdbf("dump --csv --fields AGE,name --limit 1 " + q).out,
+              "AGE,NAME,deleted\r\n30,Anna,false\r\n");
     EXPECT_EQ(qzdbf("dump --vertical --fields NAME,DAY,OK --from 1 --limit 2 " + q).out,
               "NAME: bob\nDAY: 1999-12-31\nOK: F\n\nNAME: Ёжик\nDAY: \nOK: \n");
     EXPECT_EQ(qzdbf("get --vertical --fields NAME,AGE,PAY,DAY,OK " + q + " 4").out,
               "NAME: zed, \"z\"\nAGE: 9\nPAY: 3.50\nDAY: 2020-01-15\nOK: F\n");
-    // Columns take their widths from the fields, whatever the data.
     EXPECT_EQ(qzdbf("dump " + q + " --limit 3").out,
               "  #  NAME           AGE       PAY  DAY         OK\n"
               "  -  ------------  ----  --------  ----------  --\n"
@@ -96,17 +208,8 @@ TEST_F(People, FieldsVerticalAndColumns) {
               "  1  bob              7     12.00  1999-12-31  F\n"
               "  2  Ёжик           120\n");
     EXPECT_NE(qzdbf("dump " + q).out.find("* 3  Anna Maria"), std::string::npos);
-}
-
-TEST_F(People, CsvAndJsonCarryTypedValues) {
-    // CSV: typed values and the deletion column (quoting: the import suite).
-    const std::vector<std::string> csv = lines_of(qzdbf("dump --csv " + q).out);
-    ASSERT_EQ(csv.size(), 6u);
-    EXPECT_EQ(csv[0], "NAME,AGE,PAY,DAY,OK,deleted\r");
-    EXPECT_EQ(csv[3], "Ёжик,120,,,,false\r");
-    EXPECT_EQ(csv[4], "Anna Maria,45,99.99,2021-06-01,true,true\r");
-    // JSON Lines: numbers as the field shows them, blanks null, the keys in
-    // the fields' order (or --fields' order).
+    // JSON Lines: numbers as the field shows them, the keys in the fields'
+    // order (or --fields' order).
     EXPECT_EQ(
         qzdbf("dump --json " + q).out,
         "{\"NAME\": \"Anna\", \"AGE\": 30, \"PAY\": 1500.50, \"DAY\": \"2020-01-15\", "
@@ -139,41 +242,36 @@ TEST(CliDump, MemoTextInEveryForm) {
     EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), 3) << rows;
 }
 
-// 1,000,000 records, made once.
-class Big : public ::testing::Test {
-  protected:
-    static void SetUpTestSuite() {
-        dir = new qz_test::Temp_dir;
-        path = dir->file("big.dbf");
-        ASSERT_EQ(qzdbf("create " + qz_cli::quoted(path) + " ID:N:8 NAME:C:20 DAY:D:8 --records " +
-                        std::to_string(kRecords))
-                      .status,
-                  0);
-        // The records' bytes, written in one go where the table keeps them.
-        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-        unsigned char h[12];
-        file.read(reinterpret_cast<char*>(h), sizeof h);
-        const unsigned header = h[8] | (h[9] << 8), length = h[10] | (h[11] << 8);
-        ASSERT_EQ(length, 37u);
-        std::string rows;
-        rows.reserve(static_cast<size_t>(kRecords) * length);
+constexpr unsigned kRecords = 1000000;
+
+// 1,000,000 records (ID N8, NAME C20, DAY D8), made once: their bytes
+// appended to the header of an empty table.
+const std::string& big_table() {
+    static qz_test::Temp_dir dir;
+    static const std::string path = dir.file("big.dbf");
+    static const bool made = [] {
+        EXPECT_EQ(qzdbf("create " + quoted(path) + " ID:N:8 NAME:C:20 DAY:D:8").status, 0);
+        std::vector<uint8_t> b = qz_test::read_bytes(path);
+        if (b.back() == 0x1A) b.pop_back();
+        for (int k = 0; k < 4; ++k) b[4 + k] = kRecords >> 8 * k & 0xFF;
         char rec[64];
         for (unsigned r = 0; r < kRecords; ++r) {
             std::snprintf(rec, sizeof rec, " %8u%-20s%04u%02u%02u", r,
                           ("name " + std::to_string(r % 1000)).c_str(), 1990 + r % 30, 1 + r % 12,
                           1 + r % 28);
-            rows.append(rec, length);
+            b.insert(b.end(), rec, rec + 37);
         }
-        file.seekp(header);
-        file.write(rows.data(), static_cast<std::streamsize>(rows.size()));
-    }
-    static void TearDownTestSuite() {
-        delete dir;
-        dir = nullptr;
-    }
-    static constexpr unsigned kRecords = 1000000;
-    static inline qz_test::Temp_dir* dir = nullptr;
-    static inline std::string path;
+        b.push_back(0x1A);
+        qz_test::write_bytes(path, b);
+        return true;
+    }();
+    (void)made;
+    return path;
+}
+
+class Big : public ::testing::Test {
+  protected:
+    const std::string path = big_table();
 };
 
 // The processor time `dump | head -3` may take beyond what starting the
@@ -184,21 +282,21 @@ constexpr double kHeadMs = 250;  // the sanitizers check every access
 constexpr double kHeadMs = 50;
 #endif
 
-// Processor time the finished children have taken, in milliseconds.
-double children_ms() {
-    struct rusage u {};
-    getrusage(RUSAGE_CHILDREN, &u);
-    return (u.ru_utime.tv_sec + u.ru_stime.tv_sec) * 1e3 +
-           (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e3;
-}
-
-// The least processor time of two runs of a shell command.
+// The least processor time of two runs of a shell command, in milliseconds.
 double best_ms(const std::string& command, std::string* out, int* status) {
     double best = 1e9;
     for (int i = 0; i < 2; ++i) {
-        const double before = children_ms();
+        struct rusage a {
+        }, b{};
+        getrusage(RUSAGE_CHILDREN, &a);
         *status = qz_test::run(command, out);
-        best = std::min(best, children_ms() - before);
+        getrusage(RUSAGE_CHILDREN, &b);
+        best = std::min(
+            best,
+            (b.ru_utime.tv_sec - a.ru_utime.tv_sec + b.ru_stime.tv_sec - a.ru_stime.tv_sec) * 1e3 +
+                (b.ru_utime.tv_usec - a.ru_utime.tv_usec + b.ru_stime.tv_usec -
+                 a.ru_stime.tv_usec) /
+                    1e3);
     }
     return best;
 }
