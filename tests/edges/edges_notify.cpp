@@ -7,39 +7,25 @@
 
 namespace {
 
-void set(Tqz_any& a, int kind, int which) {
-    switch (kind) {
-        case QZ_ANY_STRING:
-            any_assign_string(&a, which ? "b" : "a");
-            break;
-        case QZ_ANY_INTEGER:
-            any_assign_integer(&a, which ? 7 : -7);
-            break;
-        case QZ_ANY_FLOATING:
-            any_assign_floating(&a, which ? 2.5 : 0.1);
-            break;
-        default:
-            any_assign_boolean(&a, which != 0);
-            break;
-    }
-}
-
 // Two objects are equal when their extra values are: the same value of any
 // kind compares equal (also in an object that took the values over with
 // assign), another value or another kind does not. A wrong answer would
 // make a caller miss a changed setting, or see one where none changed.
 TEST(EdgesNotify, ExtraValuesOfEveryKindDecideEquality) {
-    const int kinds[] = {QZ_ANY_STRING, QZ_ANY_INTEGER, QZ_ANY_FLOATING, QZ_ANY_BOOLEAN};
-    for (int kind : kinds) {
+    // Per kind (string, integer, floating, boolean): one of two values.
+    void (*const set[])(Tqz_any*, int) = {
+        [](Tqz_any* a, int which) { any_assign_string(a, which ? "b" : "a"); },
+        [](Tqz_any* a, int which) { any_assign_integer(a, which ? 7 : -7); },
+        [](Tqz_any* a, int which) { any_assign_floating(a, which ? 2.5 : 0.1); },
+        [](Tqz_any* a, int which) { any_assign_boolean(a, which != 0); }};
+    for (int kind = 0; kind < 4; ++kind) {
         SCOPED_TRACE(kind);
         Tqz_extensible_obj a, same, copy, other, other_kind;
         Tqz_any v, w, u;
-        any_init(&v);
-        any_init(&w);
-        any_init(&u);
-        set(v, kind, 0);
-        set(w, kind, 1);
-        set(u, kind == QZ_ANY_INTEGER ? QZ_ANY_STRING : QZ_ANY_INTEGER, 0);
+        for (Tqz_any* x : {&v, &w, &u}) any_init(x);
+        set[kind](&v, 0);
+        set[kind](&w, 1);
+        set[(kind + 1) % 4](&u, 0);
         a.set_extra("x", &v);
         same.set_extra("x", &v);
         copy.assign(&a);
@@ -49,9 +35,7 @@ TEST(EdgesNotify, ExtraValuesOfEveryKindDecideEquality) {
         EXPECT_TRUE(copy.equal(&a));
         EXPECT_FALSE(a.equal(&other));
         EXPECT_FALSE(a.equal(&other_kind));
-        any_clear(&v);
-        any_clear(&w);
-        any_clear(&u);
+        for (Tqz_any* x : {&v, &w, &u}) any_clear(x);
     }
 }
 

@@ -45,7 +45,7 @@ int64_t mtime(const std::string& path) {
 // Only the writer that holds the lock (it does not follow a change counter)
 // maps the file; whatever the mode, reads give the file's bytes and zeros
 // past them, and an empty file has nothing to map.
-TEST(MappedWindow, OnlyTheFilesOnlyWriterMaps) {
+TEST(MappedWindow, OnlyTheFilesOnlyWriterMapsAndItsWritesAreInTheFileAtOnce) {
     Temp_dir dir;
     const std::string path = dir.file("f.bin");
     std::vector<uint8_t> bytes(10000);
@@ -67,19 +67,17 @@ TEST(MappedWindow, OnlyTheFilesOnlyWriterMaps) {
     }
     EXPECT_EQ(read_bytes(path), bytes);  // nothing was written
     write_bytes(path, {});
-    qz::file_window w;
-    w.attach(rw.fd, true, &changes, false);
-    EXPECT_FALSE(w.mapped());
+    qz::file_window empty;
+    empty.attach(rw.fd, true, &changes, false);
+    EXPECT_FALSE(empty.mapped());
     uint8_t z = 9;
-    EXPECT_EQ(w.read(0, &z, 1) + z, 0u);
-}
+    EXPECT_EQ(empty.read(0, &z, 1) + z, 0u);
+    empty.detach();
 
-TEST(MappedWindow, WritesAreInTheFileAtOnceAndLeavingMovesTheCounter) {
-    Temp_dir dir;
-    const std::string path = dir.file("f.bin");
+    // The writer's own window: its writes are in the file at once, and
+    // leaving a record moves the change counter.
     write_bytes(path, std::vector<uint8_t>(4096 * 3, '.'));
-    Fd rw(path);
-    std::atomic<uint64_t> changes{0};
+    changes = 0;
     qz::file_window w;
     w.attach(rw.fd, true, &changes, false);
     ASSERT_TRUE(w.mapped());

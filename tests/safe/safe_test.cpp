@@ -69,6 +69,7 @@ TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
         std::copy(with.begin(), with.end(), b.begin() + at);
         return b;
     };
+    auto cut = [&](size_t n) { return std::vector<uint8_t>(good.begin(), good.begin() + n); };
     const std::string text = "hello,world\nthis is not a table\n";
     const int fatal = QZ_DBF_SEV_FATAL, error = QZ_DBF_SEV_ERROR;
     // Name, bytes, the worst finding a check makes, a part of its text. The
@@ -78,15 +79,9 @@ TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAre) {
         {"text.txt", {text.begin(), text.end()}, fatal, "not a dBASE table"},
         {"empty.dbf", {}, fatal, "empty"},
         {"folder.dbf", {}, fatal, "a folder"},
-        {"cut_header.dbf",
-         {good.begin(), good.begin() + 20},
-         fatal,
-         "shorter than the 32-byte header"},
-        {"cut_descriptors.dbf",
-         {good.begin(), good.begin() + 80},
-         fatal,
-         "cut inside the field descriptors"},
-        {"cut_record.dbf", {good.begin(), good.end() - 6}, error, "holds 2 whole records"},
+        {"cut_header.dbf", cut(20), fatal, "shorter than the 32-byte header"},
+        {"cut_descriptors.dbf", cut(80), fatal, "cut inside the field descriptors"},
+        {"cut_record.dbf", cut(good.size() - 6), error, "holds 2 whole records"},
         {"header_past_end.dbf", patched(8, "\xF0\xFF"), fatal, "reaches past the end"},
         {"count_max.dbf", patched(4, "\xFF\xFF\xFF\xFF"), error, "says 4294967295 records"},
         {"record_length.dbf", patched(10, "\x14"), error, "record length 20 is shorter"},
