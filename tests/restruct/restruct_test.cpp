@@ -477,13 +477,13 @@ TEST(Tool, AlterAndEditsAlter) {
                 "KIDS:I:4:0,MORE:N:8:2"}},
               [&] { return layout(path); });
     EXPECT_EQ(qz_test::read_bytes(dir.file("t.dbt")), memo);
-    const Rows after = cells(path);
-    ASSERT_EQ(after.size(), before.size());
-    for (size_t r = 0; r < after.size(); ++r) {
-        const auto& b = before[r];
-        EXPECT_EQ(after[r], (std::vector<std::string>{b[7], b[0] + std::string(10, ' '), b[1], b[2],
-                                                      b[3], b[5], b[6], after[r][7]}));
+    // Every value moved with its field, NAME widened with blanks.
+    Rows want = before, after = cells(path);
+    for (size_t r = 0; r < want.size() && r < after.size(); ++r) {
+        const std::vector<std::string> b = want[r];
+        want[r] = {b[7], b[0] + std::string(10, ' '), b[1], b[2], b[3], b[5], b[6], after[r][7]};
     }
+    EXPECT_EQ(after, want);
 }
 
 TEST(Tool, DeletePackAndDelmaskSayWhatWentAndWhatIsLeft) {
