@@ -32,8 +32,6 @@ std::wstring widen(const std::string& utf8);
 // Runs a shell command; its exit status (or -1), with standard output in `out`.
 int run(const std::string& command, std::string* out = nullptr);
 
-std::string lower(std::string s);
-
 // Every .dbf file of the sample corpus (any letter case), sorted; empty
 // when there is no corpus.
 std::vector<std::string> corpus_tables();
