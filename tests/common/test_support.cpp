@@ -28,10 +28,6 @@ Temp_dir::~Temp_dir() {
     if (!path_.empty()) std::filesystem::remove_all(path_, ec);
 }
 
-std::wstring Temp_dir::wfile(const std::string& name) const {
-    return widen(file(name));
-}
-
 std::vector<uint8_t> read_bytes(const std::string& path) {
     // In blocks: byte by byte through stream iterators takes seconds for the
     // larger sample tables in a build without optimisation.

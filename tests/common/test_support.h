@@ -8,6 +8,9 @@
 
 namespace qz_test {
 
+// UTF-8 text (a path) as wide characters.
+std::wstring widen(const std::string& utf8);
+
 // A fresh folder under the temporary folder, removed with its contents when
 // the object goes away.
 class Temp_dir {
@@ -18,7 +21,7 @@ class Temp_dir {
     Temp_dir& operator=(const Temp_dir&) = delete;
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
-    std::wstring wfile(const std::string& name) const;
+    std::wstring wfile(const std::string& name) const { return widen(file(name)); }
 
   private:
     std::string path_;
@@ -27,7 +30,6 @@ class Temp_dir {
 std::vector<uint8_t> read_bytes(const std::string& path);
 void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes);
 bool exists(const std::string& path);
-std::wstring widen(const std::string& utf8);
 
 // Runs a shell command; its exit status (or -1), with standard output in `out`.
 int run(const std::string& command, std::string* out = nullptr);
