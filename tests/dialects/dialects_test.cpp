@@ -1,9 +1,8 @@
 // Writing the dialects back. dBASE 7 (no other reader at hand reads these
 // tables; the corpus cells written back are in the dbase7 test): new values
-// read back and keep the byte order that sorts them, memos carry the
-// block header the table's own memos carry, and a restructure converts the
-// big-endian cells to the 32-byte layout or is refused whole. Visual FoxPro
-// varying fields keep a short value's length; character fields longer than
+// read back and keep the byte order that sorts them, and a restructure
+// converts the big-endian cells to the 32-byte layout or is refused whole.
+// Visual FoxPro varying fields keep a short value's length; character fields longer than
 // 255 bytes take their length's high byte from the decimals byte.
 #include <gtest/gtest.h>
 
@@ -115,33 +114,6 @@ TEST(Dbase7Write, NewValuesReadBackInOrderAndRefusalsKeepTheCell) {
     qz_dbf_close(t);
     qz_dbf_close(o);
     EXPECT_TRUE(qz_test::read_bytes(path) == kept && qz_test::read_bytes(doubles) == kept_o);
-}
-
-// A memo written to a dBASE 7 table goes to the end of its .dbt with the
-// block header its own memos have (FF FF 08 00, then the length counting
-// those 8 bytes), moves the next-free-block number, and reads back; the
-// other memos stay as they were.
-TEST(Dbase7Write, MemosCarryTheirBlockHeader) {
-    qz_test::Temp_dir dir;
-    const std::string path = copy_of("php-xbase/dBase/dBaseVII.dbf", dir);
-    const std::string memo_path = path.substr(0, path.size() - 4) + ".dbt";
-    const Bytes memo_before = qz_test::read_bytes(memo_path);
-    Tqz_dbf_rw* t = typed_test::open_ex(path, 0);
-    const unsigned bio = qz_dbf_find_field_index_w(t, L"BIO");
-    const std::string text = std::string(600, 'x') + "\r\nend";
-    Tqz_dbf_value v = typed_test::value(QZ_DBF_VALUE_TEXT, 0, 0, &text);
-    ASSERT_TRUE(qz_dbf_set_value(t, bio, 0, &v)) << qz_dbf_last_error_message();
-    EXPECT_EQ(typed_test::read_shown(t, bio, 0), "7:" + text);
-    qz_dbf_close(t);
-    const Bytes memo = qz_test::read_bytes(memo_path);
-    const size_t old_blocks = (memo_before.size() + 511) / 512, at = old_blocks * 512;
-    ASSERT_EQ(memo.size(), (old_blocks + 2) * 512);  // 8 + 605 bytes: two blocks
-    EXPECT_EQ(Bytes(memo.begin() + at, memo.begin() + at + 4), (Bytes{0xFF, 0xFF, 0x08, 0x00}));
-    EXPECT_EQ(qz_test::u32_at(memo, at + 4), 8u + 605);
-    EXPECT_EQ(std::string(memo.begin() + at + 8, memo.begin() + at + 8 + text.size()), text);
-    EXPECT_EQ(qz_test::u32_at(memo, 0), old_blocks + 2);
-    // Past the next-free-block number, the old blocks are untouched.
-    EXPECT_TRUE(std::equal(memo_before.begin() + 4, memo_before.end(), memo.begin() + 4));
 }
 
 // @ into @ has no 32-byte form, nor O into D: refused whole, nothing

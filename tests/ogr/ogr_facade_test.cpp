@@ -116,6 +116,7 @@ TEST(OgrFallback, ALockedTableFileIsReadThroughOgrAndNeverWritten) {
     Tqz_dbf_rw* reader = qz_dbf_open(path.c_str(), true, false);
     EXPECT_EQ(qz_dbf_get_storage(reader), qz_dbf_storage_file) << "readers need no lock";
     qz_dbf_close(reader);
+    EXPECT_TRUE(qz_test::exists(path + ".lk")) << "a reader never removes the writer's lock";
     qz_dbf_close(writer);
     EXPECT_EQ(qz_dbf_get_storage(nullptr), qz_dbf_storage_none);
 }
