@@ -48,19 +48,14 @@ double value_for(uint64_t bits, int kind, int dlen) {
     static const double special[] = {0.0,  -0.0,  HUGE_VAL, -HUGE_VAL, NAN,
                                      1e15, -1e15, 0.005,    2.675,     9.995};
     double v;
-    switch (kind) {
-        case 0:
-            std::memcpy(&v, &bits, sizeof v);
-            return v;
-        case 1:
-            return special[bits % 10];
-        case 2:
-            return (static_cast<double>(static_cast<int64_t>(bits % 200001) - 100000) + 0.5) /
-                   std::pow(10.0, dlen < 0 ? 6 : std::min(dlen, 15));
-        default:
-            return (static_cast<double>(bits % 2000001) / 1e6 - 1) *
-                   std::pow(10.0, static_cast<int>((bits >> 32) % 35) - 12);
-    }
+    std::memcpy(&v, &bits, sizeof v);
+    if (kind == 0) return v;
+    if (kind == 1) return special[bits % 10];
+    if (kind == 2)
+        return (static_cast<double>(static_cast<int64_t>(bits % 200001) - 100000) + 0.5) /
+               std::pow(10.0, dlen < 0 ? 6 : std::min(dlen, 15));
+    return (static_cast<double>(bits % 2000001) / 1e6 - 1) *
+           std::pow(10.0, static_cast<int>((bits >> 32) % 35) - 12);
 }
 
 TEST(NumberLayout, AMillionValuesGiveTheBytesOfTheFieldFormat) {
