@@ -76,16 +76,15 @@ std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned of
 // The classic locale for this thread while it lives (sprintf's decimal
 // point), whatever the process locale is.
 struct C_locale {
-    C_locale() : loc(newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr))) {
-        old = uselocale(loc);
-    }
+    locale_t loc = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    locale_t old = uselocale(loc);
+    C_locale() = default;
     ~C_locale() {
         uselocale(old);
         freelocale(loc);
     }
     C_locale(const C_locale&) = delete;
     C_locale& operator=(const C_locale&) = delete;
-    locale_t loc, old;
 };
 
 }  // namespace qz_test
