@@ -105,9 +105,7 @@ TEST(Utf8Scan, ReadsGiveWhatIconvGivesUpToTheTerminator) {
             const char* got = conv.narrow_view(65001, 65001, buffer.c_str(), buffer.size(), out);
             ASSERT_EQ(std::string(got), iconv_utf8(text)) << ::testing::PrintToString(buffer);
             // Text that needs no change is handed back where it is.
-            if (reference(text)) {
-                ASSERT_EQ(got, buffer.c_str());
-            }
+            ASSERT_TRUE(!reference(text) || got == buffer.c_str());
         }
     }
 }
