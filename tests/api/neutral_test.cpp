@@ -103,7 +103,7 @@ void sweep(Tqz_dbf_rw* h, unsigned field, unsigned record, bool table) {
     EXPECT_FALSE(qz_dbf_get_header(h, header));
 }
 
-TEST(Neutral, HandleWithoutTable) {
+TEST(Neutral, HandleWithoutTableIndexesOutOfRangeAndRecordsPastTheEnd) {
     Tqz_dbf_rw* h = new Tqz_dbf_rw();
     for (unsigned f : {0u, 1u, 0xFFFFFFFFu})
         for (unsigned r : {0u, 0xFFFFFFFFu}) sweep(h, f, r, false);
@@ -118,13 +118,11 @@ TEST(Neutral, HandleWithoutTable) {
     // No memory table: the deletion flags answer neutrally too.
     EXPECT_EQ(qz_dbf_mem_get_deleted(nullptr, 0), -1);
     EXPECT_FALSE(qz_dbf_mem_set_deleted(nullptr, 0, true));
-}
 
-// A table of every field type with three records, the file cut in the
-// middle of the third while the header still counts five.
-TEST(Neutral, IndexesOutOfRangeAndRecordsPastTheEnd) {
+    // A table of every field type with three records, the file cut in the
+    // middle of the third while the header still counts five: indexes out
+    // of range and records past the end.
     qz_options_set_ansi_code_page(65001);
-    qz_test::Temp_dir dir;
     const std::string path = dir.file("short.dbf");
     const Tqz_dbf_field_type types[] = {dbf_ft_char, dbf_ft_numeric, dbf_ft_float,  dbf_ft_logical,
                                         dbf_ft_date, dbf_ft_integer, dbf_ft_double, dbf_ft_memo};
@@ -137,20 +135,20 @@ TEST(Neutral, IndexesOutOfRangeAndRecordsPastTheEnd) {
     bytes.resize(qz_test::u16_at(bytes, 8) + 2 * rl + rl / 2);
     qz_test::write_bytes(path, bytes);
     for (bool read_only : {true, false}) {
-        Tqz_dbf_rw* h = qz_dbf_open(path.c_str(), read_only, false);
-        ASSERT_NE(h, nullptr);
-        ASSERT_EQ(qz_dbf_get_nr(h), 5u);
+        Tqz_dbf_rw* t = qz_dbf_open(path.c_str(), read_only, false);
+        ASSERT_NE(t, nullptr);
+        ASSERT_EQ(qz_dbf_get_nr(t), 5u);
         for (unsigned f : {8u, 1000u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFEu, 0xFFFFFFFFu})
-            for (unsigned r : {0u, 1u}) sweep(h, f, r, true);
+            for (unsigned r : {0u, 1u}) sweep(t, f, r, true);
         for (unsigned f = 0; f < 8; ++f) {
             for (unsigned r : {2u, 3u, 4u, 5u, 6u, 1000u, 0x7FFFFFFFu, 0xFFFFFFFFu})
-                sweep(h, f, r, true);
+                sweep(t, f, r, true);
             // The records the file holds still read; blank N and F cells have no value.
             bool ok = false;
-            EXPECT_NE(qz_dbf_get_str(h, f, 1, ok), nullptr);
+            EXPECT_NE(qz_dbf_get_str(t, f, 1, ok), nullptr);
             EXPECT_EQ(ok, f != 1 && f != 2);
         }
-        qz_dbf_close(h);
+        qz_dbf_close(t);
     }
     EXPECT_EQ(qz_test::read_bytes(path), bytes);  // nothing was written
     qz_options_set_ansi_code_page(0);

@@ -8,7 +8,6 @@
 
 namespace {
 
-using qz::basic::cp_to_wide;
 using qz::basic::wide_to_cp;
 
 // The ANSI code page drives system text (page 0) and feeds of string

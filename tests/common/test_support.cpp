@@ -28,10 +28,6 @@ Temp_dir::~Temp_dir() {
     if (!path_.empty()) std::filesystem::remove_all(path_, ec);
 }
 
-std::wstring Temp_dir::wfile(const std::string& name) const {
-    return widen(file(name));
-}
-
 std::vector<uint8_t> read_bytes(const std::string& path) {
     // In blocks: byte by byte through stream iterators takes seconds for the
     // larger sample tables in a build without optimisation.
@@ -82,7 +78,8 @@ int run(const std::string& command, std::string* out) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-std::string lower(std::string s) {
+// A file name in lower case, to match names in any letter case.
+static std::string lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return s;
 }

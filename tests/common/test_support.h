@@ -8,6 +8,9 @@
 
 namespace qz_test {
 
+// UTF-8 text (a path) as wide characters.
+std::wstring widen(const std::string& utf8);
+
 // A fresh folder under the temporary folder, removed with its contents when
 // the object goes away.
 class Temp_dir {
@@ -18,7 +21,7 @@ class Temp_dir {
     Temp_dir& operator=(const Temp_dir&) = delete;
     const std::string& path() const { return path_; }
     std::string file(const std::string& name) const { return path_ + "/" + name; }
-    std::wstring wfile(const std::string& name) const;
+    std::wstring wfile(const std::string& name) const { return widen(file(name)); }
 
   private:
     std::string path_;
@@ -27,12 +30,9 @@ class Temp_dir {
 std::vector<uint8_t> read_bytes(const std::string& path);
 void write_bytes(const std::string& path, const std::vector<uint8_t>& bytes);
 bool exists(const std::string& path);
-std::wstring widen(const std::string& utf8);
 
 // Runs a shell command; its exit status (or -1), with standard output in `out`.
 int run(const std::string& command, std::string* out = nullptr);
-
-std::string lower(std::string s);
 
 // Every .dbf file of the sample corpus (any letter case), sorted; empty
 // when there is no corpus.
@@ -76,16 +76,15 @@ std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned of
 // The classic locale for this thread while it lives (sprintf's decimal
 // point), whatever the process locale is.
 struct C_locale {
-    C_locale() : loc(newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr))) {
-        old = uselocale(loc);
-    }
+    locale_t loc = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
+    locale_t old = uselocale(loc);
+    C_locale() = default;
     ~C_locale() {
         uselocale(old);
         freelocale(loc);
     }
     C_locale(const C_locale&) = delete;
     C_locale& operator=(const C_locale&) = delete;
-    locale_t loc, old;
 };
 
 }  // namespace qz_test

@@ -6,10 +6,12 @@
 // bytes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "dbf/number_text.h"
@@ -46,21 +48,14 @@ double value_for(uint64_t bits, int kind, int dlen) {
     static const double special[] = {0.0,  -0.0,  HUGE_VAL, -HUGE_VAL, NAN,
                                      1e15, -1e15, 0.005,    2.675,     9.995};
     double v;
-    switch (kind) {
-        case 0:
-            std::memcpy(&v, &bits, sizeof v);
-            return v;
-        case 1:
-            return special[bits % 10];
-        case 2:
-            return (static_cast<double>(static_cast<int64_t>(bits % 200001) - 100000) + 0.5) /
-                   std::pow(10.0, dlen < 0    ? 6
-                                  : dlen > 15 ? 15
-                                              : dlen);
-        default:
-            return (static_cast<double>(bits % 2000001) / 1e6 - 1) *
-                   std::pow(10.0, static_cast<int>((bits >> 32) % 35) - 12);
-    }
+    std::memcpy(&v, &bits, sizeof v);
+    if (kind == 0) return v;
+    if (kind == 1) return special[bits % 10];
+    if (kind == 2)
+        return (static_cast<double>(static_cast<int64_t>(bits % 200001) - 100000) + 0.5) /
+               std::pow(10.0, dlen < 0 ? 6 : std::min(dlen, 15));
+    return (static_cast<double>(bits % 2000001) / 1e6 - 1) *
+           std::pow(10.0, static_cast<int>((bits >> 32) % 35) - 12);
 }
 
 TEST(NumberLayout, AMillionValuesGiveTheBytesOfTheFieldFormat) {
@@ -69,36 +64,27 @@ TEST(NumberLayout, AMillionValuesGiveTheBytesOfTheFieldFormat) {
     // Every length a byte holds; for N and M every decimal count up to the
     // length (at most 18) and counts no table should have; F takes its
     // precision from the length.
-    struct field {
-        char type;
-        int flen, dlen;
-    };
-    std::vector<field> fields;
+    std::vector<std::tuple<char, int, int>> fields;  // type, length, decimals
     for (int flen = 1; flen < 256; ++flen) {
-        fields.push_back({'F', flen, 0});
+        fields.emplace_back('F', flen, 0);
         for (char type : {'N', 'M'}) {
             for (int dlen = 0; dlen <= std::min(flen, 18); ++dlen)
-                fields.push_back({type, flen, dlen});
+                fields.emplace_back(type, flen, dlen);
             for (int odd : {-1, -128, 19, 127})
-                if (odd < 0 || odd > flen) fields.push_back({type, flen, odd});
+                if (odd < 0 || odd > flen) fields.emplace_back(type, flen, odd);
         }
     }
     const long per_field = 1000000 / static_cast<long>(fields.size()) + 1;
     std::string got;
     char want[2048];
-    int mismatches = 0;
-    for (const field& f : fields) {
-        const auto layout = qz::dbf::number_layout(f.type, f.flen, f.dlen);
+    for (const auto& [type, flen, dlen] : fields) {
+        const auto layout = qz::dbf::number_layout(type, flen, dlen);
         for (long i = 0; i < per_field; ++i) {
-            const double v = value_for(next(seed), static_cast<int>(i % 5), f.dlen);
-            qz::dbf::number_cell_text(got, v, layout, f.flen);
-            const size_t n = old_text(f.type, f.flen, f.dlen, v, want);
-            if (got != std::string(want, n)) {
-                ADD_FAILURE() << f.type << "(" << f.flen << "," << f.dlen << ") of "
-                              << ::testing::PrintToString(v) << ": \"" << got << "\" against \""
-                              << std::string(want, n) << "\"";
-                if (++mismatches == 20) return;
-            }
+            const double v = value_for(next(seed), static_cast<int>(i % 5), dlen);
+            qz::dbf::number_cell_text(got, v, layout, flen);
+            const size_t n = old_text(type, flen, dlen, v, want);
+            ASSERT_EQ(got, std::string(want, n))
+                << type << "(" << flen << "," << dlen << ") of " << ::testing::PrintToString(v);
         }
     }
 }
