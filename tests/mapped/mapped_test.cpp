@@ -42,6 +42,24 @@ int64_t mtime(const std::string& path) {
 
 }  // namespace
 
+// The mapping follows its file: grown to the file's new length it reports
+// success and shows the appended bytes; asked for nothing it lets go.
+TEST(FileMap, GrowsWithTheFileAndLetsGo) {
+    Temp_dir dir;
+    const std::string path = dir.file("m.bin");
+    write_bytes(path, std::vector<uint8_t>(100, 'a'));
+    Fd f(path);
+    qz::file_map m;
+    ASSERT_TRUE(m.map(f.fd, 100));
+    ASSERT_EQ(::pwrite(f.fd, "xyz", 3, 5000), 3);
+    EXPECT_TRUE(m.resize(100));
+    ASSERT_TRUE(m.resize(5003));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(m.at(5000)), 3), "xyz");
+    EXPECT_EQ(m.size(), 5003u);
+    EXPECT_FALSE(m.resize(0));
+    EXPECT_FALSE(m.mapped());
+}
+
 // Only the writer that holds the lock (it does not follow a change counter)
 // maps the file; whatever the mode, reads give the file's bytes and zeros
 // past them, and an empty file has nothing to map.
