@@ -86,7 +86,12 @@ void Tqz_dbf_memory_core::end_update() {
 void Tqz_dbf_memory_core::update() {
     if (!notifier) return;
     notifier->begin_update();
-    notifier->broadcast_update_event();
+    try {
+        notifier->broadcast_update_event();
+    } catch (...) {
+        notifier->end_update();
+        throw;
+    }
     notifier->end_update();
 }
 

@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "dbf/record.h"
 #include "memory/records.h"
@@ -53,15 +54,34 @@ void Tqz_dbf_memory::open_history(Iqz_history_manager* manager) {
                              : nullptr;
 }
 
+std::exception_ptr& Tqz_dbf_memory::op_base::failed_change() {
+    static thread_local std::exception_ptr failure;
+    return failure;
+}
+
 void Tqz_dbf_memory::submit(op_base* op) {
+    std::exception_ptr& failure = op_base::failed_change();
+    failure = nullptr;
     if (history.handle) {
         qz_history_add_item(history.handle, Tqz_history_item_adapter_base::redo_callback,
                             Tqz_history_item_adapter_base::undo_callback,
                             Tqz_history_item_adapter_base::erase_callback, op);
-        return;
+    } else {
+        std::unique_ptr<op_base> owned(op);
+        try {
+            owned->redo();
+        } catch (...) {
+            // As with a history: only a change not made is this call's failure.
+        }
     }
-    std::unique_ptr<op_base> owned(op);
-    owned->redo();
+    if (failure) std::rethrow_exception(std::exchange(failure, nullptr));
+}
+
+void Tqz_dbf_memory::end_update_quietly() noexcept {
+    try {
+        end_update();
+    } catch (...) {
+    }
 }
 
 Tqz_dbf_record* Tqz_dbf_memory::copy_record(const unsigned char* bytes, unsigned int size) {

@@ -10,6 +10,7 @@
 // and keeps the header's record count equal to the number of records.
 #pragma once
 
+#include <exception>
 #include <vector>
 
 #include "memory/history_item.h"
@@ -41,15 +42,43 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
 
       protected:
         // Runs one direction of a change inside one update of the table.
+        // The history calls an item's redo and undo in turn, the first call
+        // a redo; a direction whose change is already in the table (its
+        // other direction failed) is skipped, so that the undo of a change
+        // never made takes nothing back. The history swallows what an item
+        // throws: a failure before the change is made (out of memory telling
+        // the listeners, or in the change itself) is kept for submit() to
+        // report, and the update is ended however the change ends.
         template <class F>
         void in_update(F&& change) {
-            table->begin_update();
-            change();
-            table->update();
-            table->end_update();
+            const bool undoing = calls++ % 2 == 1;
+            if (undoing != applied) return;
+            bool begun = false, made = false;
+            try {
+                table->begin_update();
+                begun = true;
+                change();
+                made = true;
+                applied = !undoing;
+                table->update();
+                begun = false;
+                table->end_update();
+            } catch (...) {
+                if (!made) failed_change() = std::current_exception();
+                if (begun) table->end_update_quietly();
+                throw;
+            }
         }
 
         Tqz_dbf_memory* table;
+
+      private:
+        unsigned long calls = 0;  // redo and undo calls so far
+        bool applied = false;     // whether the table holds the change
+
+      public:
+        // The failure of this thread's latest change, until submit() takes it.
+        static std::exception_ptr& failed_change();
     };
 
     // With the process's history manager (none while it is disabled).
@@ -101,8 +130,12 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
 
   private:
     // Records `op` in the history, which performs it; without a history
-    // performs it at once and destroys it.
+    // performs it at once and destroys it. Throws what kept the change from
+    // being made; a failure after it (telling the listeners, recording the
+    // step) leaves the change made.
     void submit(op_base* op);
+    // Ends an update whose change failed; a failing end is not reported.
+    void end_update_quietly() noexcept;
     void open_history(Iqz_history_manager* manager);
 
     // The raw writes of the operations, on cells that are there.

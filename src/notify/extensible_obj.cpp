@@ -7,6 +7,17 @@ namespace {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
 
+// An event table of one scope, cleared however the scope ends (a send that
+// runs out of memory throws).
+struct Scoped_event {
+    Tqz_table t;
+    Scoped_event() { table_init(&t); }
+    explicit Scoped_event(const Tqz_table& taken) : t(taken) {}
+    ~Scoped_event() { table_clear(&t); }
+    Scoped_event(const Scoped_event&) = delete;
+    Scoped_event& operator=(const Scoped_event&) = delete;
+};
+
 bool same_value(const Tqz_any* a, const Tqz_any* b) {
     if (!a || !b) return a == b;
     if (a->type != b->type) return false;
@@ -98,7 +109,13 @@ Iqz_event_channel* Tqz_extensible_obj::get_update_event_channel() {
 void Tqz_extensible_obj::init_update_event() {
     Lock g(update_lock);
     if (pending) qz_update_event_clear(&pending_event);
-    qz_update_event_init(&pending_event);
+    pending = false;
+    try {
+        qz_update_event_init(&pending_event);
+    } catch (...) {
+        table_clear(&pending_event);  // what the failed init holds already
+        throw;
+    }
     pending = true;
 }
 
@@ -108,30 +125,25 @@ void Tqz_extensible_obj::send(Tqz_table& event) {
 }
 
 void Tqz_extensible_obj::send_kind(int kind) {
-    Tqz_table ev;
-    if (kind == QZ_EVENT_BEGIN_UPDATE) {
-        qz_begin_update_event_init(&ev);
-        send(ev);
-        qz_begin_update_event_clear(&ev);
-    } else {
-        qz_end_update_event_init(&ev);
-        send(ev);
-        qz_end_update_event_clear(&ev);
-    }
+    Scoped_event ev;
+    if (kind == QZ_EVENT_BEGIN_UPDATE)
+        qz_begin_update_event_init(&ev.t);
+    else
+        qz_end_update_event_init(&ev.t);
+    send(ev.t);
 }
 
 void Tqz_extensible_obj::add_update(const Tqz_any* label, const char* label_key,
                                     const Tqz_table* details) {
     Lock g(update_lock);
     if (update_count == 0) {
-        Tqz_table ev;
-        qz_update_event_init(&ev);
-        qz_update_event_init_details(&ev);
-        merge_details(ev, details);
-        if (label) table_set(&ev, label_key, label);
+        Scoped_event ev;
+        qz_update_event_init(&ev.t);
+        qz_update_event_init_details(&ev.t);
+        merge_details(ev.t, details);
+        if (label) table_set(&ev.t, label_key, label);
         before_update_event();
-        send(ev);
-        qz_update_event_clear(&ev);
+        send(ev.t);
         return;
     }
     if (!pending) init_update_event();
@@ -192,18 +204,16 @@ void Tqz_extensible_obj::broadcast_event(int kind) {
 }
 
 void Tqz_extensible_obj::broadcast_event(int kind, Tqz_tuple& args) {
-    Tqz_table ev;
-    table_init(&ev);
+    Scoped_event ev;
     Tqz_any v;
     any_init(&v);
     any_assign_integer(&v, kind);
-    table_set(&ev, "event", &v);
+    table_set(&ev.t, "event", &v);
     any_clear(&v);
     for (unsigned int i = 0, n = tuple_count(&args); i < n; ++i)
-        table_set(&ev, ("arg" + std::to_string(i)).c_str(), tuple_get(&args, i));
+        table_set(&ev.t, ("arg" + std::to_string(i)).c_str(), tuple_get(&args, i));
     Lock g(update_lock);
-    send(ev);
-    table_clear(&ev);
+    send(ev.t);
 }
 
 unsigned int Tqz_extensible_obj::begin_update() {
@@ -218,12 +228,11 @@ unsigned int Tqz_extensible_obj::end_update() {
     if (update_count == 0) return 0;
     if (--update_count > 0) return update_count;
     if (pending) {
-        Tqz_table ev = pending_event;  // the event is ours now: a client may start another
+        Scoped_event ev(pending_event);  // the event is ours now: a client may start another
         table_init(&pending_event);
         pending = false;
         before_update_event();
-        send(ev);
-        qz_update_event_clear(&ev);
+        send(ev.t);
     }
     broadcast_end_update_event();
     return 0;
