@@ -54,13 +54,13 @@ void Tqz_dbf_memory::open_history(Iqz_history_manager* manager) {
                              : nullptr;
 }
 
-std::exception_ptr& Tqz_dbf_memory::op_base::failed_change() {
+std::exception_ptr& Tqz_dbf_memory::failed_change() {
     static thread_local std::exception_ptr failure;
     return failure;
 }
 
 void Tqz_dbf_memory::submit(op_base* op) {
-    std::exception_ptr& failure = op_base::failed_change();
+    std::exception_ptr& failure = failed_change();
     failure = nullptr;
     if (history.handle) {
         qz_history_add_item(history.handle, Tqz_history_item_adapter_base::redo_callback,

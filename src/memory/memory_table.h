@@ -75,10 +75,6 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
       private:
         unsigned long calls = 0;  // redo and undo calls so far
         bool applied = false;     // whether the table holds the change
-
-      public:
-        // The failure of this thread's latest change, until submit() takes it.
-        static std::exception_ptr& failed_change();
     };
 
     // With the process's history manager (none while it is disabled).
@@ -134,6 +130,8 @@ class Tqz_dbf_memory : public Tqz_dbf_memory_core {
     // being made; a failure after it (telling the listeners, recording the
     // step) leaves the change made.
     void submit(op_base* op);
+    // The failure of this thread's latest change, until submit() takes it.
+    static std::exception_ptr& failed_change();
     // Ends an update whose change failed; a failing end is not reported.
     void end_update_quietly() noexcept;
     void open_history(Iqz_history_manager* manager);
