@@ -12,7 +12,6 @@
 #include "qzk_file_dbf.h"
 
 using qz::api::cell_failed;
-using qz::api::cell_missing;
 using qz::api::guarded;
 using qz::api::no_table;
 
@@ -165,10 +164,9 @@ QZ_DBF_API const char* qz_dbf_get_str(Tqz_dbf_rw* h, unsigned int field, unsigne
     return on_cell(
         h, field, record, static_cast<const char*>(nullptr), nullptr,
         [&](Tqz_dbf_ibasic* t) { return t->get_as_string(field, record, ok); },
-        // Text that is not empty comes from a cell that is there.
-        [&](const char* text) {
-            return (!text || !*text) && cell_missing(h->current(), field, record);
-        });
+        // Text that is not empty comes from a cell that is there; for empty
+        // text cell_failed records a reason only if the cell is missing.
+        [](const char* text) { return !text || !*text; });
 }
 
 QZ_DBF_API bool qz_dbf_get_str_w(Tqz_dbf_rw* h, unsigned int field, unsigned int record,

@@ -11,12 +11,6 @@ void no_table(Tqz_dbf_rw* h) {
     qz::errors::set(qz::errors::argument, h ? "no table is open on this handle" : "null handle");
 }
 
-bool cell_missing(Tqz_dbf_ibasic* t, unsigned int field, unsigned int record) {
-    if (field >= t->get_nf()) return true;
-    Tqz_dbf_basic* basic = t->as_basic();
-    return basic && !basic->has_record(record);
-}
-
 void cell_failed(Tqz_dbf_rw* h, Tqz_dbf_ibasic* t, unsigned int field, unsigned int record,
                  const char* what) {
     const std::wstring& path = h->get_path();

@@ -7,9 +7,6 @@ namespace qz::api {
 
 // The handle is null or has no table open.
 void no_table(Tqz_dbf_rw* h);
-// Whether the field, or the record where the storage can tell, is not there:
-// what cell_failed reports without a `what`.
-bool cell_missing(Tqz_dbf_ibasic* t, unsigned int field, unsigned int record);
 // A call on a cell failed: names the missing field or record, or else gives
 // `what` about the cell (nothing is recorded when `what` is null and the
 // cell exists).

@@ -115,7 +115,7 @@ number_parse parse_number(const char* s, size_t n) {
 // ("CP1251" 1251, "UTF-8" 65001); 0 for other names.
 unsigned int code_page_of(const std::string& name) {
     if (name == "UTF-8") return 65001;
-    if (name.size() < 3 || name.size() > 7 || name.compare(0, 2, "CP") != 0 ||
+    if (name.size() > 7 || name.compare(0, 2, "CP") != 0 ||
         name.find_first_not_of("0123456789", 2) != std::string::npos)
         return 0;
     return static_cast<unsigned int>(std::strtoul(name.c_str() + 2, nullptr, 10));
