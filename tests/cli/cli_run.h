@@ -50,18 +50,22 @@ inline std::vector<std::string> folder_names(const std::string& dir) {
     return lines_of(out);
 }
 
-// A table's fields as "NAME:C:4:0 SUM:N:6:2", read through the library.
-inline std::string layout_of(const std::string& path) {
+// A table's fields as "NAME:C:4:0 SUM:N:6:2" (`sep` between them); closes `t`.
+inline std::string layout_of(Tqz_dbf_rw* t, const char* sep = " ") {
     std::string out;
-    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
-    if (!t) return "(cannot open)";
-    for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f)
-        out += (f ? " " : "") + std::string(qz_dbf_get_field_name(t, f)) + ":" +
+    for (unsigned f = 0; t && f < qz_dbf_get_nf(t); ++f)
+        out += (f ? sep : "") + std::string(qz_dbf_get_field_name(t, f)) + ":" +
                static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, f))) + ":" +
                std::to_string(qz_dbf_get_field_flen(t, f)) + ":" +
                std::to_string(qz_dbf_get_field_dlen(t, f));
     qz_dbf_close(t);
     return out;
+}
+
+// The layout of the table at `path`, read through the library's checked open.
+inline std::string layout_of(const std::string& path) {
+    Tqz_dbf_rw* t = qz_dbf_open_ex(path.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    return t ? layout_of(t) : "(cannot open)";
 }
 
 }  // namespace qz_cli

@@ -179,4 +179,14 @@ std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned of
     return s;
 }
 
+Fed::Fed()
+    : adp(qz_string_adp_create(
+          [](void* u, const char* s) { static_cast<Fed*>(u)->narrow = s ? s : "(null)"; },
+          [](void* u, const wchar_t* s) { static_cast<Fed*>(u)->wide = s ? s : L"(null)"; },
+          this)) {}
+
+Fed::~Fed() {
+    qz_string_adp_destroy(adp);
+}
+
 }  // namespace qz_test

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "qzk_basic.h"
+
 namespace qz_test {
 
 // UTF-8 text (a path) as wide characters.
@@ -72,6 +74,19 @@ unsigned u16_at(const std::vector<uint8_t>& b, size_t at);
 // the file's bytes hold them, trailing spaces dropped; "<missing>" past the end.
 std::string raw_cell(const std::vector<uint8_t>& b, unsigned record, unsigned offset,
                      unsigned length);
+
+// Takes what an export hands to a string adapter: pass `adp`; the last text
+// handed is in `wide` or `narrow` (as the export gives it), "(null)" for a
+// null text, and each keeps its value when nothing comes.
+struct Fed {
+    std::wstring wide = L"untouched";
+    std::string narrow = "untouched";
+    Iqz_string_adp* adp;
+    Fed();
+    ~Fed();
+    Fed(const Fed&) = delete;
+    Fed& operator=(const Fed&) = delete;
+};
 
 // The classic locale for this thread while it lives (sprintf's decimal
 // point), whatever the process locale is.

@@ -53,14 +53,10 @@ TEST(EditCompletion, CommandsFieldsAndOptionsWhereEachIsTaken) {
     for (const Case& c : cases) {
         const qzdbf::Completion got = complete_edit_line(c.before, kFields);
         EXPECT_EQ(got.candidates, c.candidates) << "'" << c.before << "'";
-        if (!c.candidates.empty()) {
-            EXPECT_EQ(got.start, c.start) << "'" << c.before << "'";
-            EXPECT_EQ(got.space, c.space) << "'" << c.before << "'";
-        }
+        if (!c.candidates.empty())
+            EXPECT_TRUE(got.start == c.start && got.space == c.space) << "'" << c.before << "'";
     }
-}
-
-TEST(EditCompletion, CommonBeginningKeepsTheFirstWordsLettersAndWholeCharacters) {
+    // The common beginning keeps the first word's letters and whole characters.
     EXPECT_EQ(qzdbf::common_prefix({"QTY", "Qty2"}), "QTY");
     EXPECT_EQ(qzdbf::common_prefix({}), "");
     // Ж (D0 96) and Ц (D0 A6) share their first byte, not a character.
@@ -87,7 +83,7 @@ void make_table(const std::string& path) {
 // find answers from the fast-find index, rebuilt after every change; show
 // picks fields and prints them one per line; records marked deleted keep
 // their mark in both views.
-TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
+TEST(EditScript, FindShowAndTextInTheTableEncodingWithUndo) {
     qz_test::Temp_dir dir;
     const std::string table = dir.file("t.dbf");
     make_table(table);
@@ -112,13 +108,8 @@ TEST(EditScript, FindAndShowWithFieldsVerticalAndDeletedMarks) {
               "qzdbf: line 9: the table has no field named 'NOPE'\n"
               "qzdbf: line 10: find needs FIELD VALUE\n"
               "qzdbf: changes not saved are lost\n");
-}
-
-// Character text goes in the table's encoding (--encoding, else the .cpg
-// file), is found and shown in it, and undo takes the write back.
-TEST(EditScript, TextInTheTableEncodingWithUndo) {
-    qz_test::Temp_dir dir;
-    const std::string table = dir.file("t.dbf");
+    // Character text goes in the table's encoding (--encoding, else the .cpg
+    // file), is found and shown in it, and undo takes the write back.
     make_table(dir.file("made.dbf"));
     write_text(dir.file("t.cpg"), "CP1251\n");
     // The option, and the value's first and last letters ("Жук", "а") as stored.
@@ -143,9 +134,8 @@ TEST(EditScript, TextInTheTableEncodingWithUndo) {
         const size_t cell = (b[8] | b[9] << 8) + (b[10] | b[11] << 8) + 1;
         EXPECT_EQ((std::vector<uint8_t>{b[cell], b[cell + 1], b[cell + 2], b[cell + 19]}), bytes);
     }
-    const Outcome r = edit(table, "", "--encoding NO-SUCH ");
-    EXPECT_EQ(r.status, 2);
-    EXPECT_NE(r.out.find("NO-SUCH"), std::string::npos) << r.out;
+    const Outcome bad = edit(table, "", "--encoding NO-SUCH ");
+    EXPECT_TRUE(bad.status == 2 && bad.out.find("NO-SUCH") != std::string::npos) << bad.out;
 }
 
 // A tmux server of our own (its socket a file in `folder`), one session of
@@ -161,30 +151,22 @@ struct Tmux {
     }
     ~Tmux() { tmux("kill-server"); }
 
-    // Literal text typed.
+    // Literal text typed ("\t" is the Tab key).
     void type(const std::string& text) { tmux("send-keys -t s -l -- " + quoted(text)); }
     // Named keys: Enter, Left, Up, Tab, BSpace, C-d...
     void keys(const std::string& names) { tmux("send-keys -t s " + names); }
-    // Literal text typed, then Tab.
-    void tab(const std::string& text) {
-        type(text);
-        keys("Tab");
-    }
-    // Enter, then waits until the program reads again: its screen ends with
-    // a prompt ("...> "), the question ("[y/n/c]") or the exit status. Keys
-    // typed earlier would be echoed by the terminal, not the line editor.
-    void enter() {
+    // `text` typed (if any), Enter, then waits until the program reads
+    // again: its screen ends with a prompt ("...> "), the question ("[y/n/c]")
+    // or the exit status. Keys typed earlier would be echoed by the terminal,
+    // not the line editor.
+    void enter(const std::string& text = "") {
+        if (!text.empty()) type(text);
         keys("Enter");
         poll("a prompt", [](std::string s) {
             s.erase(s.find_last_not_of(" \n") + 1);
             return !s.empty() && (s.find("[exit status") != std::string::npos || s.back() == '>' ||
                                   s.back() == ']');
         });
-    }
-    // A line typed and entered.
-    void line(const std::string& text) {
-        type(text);
-        enter();
     }
     // Waits until the screen shows `text` (20 s at most); the last screen.
     std::string wait_for(const std::string& text) {
@@ -194,7 +176,6 @@ struct Tmux {
     std::string poll(const std::string& what, Seen seen) {
         std::string s;
         for (int k = 0; k < 200; ++k) {
-            s.clear();
             tmux("capture-pane -p -t s", &s);
             while (s.size() >= 2 && s[s.size() - 1] == '\n' && s[s.size() - 2] == '\n')
                 s.pop_back();
@@ -205,9 +186,7 @@ struct Tmux {
         return s;
     }
     int tmux(const std::string& args, std::string* out = nullptr) {
-        std::string ignored;
-        return qz_test::run("tmux -S '" + socket + "' " + args + " 2>/dev/null",
-                            out ? out : &ignored);
+        return qz_test::run("tmux -S '" + socket + "' " + args + " 2>/dev/null", out);
     }
 
     static inline int sessions = 0;
@@ -236,7 +215,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.type("i");
         tmux.wait_for("people.dbf> set NAME 0 Alice");
         tmux.enter();
-        tmux.line("show");
+        tmux.enter("show");
         std::string s = tmux.wait_for("  2  Ann");
         EXPECT_NE(s.find("  0  Alice"), std::string::npos) << s;
         EXPECT_NE(s.find("people.dbf*> show"), std::string::npos) << s;
@@ -250,34 +229,34 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.enter();
 
         // Tab completes a field name typed in another case.
-        tmux.tab("set qt");
+        tmux.type("set qt\t");
         tmux.wait_for("people.dbf*> set QTY");
-        tmux.line("1 42");
+        tmux.enter("1 42");
         // Two fields begin with N: Tab lists them; one more letter decides.
-        tmux.tab("find N");
+        tmux.type("find N\t");
         tmux.wait_for("NAME  NOTE");
-        tmux.tab("a");
+        tmux.type("a\t");
         tmux.wait_for("people.dbf*> find NAME");
-        tmux.line("Alice");
+        tmux.enter("Alice");
         tmux.wait_for("2 records hold 'Alice' in NAME: 0 2");
 
         // Commands, options and the names of a --fields list.
-        tmux.tab("sh");
-        tmux.tab("--v");
-        tmux.tab("--fields na");
-        tmux.tab(",q");
+        tmux.type("sh\t");
+        tmux.type("--v\t");
+        tmux.type("--fields na\t");
+        tmux.type(",q\t");
         tmux.wait_for("people.dbf*> show --vertical --fields NAME,QTY");
         tmux.enter();
         s = tmux.wait_for("NAME: Alice\nQTY: 3");
         EXPECT_NE(s.find("record 1\nNAME: Bob\nQTY: 42\n"), std::string::npos) << s;
 
         // quit asks; c goes on editing, y saves and ends.
-        tmux.line("quit");
+        tmux.enter("quit");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
-        tmux.line("c");
+        tmux.enter("c");
         tmux.wait_for("not quitting; save writes the table\npeople.dbf*>");
-        tmux.line("quit");
-        tmux.line("y");
+        tmux.enter("quit");
+        tmux.enter("y");
         s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("saved 3 records"), std::string::npos) << s;
         EXPECT_NE(s.find("[exit status 0]"), std::string::npos) << s;
@@ -296,9 +275,9 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
 
     // The history went to its file, in the order typed.
     const std::string htext = read_text(history);
-    const size_t first = htext.find("set\\040NAME\\0400\\040Alice");
-    EXPECT_LT(first, htext.find("set\\040NAME\\0402\\040Alice")) << htext;
-    EXPECT_NE(htext.find("set\\040NAME\\0402\\040Alice"), std::string::npos) << htext;
+    const size_t second = htext.find("set\\040NAME\\0402\\040Alice");
+    EXPECT_TRUE(htext.find("set\\040NAME\\0400\\040Alice") < second && second != std::string::npos)
+        << htext;
     EXPECT_EQ(htext.find("\ny\n"), std::string::npos) << "answers stay out of the history";
 
     // A second session: Up brings back the last line of the first; Ctrl-D
@@ -309,11 +288,11 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
         tmux.keys("Up");
         tmux.wait_for("people.dbf> quit");
         tmux.keys("BSpace BSpace BSpace BSpace");
-        tmux.line("add");
+        tmux.enter("add");
         tmux.wait_for("added record 3\npeople.dbf*>");
         tmux.keys("C-d");
         tmux.wait_for("save changes to people.dbf? [y/n/c]");
-        tmux.line("n");
+        tmux.enter("n");
         std::string s = tmux.wait_for("[exit status");
         EXPECT_NE(s.find("qzdbf: changes not saved are lost\n[exit status 0]"), std::string::npos)
             << s;

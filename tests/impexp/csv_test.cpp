@@ -43,8 +43,7 @@ TEST(CsvReader, Rfc4180Cases) {
         SCOPED_TRACE(c.name);
         Rows rows;
         std::string error;
-        const bool ok = qzdbf::parse_csv_text(c.text, ',', rows, error);
-        EXPECT_EQ(ok, c.error == nullptr) << error;
+        EXPECT_EQ(qzdbf::parse_csv_text(c.text, ',', rows, error), c.error == nullptr) << error;
         EXPECT_TRUE(!c.error || error.find(c.error) != std::string::npos) << error;
         EXPECT_EQ(rows, c.rows);
     }
@@ -62,21 +61,14 @@ TEST(CsvReader, LongRecordsLineNumbersAndRewind) {
     qzdbf::Csv_reader reader(f);
     for (int pass = 0; pass < 2; ++pass) {
         std::vector<std::string_view> cells;
-        ASSERT_TRUE(reader.next(cells));
-        EXPECT_EQ(reader.line(), 1u);
-        ASSERT_TRUE(reader.next(cells));
-        EXPECT_EQ(reader.line(), 2u);
-        ASSERT_EQ(cells.size(), 2u);
-        EXPECT_EQ(cells[0].size(), big.size() + 2);
-        EXPECT_EQ(cells[0].substr(cells[0].size() - 2), "\"q");
-        EXPECT_EQ(cells[1], "multi\nline");
-        EXPECT_EQ(cells[1].data()[cells[1].size()], '\0');
-        ASSERT_TRUE(reader.next(cells));
-        EXPECT_EQ(reader.line(), 4u);
+        ASSERT_TRUE(reader.next(cells) && reader.line() == 1u);
+        ASSERT_TRUE(reader.next(cells) && reader.line() == 2u && cells.size() == 2u);
+        EXPECT_TRUE(cells[0].size() == big.size() + 2 && cells[0].substr(big.size()) == "\"q");
+        EXPECT_TRUE(cells[1] == "multi\nline" && cells[1].data()[cells[1].size()] == '\0');
+        ASSERT_TRUE(reader.next(cells) && reader.line() == 4u);
         EXPECT_EQ(cells, (std::vector<std::string_view>{"last", ""}));
-        EXPECT_FALSE(reader.next(cells));
-        EXPECT_TRUE(reader.error().empty());
-        EXPECT_EQ(reader.position(), text.size());
+        EXPECT_TRUE(!reader.next(cells) && reader.error().empty() &&
+                    reader.position() == text.size());
         ASSERT_TRUE(reader.rewind());
     }
     std::fclose(f);
@@ -127,9 +119,9 @@ TEST(CsvTypes, ColumnInferenceAndGivenFields) {
              {"abcd", 'C', 3, 0, false},       {"", 'N', 1, 0, true}}) {
         // clang-format on
         std::string why;
-        const bool fits =
-            qzdbf::value_fits(c.cell, std::strlen(c.cell), c.type, c.length, c.decimals, why);
-        EXPECT_EQ(fits, c.fits) << c.cell << " " << c.type;
+        EXPECT_EQ(qzdbf::value_fits(c.cell, std::strlen(c.cell), c.type, c.length, c.decimals, why),
+                  c.fits)
+            << c.cell << " " << c.type;
         EXPECT_EQ(why.empty(), c.fits) << why;
     }
 }

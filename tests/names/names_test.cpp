@@ -19,13 +19,9 @@ using Names = std::vector<std::string>;
 // The text a fix-style export feeds to its adapter, as a return value.
 template <class F, class... A>
 std::string fed(F f, A... args) {
-    std::string text;
-    Iqz_string_adp* adp = qz_string_adp_create(
-        [](void* user, const char* t) { *static_cast<std::string*>(user) = t ? t : ""; }, nullptr,
-        &text);
-    f(args..., adp);
-    qz_string_adp_destroy(adp);
-    return text;
+    qz_test::Fed out;
+    f(args..., out.adp);
+    return out.narrow;
 }
 
 std::vector<Tqz_dbf_field> fields_of(const Names& names) {
@@ -42,18 +38,15 @@ Names names_of(const Tqz_dbf_field* fields, size_t n) {
 }
 
 // The system code page is UTF-8 for every test of the suite.
-class Names_test : public ::testing::Test {
+class NamesUtf8 : public ::testing::Test {
   protected:
     void SetUp() override { qz_options_set_ansi_code_page(65001); }
     void TearDown() override { qz_options_set_ansi_code_page(0); }
 };
-using NamesRules = Names_test;
-using NamesFieldLists = Names_test;
-using NamesUnique = Names_test;
 
 // One name: size_ok, symbols_ok, first_ok, name_ok, then the size,
 // first-character and whole-name repairs.
-TEST_F(NamesRules, OneNameThroughEveryExport) {
+TEST_F(NamesUtf8, OneNameThroughEveryExport) {
     const struct {
         const char* name;
         bool size_ok, symbols_ok, first_ok, name_ok;
@@ -86,18 +79,10 @@ TEST_F(NamesRules, OneNameThroughEveryExport) {
     }
 }
 
-// The older repair of whole field lists: Cyrillic kept and upper-cased
-// through Windows-1251 (а..я, ё), other characters as '_' ('A' first, digits
-// kept), then duplicates numbered.
-TEST_F(NamesRules, CorrectNamesKeepCyrillicInUpperCase) {
-    std::vector<Tqz_dbf_field> f = fields_of({"абвя", "ёж", "-x-y", "1x", "ABC", "abc"});
-    EXPECT_TRUE(qz_dbf_make_correct_names(f.data(), static_cast<int>(f.size())));
-    EXPECT_EQ(names_of(f.data(), f.size()), (Names{"АБВЯ", "ЁЖ", "AX_Y", "1X", "ABC", "ABC_1"}));
-}
-
 // Each list through the duplicate check and repair (dup) or the whole-name
-// check and repair; the repaired list passes its check.
-TEST_F(NamesFieldLists, DuplicatesAndWholeListRepairs) {
+// check and repair; the repaired list passes its check. Then the older
+// repair of whole lists.
+TEST_F(NamesUtf8, DuplicatesWholeListRepairsAndDescriptorsOfAnyBytes) {
     const struct {
         bool dup;
         Names in, fixed;
@@ -124,12 +109,14 @@ TEST_F(NamesFieldLists, DuplicatesAndWholeListRepairs) {
         EXPECT_EQ(names_of(fields.data(), fields.size()), c.fixed);
         EXPECT_TRUE(ok(fields.data(), n));
     }
-}
-
-// Exactly sized heap arrays, so that the address checker catches a read or
-// write past the last descriptor: names of eleven bytes without a zero,
-// invalid UTF-8, empty; the other descriptor bytes are kept.
-TEST_F(NamesFieldLists, DescriptorsOfAnyBytesStayInsideTheirRecords) {
+    // Cyrillic kept and upper-cased through Windows-1251 (а..я, ё), other
+    // characters as '_' ('A' first, digits kept), then duplicates numbered.
+    std::vector<Tqz_dbf_field> f = fields_of({"абвя", "ёж", "-x-y", "1x", "ABC", "abc"});
+    EXPECT_TRUE(qz_dbf_make_correct_names(f.data(), static_cast<int>(f.size())));
+    EXPECT_EQ(names_of(f.data(), f.size()), (Names{"АБВЯ", "ЁЖ", "AX_Y", "1X", "ABC", "ABC_1"}));
+    // Exactly sized heap arrays, so that the address checker catches a read
+    // or write past the last descriptor: names of eleven bytes without a
+    // zero, invalid UTF-8, empty; the other descriptor bytes are kept.
     const unsigned n = 4;
     std::unique_ptr<Tqz_dbf_field[]> fields(new Tqz_dbf_field[n]);
     const char fill[n] = {'A', '\xd0', 0, 'a'};
@@ -146,14 +133,13 @@ TEST_F(NamesFieldLists, DescriptorsOfAnyBytesStayInsideTheirRecords) {
     for (unsigned i = 0; i < n; ++i)
         EXPECT_TRUE(fields[i].name[10] == 0 && fields[i].type == 'N' && fields[i].flen == 200 &&
                     fields[i].dlen == -3);
-    EXPECT_TRUE(qz_dbf_fields_names_ok(fields.get(), n));
-    EXPECT_FALSE(qz_dbf_fields_names_ok(nullptr, 3));
+    EXPECT_TRUE(qz_dbf_fields_names_ok(fields.get(), n) && !qz_dbf_fields_names_ok(nullptr, 3));
     qz_dbf_fields_names_fix(nullptr, 5);
 }
 
 // The table forms answer in one static string each: the next call
 // overwrites it; the old form keeps the whole name.
-TEST_F(NamesUnique, AgainstATableWithStaticResults) {
+TEST_F(NamesUtf8, UniqueAgainstATableAndCreateSafe) {
     qz_test::Temp_dir dir;
     auto fields = fields_of({"NAME", "NAME1", "ABCDEFGHIJ", "id"});
     Tqz_dbf_rw* t = qz_dbf_create(dir.file("u.dbf").c_str(), 4, 0, fields.data(), false);
@@ -171,19 +157,15 @@ TEST_F(NamesUnique, AgainstATableWithStaticResults) {
     EXPECT_EQ(fed(qz_dbf_generate_unin_name_w, t, L"NAME"), "NAME2");
     qz_dbf_close(t);
     EXPECT_EQ(qz_dbf_generate_unin_name(nullptr, "A"), nullptr);
-}
-
-// qz_dbf_create_safe repairs the caller's names in place (as the list
-// check would: case duplicates, first characters, transliteration) before
-// the table is made, and another reader opens the table with those names.
-TEST_F(NamesFieldLists, CreateSafeRepairsAndOtherReadersSeeTheNames) {
-    qz_test::Temp_dir dir;
+    // qz_dbf_create_safe repairs the caller's names in place (as the list
+    // check would: case duplicates, first characters, transliteration) before
+    // the table is made, and another reader opens the table with those names.
     const std::string path = dir.file("safe.dbf");
     auto f = fields_of({"id", "ID", "1x", "Цена", "a#b"});
     EXPECT_FALSE(qz_dbf_fields_names_ok(f.data(), 5));
     qz_dbf_field_init(&f[0], "id", dbf_ft_numeric, 5, 0);
     qz_dbf_field_init(&f[3], "Цена", dbf_ft_numeric, 10, 2);
-    Tqz_dbf_rw* t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, f.data(), false);
+    t = qz_dbf_create_safe(dir.wfile("safe.dbf").c_str(), 5, 2, f.data(), false);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(names_of(f.data(), f.size()), (Names{"ID", "ID1", "X", "CENA", "A_B"}));
     EXPECT_TRUE(qz_dbf_set_int(t, 0, 0, 7) && qz_dbf_set_str(t, 1, 0, "seven") &&

@@ -17,7 +17,7 @@ using qz_ogr_test::people_count;
 
 // Every source of the people table: each getter, unset cells, neutral
 // results out of range, and search (trimmed, any letter case, Cyrillic too).
-TEST(OgrTable, ValuesAndSearchInEverySource) {
+TEST(OgrTable, ValuesAndSearchInEverySourceAndATableCreated) {
     ASSERT_TRUE(inputs().made);
     for (const std::string& path : {inputs().dbf, inputs().gpkg, inputs().geojson, inputs().csv}) {
         SCOPED_TRACE(path);
@@ -40,18 +40,16 @@ TEST(OgrTable, ValuesAndSearchInEverySource) {
         EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
         EXPECT_EQ(std::wstring(t.get_as_wstring(1, 2, len, ok, 0)), L"Сергей");
         t.set_dos_flag(true);
-        EXPECT_NE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
-        EXPECT_EQ(len, 12u) << "each UTF-8 byte read as one CP866 character";
+        EXPECT_TRUE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)) != L"Сергей" && len == 12u)
+            << "each UTF-8 byte read as one CP866 character";
         t.set_utf8_flag(true);
         EXPECT_TRUE(t.get_utf8_flag() && !t.get_dos_flag());
-        EXPECT_EQ(std::wstring(t.get_as_wchar_t(1, 2, len, ok)), L"Сергей");
-        EXPECT_EQ(len, 6u);
+        EXPECT_TRUE(std::wstring(t.get_as_wchar_t(1, 2, len, ok)) == L"Сергей" && len == 6u);
         // Past the end and outside the fields (no special fields such as
         // the FID behind the last): neutral results.
         for (const auto& [field, record] : {std::pair{1u, people_count}, {5u, 0u}}) {
             ok = true;
-            EXPECT_STREQ(t.get_as_string(field, record, ok), "");
-            EXPECT_FALSE(ok);
+            EXPECT_TRUE(!*t.get_as_string(field, record, ok) && !ok);
         }
         EXPECT_EQ(std::pair(t.get_as_integer(99, 0, ok), t.get_as_double(0, 0xFFFFFFFFu, ok)),
                   std::pair(0, 0.0));
@@ -59,8 +57,7 @@ TEST(OgrTable, ValuesAndSearchInEverySource) {
         EXPECT_TRUE(t.get_memo_bytes(0, 1000, ok, size, type) != nullptr && size == 0);
         EXPECT_FALSE(t.set_as_string(0, people_count, "x") || t.set_as_integer(7, 0, 1) ||
                      t.set_as_wstring(-1, 0, L"x") || t.get_as_any(0, 0, nullptr));
-        EXPECT_TRUE(t.set_as_any(0, 0, nullptr));
-        EXPECT_FALSE(t.set_as_any(0, people_count, nullptr));
+        EXPECT_TRUE(t.set_as_any(0, 0, nullptr) && !t.set_as_any(0, people_count, nullptr));
         // Search: field, text, the record found (0 for none).
         const std::tuple<unsigned, const char*, bool, unsigned> finds[] = {
             {1, "  BORIS\t", true, 1}, {1, u8"сергей", true, 2}, {4, "padded", true, 3},
@@ -74,11 +71,8 @@ TEST(OgrTable, ValuesAndSearchInEverySource) {
         EXPECT_EQ(t.find_value(2, "", r), path == inputs().csv)
             << "the unset score of Eve (text \"\") is no match";
     }
-}
-
-// A table created through OGR: a shapefile attribute table whose fields
-// follow the type mapping; the result is 1 even on success.
-TEST(OgrTable, CreateWritesAnAttributeTable) {
+    // A table created through OGR: a shapefile attribute table whose fields
+    // follow the type mapping; the result is 1 even on success.
     qz_test::Temp_dir dir;
     std::string path = dir.file("made.dbf");
     Tqz_dbf_field fields[5];
@@ -95,9 +89,7 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
         EXPECT_EQ(t.get_nr(), 5u);
     }
     Tqz_dbf_ogr t;
-    ASSERT_EQ(t.open(path.c_str(), true, false), 0);
-    EXPECT_EQ(t.get_nr(), 5u);
-    ASSERT_EQ(t.get_nf(), 5u);
+    ASSERT_TRUE(t.open(path.c_str(), true, false) == 0 && t.get_nr() == 5u && t.get_nf() == 5u);
     const Tqz_dbf_field_type want[] = {dbf_ft_char, dbf_ft_integer, dbf_ft_numeric, dbf_ft_char,
                                        dbf_ft_char};
     for (unsigned i = 0; i < 5; ++i) EXPECT_EQ(t.get_field_type(i), want[i]) << i;
@@ -109,8 +101,7 @@ TEST(OgrTable, CreateWritesAnAttributeTable) {
     EXPECT_EQ(Tqz_dbf_ogr().create("", 0, 0, nullptr, false), 1);
     Tqz_dbf_ogr none;
     none.create(dir.file("no/such/folder/x.dbf").c_str(), 5, 1, fields, false);
-    EXPECT_FALSE(none.is_open());
-    EXPECT_EQ(none.get_layer(), 0xFFFFFFFFu) << "no layer without a source";
+    EXPECT_TRUE(!none.is_open() && none.get_layer() == 0xFFFFFFFFu) << "no layer without a source";
 }
 
 }  // namespace

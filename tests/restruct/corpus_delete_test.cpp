@@ -20,8 +20,9 @@ restruct_test::Rows rows(const std::string& file, unsigned& held) {
     if (!h) return out;
     const std::vector<uint8_t> b = qz_test::read_bytes(file);
     const size_t header = qz_test::u16_at(b, 8), length = qz_test::u16_at(b, 10);
-    held = length == 0 || b.size() <= header ? 0 : (b.size() - header) / length;
-    held = std::min(held, qz_dbf_get_nr(h));
+    held = length == 0 || b.size() <= header
+               ? 0
+               : std::min<size_t>((b.size() - header) / length, qz_dbf_get_nr(h));
     for (unsigned r = 0; r < held && r < 3000; ++r) {
         out.emplace_back();
         for (unsigned f = 0; f < qz_dbf_get_nf(h); ++f) {

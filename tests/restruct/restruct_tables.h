@@ -8,6 +8,7 @@
 
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
+#include "../cli/cli_run.h"
 #include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
@@ -75,20 +76,10 @@ inline Rows cells(const std::wstring& path, bool trim = false) {
     return out;
 }
 
-// The layout "NAME:T:LEN:DEC,..." of the table at `path`.
+// The layout "NAME:T:LEN:DEC,..." of the table at `path` (a loaded memory
+// table's if there is one).
 inline std::string layout(const std::wstring& path) {
-    std::string out;
-    Tqz_dbf_rw* t = qz_dbf_open_w(path.c_str(), true, false);
-    if (!t) return "(none)";
-    for (unsigned f = 0; f < qz_dbf_get_nf(t); ++f) {
-        const char* n = qz_dbf_get_field_name(t, f);
-        out += std::string(f ? "," : "") + (n ? n : "") + ":" +
-               static_cast<char>(qz_dbftype2char(qz_dbf_get_field_type(t, f))) + ":" +
-               std::to_string(qz_dbf_get_field_flen(t, f)) + ":" +
-               std::to_string(qz_dbf_get_field_dlen(t, f));
-    }
-    qz_dbf_close(t);
-    return out;
+    return qz_cli::layout_of(qz_dbf_open_w(path.c_str(), true, false), ",");
 }
 
 // The tool run with `args` (and standard input from `input`, if any): its
