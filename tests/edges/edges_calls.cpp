@@ -31,6 +31,17 @@ F next_of(const char* name) {
     return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
 }
 
+// Runs `f` with the calls recorded afresh.
+template <class F>
+void watched(F&& f) {
+    read_sizes.clear();
+    synced.clear();
+    conversions = 0;
+    watching = true;
+    f();
+    watching = false;
+}
+
 }  // namespace
 
 // Seen by the library's calls too: exported whatever the default visibility.
@@ -38,12 +49,6 @@ F next_of(const char* name) {
 
 STAND_IN ssize_t pread(int fd, void* buf, size_t n, off_t at) {
     static auto real = next_of<ssize_t (*)(int, void*, size_t, off_t)>("pread");
-    if (watching) read_sizes.push_back(n);
-    return real(fd, buf, n, at);
-}
-
-STAND_IN ssize_t pread64(int fd, void* buf, size_t n, off_t at) {
-    static auto real = next_of<ssize_t (*)(int, void*, size_t, off_t)>("pread64");
     if (watching) read_sizes.push_back(n);
     return real(fd, buf, n, at);
 }
@@ -85,16 +90,14 @@ TEST(EdgesCalls, ReadsGrowForwardAndStaySmallOnJumpsBack) {
     Tqz_dbf_rw* t = qz_dbf_open_ex(make_big_table(dir).c_str(), QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(t, nullptr) << qz_dbf_last_error_message();
     bool ok = true;
-    read_sizes.clear();
-    watching = true;
-    for (unsigned r = 999; r >= 300; r -= 300) qz_dbf_get_str(t, 0, r, ok);
-    watching = false;
+    watched([&] {
+        for (unsigned r = 999; r >= 300; r -= 300) qz_dbf_get_str(t, 0, r, ok);
+    });
     ASSERT_FALSE(read_sizes.empty());
     EXPECT_EQ(*std::max_element(read_sizes.begin(), read_sizes.end()), 4096u);
-    read_sizes.clear();
-    watching = true;
-    for (unsigned r = 0; r < 1000; ++r) qz_dbf_get_str(t, 0, r, ok);
-    watching = false;
+    watched([&] {
+        for (unsigned r = 0; r < 1000; ++r) qz_dbf_get_str(t, 0, r, ok);
+    });
     ASSERT_GT(read_sizes.size(), 4u);
     EXPECT_EQ(read_sizes[1], 2 * read_sizes[0]);
     EXPECT_EQ(*std::max_element(read_sizes.begin(), read_sizes.end()), 256u * 1024);
@@ -117,15 +120,12 @@ TEST(EdgesCalls, TextSkipsIconvAndASaveSyncsItsFolder) {
     ASSERT_TRUE(t && u) << qz_dbf_last_error_message();
     Tqz_dbf_value v;
     std::wstring wide;
-    conversions = 0;
-    watching = true;
-    for (unsigned r = 0; r < 1000; ++r) {
-        ASSERT_TRUE(qz_dbf_get_value(t, 0, r, &v));
-        unsigned len = 0;
-        bool ok = true;
-        wide = qz_dbf_get_wstr(u, 0, r, len, ok, 0);
-    }
-    watching = false;
+    unsigned len = 0;
+    bool ok = true;
+    watched([&] {
+        for (unsigned r = 0; r < 1000; ++r)
+            wide = qz_dbf_get_value(t, 0, r, &v) ? qz_dbf_get_wstr(u, 0, r, len, ok, 0) : L"";
+    });
     std::string letters;  // U+0410, CP1251 0xC0
     for (int i = 0; i < 231; ++i) letters += "\xD0\x90";
     EXPECT_EQ(std::string(v.text, v.length), letters);
@@ -137,15 +137,11 @@ TEST(EdgesCalls, TextSkipsIconvAndASaveSyncsItsFolder) {
     Tqz_dbf_memory* m = qz_dbf_mem_load(path.c_str());
     ASSERT_NE(m, nullptr);
     ASSERT_TRUE(qz_dbf_mem_set_str(m, 0, 0, "x"));
-    synced.clear();
-    watching = true;
-    EXPECT_TRUE(qz_dbf_mem_save(m));
-    watching = false;
+    watched([&] { EXPECT_TRUE(qz_dbf_mem_save(m)); });
     qz_dbf_mem_free(m);
     char folder[PATH_MAX];
     ASSERT_NE(::realpath(dir.path().c_str(), folder), nullptr);
-    ASSERT_FALSE(synced.empty());
-    EXPECT_EQ(synced.back(), folder);
+    EXPECT_EQ(synced.empty() ? "" : synced.back(), folder);
 }
 
 }  // namespace

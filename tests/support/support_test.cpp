@@ -1,6 +1,7 @@
 // Path, string and stream helpers the tables rely on.
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 
 #include "qzk_basic.h"
@@ -34,6 +35,8 @@ TEST(Support, ExtensionsStringsAndNumbers) {
     EXPECT_TRUE(su::to_numeric_safe(std::wstring(L"-0,25e1"), &ok) == -2.5 && ok);
     for (const char* bad : {"7x", "", "1e999"})
         EXPECT_FALSE((su::to_numeric_safe(std::string(bad), &ok), ok)) << bad;
+    for (int e : {EACCES, EPERM, EROFS, ENOENT, EISDIR})  // the refusals that name a permission
+        EXPECT_EQ(fsys::is_permission_error(e), e != ENOENT && e != EISDIR) << e;
     su::icase_less less;
     EXPECT_FALSE(less(L"ЯБЛОКО", L"яблоко") || less(L"яблоко", L"ЯБЛОКО"));
     EXPECT_TRUE(less(std::string("apple"), std::string("BANANA")));
