@@ -129,6 +129,8 @@ TEST_F(MemoryHistory, RecordOperationsAtTheEdges) {
     EXPECT_EQ(cell(0, 2), "row3 ");
     qz_history_manager_undo(m);
     EXPECT_EQ(snapshot(*t), before);
+    t->del(4);  // just past the last record: nothing changes
+    EXPECT_EQ(snapshot(*t), before);
     t->ins(100);
     EXPECT_EQ(cell(0, 4), "     ");
     qz_history_manager_undo(m);
