@@ -211,6 +211,20 @@ TEST(Varying, ShortValuesKeepTheirLengthInTheLastByte) {
     EXPECT_FALSE(qz_dbf_set_value(t, 1, 0, &wide));
     qz_dbf_close(t);
     EXPECT_TRUE(qz_test::read_bytes(path) == kept);
+    // A length byte that claims the whole width (or more) is not text: the
+    // value is the bytes before it.
+    Bytes file = kept;
+    const size_t at = qz_test::u16_at(file, 8) + 1;
+    for (uint8_t claim : {6, 7}) {
+        const Bytes cell = {'a', 'b', 'c', 'd', 'e', claim};
+        std::copy(cell.begin(), cell.end(), file.begin() + at);
+        file[at + 10] = 0x01;
+        qz_test::write_bytes(path, file);
+        t = typed_test::open_ex(path, 0);
+        EXPECT_EQ(typed_test::read_shown(t, 0, 0),
+                  shown(Tqz_dbf_value{QZ_DBF_VALUE_TEXT, 0, 0.0, "abcde", 5}));
+        qz_dbf_close(t);
+    }
 }
 
 // pr90.dbf has a C field NOTE of 300 bytes (length byte 44, high byte in

@@ -83,6 +83,20 @@ TEST(EdgesDbf, ATableOnDescriptorZeroReads) {
     EXPECT_EQ(got, "abcdefgh");
 }
 
+// Every type letter names its type and comes back from it; any other byte
+// (lower case included) names no type.
+TEST(EdgesDbf, TypeLettersRoundTrip) {
+    const std::string letters = "CNLMDFIBP";  // in the order of the type numbers 1..9
+    for (int c = 1; c < 256; ++c) {
+        const size_t at = letters.find(static_cast<char>(c));
+        const Tqz_dbf_field_type t = qz_char2dbftype(static_cast<char>(c));
+        EXPECT_EQ(static_cast<size_t>(t), at == std::string::npos ? 0 : at + 1) << c;
+        if (t != dbf_ft_unknown) {
+            EXPECT_EQ(qz_dbftype2char(t), c);
+        }
+    }
+}
+
 // Giving an open table an encoding (the tool's create tests the usual pages)
 // replaces the .cpg it had, writes the driver byte of a Windows page's
 // Windows driver, and switches the handle's own reading at once. A read-only
@@ -181,6 +195,23 @@ TEST(EdgesMemory, ALoadedTableReadsAsTheFileAndKeepsItsValuesThroughARestructure
     qz_dbf_close(held);
     qz_dbf_close(file);
     qz_dbf_mem_free(m);
+}
+
+// A table cut short loads the records its file holds, a cut last one
+// completed with blanks: the header's larger count adds none that are not
+// there.
+TEST(EdgesMemory, ATableCutShortLoadsTheRecordsItHolds) {
+    qz_test::Temp_dir dir;
+    const auto whole = qz_test::dbf_bytes(0x03, {{"C", 'C', 4}}, {{"ab"}, {"cd"}, {"ef"}});
+    const size_t header = qz_test::u16_at(whole, 8);  // records of 5 bytes follow
+    for (const auto& [kept, records] : {std::pair{10, 2u}, {9, 2u}, {11, 3u}}) {
+        std::vector<uint8_t> bytes(whole.begin(), whole.begin() + header + kept);
+        bytes[4] = 5;
+        qz_test::write_bytes(dir.file("t.dbf"), bytes);
+        Tqz_dbf_memory* m = qz_dbf_mem_load(dir.file("t.dbf").c_str());
+        EXPECT_EQ(qz_dbf_mem_get_nr(m), records) << kept;
+        qz_dbf_mem_free(m);
+    }
 }
 
 }  // namespace

@@ -129,6 +129,8 @@ TEST_F(MemoryHistory, RecordOperationsAtTheEdges) {
     EXPECT_EQ(cell(0, 2), "row3 ");
     qz_history_manager_undo(m);
     EXPECT_EQ(snapshot(*t), before);
+    t->del(4);  // just past the last record: nothing changes
+    EXPECT_EQ(snapshot(*t), before);
     t->ins(100);
     EXPECT_EQ(cell(0, 4), "     ");
     qz_history_manager_undo(m);
@@ -138,6 +140,17 @@ TEST_F(MemoryHistory, RecordOperationsAtTheEdges) {
     EXPECT_TRUE(qz_history_manager_undo(m));
     EXPECT_EQ(t->get_nr(), 3u);
     EXPECT_EQ(cell(0, 2), "row3 ");
+}
+
+// A raw double written at a 4-byte field reaches into the next field; its
+// undo gives back every byte it wrote.
+TEST_F(MemoryHistory, UndoOfARawDoubleGivesBackEveryByteItWrote) {
+    t->set_double(2, 1, 2.5);
+    const std::string before = snapshot(*t);
+    t->set_double(1, 1, -1.0);
+    EXPECT_NE(snapshot(*t), before);
+    qz_history_manager_undo(m);
+    EXPECT_EQ(snapshot(*t), before);
 }
 
 // The core's own write leaves zero bytes after a short text; the history's

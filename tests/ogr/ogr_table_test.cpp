@@ -54,7 +54,6 @@ TEST(OgrTable, ValuesAndSearchInEverySourceAndATableCreated) {
         EXPECT_EQ(std::pair(t.get_as_integer(99, 0, ok), t.get_as_double(0, 0xFFFFFFFFu, ok)),
                   std::pair(0, 0.0));
         unsigned size = 1, type = 0;
-        ok = true;  // a record past the end has no value
         EXPECT_TRUE(t.get_memo_bytes(0, 1000, ok, size, type) != nullptr && size == 0 && !ok);
         EXPECT_FALSE(t.set_as_string(0, people_count, "x") || t.set_as_integer(7, 0, 1) ||
                      t.set_as_wstring(-1, 0, L"x") || t.get_as_any(0, 0, nullptr));
@@ -71,6 +70,11 @@ TEST(OgrTable, ValuesAndSearchInEverySourceAndATableCreated) {
         EXPECT_FALSE(t.find_value(1, nullptr, r));
         EXPECT_EQ(t.find_value(2, "", r), path == inputs().csv)
             << "the unset score of Eve (text \"\") is no match";
+        // A search that finds nothing leaves the last record at hand: no seek
+        // to read it again.
+        const uint64_t seeks = (t.find_value(1, "nobody", r), t.seek_count());
+        EXPECT_STREQ(t.get_as_string(1, people_count - 1, ok), people[people_count - 1].name);
+        EXPECT_EQ(t.seek_count(), seeks);
     }
     // A table created through OGR: a shapefile attribute table whose fields
     // follow the type mapping; the result is 1 even on success.

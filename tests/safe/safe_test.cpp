@@ -176,6 +176,7 @@ TEST(Safe, BadFilesAreFoundRefusedAndLeftAsTheyAreAndFindingsNamed) {
         {96 + 11, "L", error, field, "L field of length 8"},
         {96 + 11, "S", error, field, "unknown field type 'S'"},
         {64 + 17, "\b", error, field, "8 decimals in length 8"},
+        {96 + 16, std::string(1, '\0'), error, field, "field length 0"},
         {128, " ", error, QZ_DBF_CHECK_TERMINATOR, "no terminator"},
         {10, "\x1C", error, QZ_DBF_CHECK_RECORD_LENGTH, "not the fields' lengths plus one (27)"},
         {96, "day", warning, name, "'day' breaks the field-name rules (the repair is 'DAY')"},

@@ -1,10 +1,15 @@
 // Path, string and stream helpers the tables rely on.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 
 #include "qzk_basic.h"
 #include "support/fileio.h"
+#include "support/file_window.h"
 #include "support/filesystem.h"
 #include "support/string_adapter.h"
 #include "support/strutil.h"
@@ -34,6 +39,8 @@ TEST(Support, ExtensionsStringsAndNumbers) {
     EXPECT_TRUE(su::to_numeric_safe(std::wstring(L"-0,25e1"), &ok) == -2.5 && ok);
     for (const char* bad : {"7x", "", "1e999"})
         EXPECT_FALSE((su::to_numeric_safe(std::string(bad), &ok), ok)) << bad;
+    for (int e : {EACCES, EPERM, EROFS, ENOENT, EISDIR})  // the refusals that name a permission
+        EXPECT_EQ(fsys::is_permission_error(e), e != ENOENT && e != EISDIR) << e;
     su::icase_less less;
     EXPECT_FALSE(less(L"ЯБЛОКО", L"яблоко") || less(L"яблоко", L"ЯБЛОКО"));
     EXPECT_TRUE(less(std::string("apple"), std::string("BANANA")));
@@ -64,6 +71,17 @@ TEST(Support, StreamsCompanionsAndAdapters) {
     EXPECT_FALSE(fsys::move_file(dir.wfile("moved"), want, false));
     EXPECT_TRUE(fsys::move_file(dir.wfile("moved"), want, true));
     EXPECT_TRUE(fsys::remove_file(want) && !fsys::remove_file(want));
+
+    // A window that let go of its file takes no more writes, empty ones too.
+    qz_test::write_bytes(dir.file("w"), {1, 2, 3});
+    const int fd = ::open(dir.file("w").c_str(), O_RDWR);
+    qz::file_window w;
+    w.attach(fd, true, nullptr, false);
+    EXPECT_TRUE(w.write(1, "x", 1));
+    w.detach();
+    EXPECT_FALSE(w.write(0, "", 0) || w.write(0, "y", 1));
+    ::close(fd);
+    EXPECT_EQ(qz_test::read_bytes(dir.file("w")), (std::vector<uint8_t>{1, 'x', 3}));
 
     qz_options_set_ansi_code_page(1251);
     std::wstring target = L"old";

@@ -10,6 +10,7 @@
 #include <random>
 #include <string>
 
+#include "dbf/dbase7_descriptors.h"
 #include "dbf/number_text.h"
 #include "dbf/typed_cell.h"
 #include "memo/dbt_rw.h"
@@ -63,6 +64,7 @@ TEST(TypedCell, ImagesByType) {
         {{'T', 8, 0, true}, v_of(QZ_DBF_VALUE_DATETIME, 946728000000LL, 0, nullptr), std::string("\x59\x68\x25\0\x00\x2E\x93\x02", 8)},
         {{'T', 8, 0, true}, v_of(QZ_DBF_VALUE_DATE, 20000101, 0, nullptr), std::string("\x59\x68\x25\0\0\0\0\0", 8)},
         {{'B', 8, 0, true}, v_of(QZ_DBF_VALUE_INT, 1, 0, nullptr), std::string("\0\0\0\0\0\0\xF0\x3F", 8)},
+        {{'B', 8, 0, true}, v_of(QZ_DBF_VALUE_TEXT, 0, 0, "12abc"), ""},
         {{'C', 3, 0, false}, v_of(QZ_DBF_VALUE_BYTES, 0, 0, "ab"), "ab "},
         {{'+', 4, 0, true}, v_of(QZ_DBF_VALUE_INT, 1, 0, nullptr), ""},
         {{'@', 8, 0, false}, v_of(QZ_DBF_VALUE_DATETIME, 1, 0, nullptr), std::string("\x42\xCC\x41\x8B\xA9\x9A\0\x80", 8)},
@@ -77,9 +79,25 @@ TEST(TypedCell, ImagesByType) {
     }
     EXPECT_EQ(qz::dbf::memo_block_image({'M', 10, 0, false}, 12), "        12");
     EXPECT_EQ(qz::dbf::memo_block_image({'M', 10, 0, false}, 0), "          ");
+    EXPECT_EQ(qz::dbf::memo_block_image({'M', 2, 0, false}, 12), "12");  // the whole width
     EXPECT_EQ(qz::dbf::memo_block_image({'M', 4, 0, true}, 258), std::string("\x02\x01\0\0", 4));
     EXPECT_EQ(qz::dbf::blank_image({'T', 8, 0, true}), std::string(8, '\0'));
     EXPECT_EQ(qz::dbf::blank_image({'B', 10, 0, false}), std::string(10, ' '));
+}
+
+// An @ cell holds a double: from 9e18 milliseconds on, the value is out of
+// range rather than a number that wraps in 64 bits.
+TEST(TypedCell, TimestampsAtTheEdgeOfTheRange) {
+    for (double ms : {9.0e18, 9.0e18 - 2048}) {
+        const double stored = ms + 719163.0 * 86400000.0;
+        uint64_t bits = 0;
+        std::memcpy(&bits, &stored, 8);
+        uint8_t p[8];
+        for (int k = 0; k < 8; ++k) p[k] = static_cast<uint8_t>(bits >> (56 - 8 * k));
+        int64_t out = 0;
+        EXPECT_EQ(qz::dbf::timestamp_ms(p, out), ms < 9.0e18) << ms;
+        EXPECT_EQ(out, ms < 9.0e18 ? static_cast<int64_t>(ms) : 0);
+    }
 }
 
 // Memo blocks of each layout go one after another; block 0 and blocks past
