@@ -53,8 +53,8 @@ TEST(EditCompletion, CommandsFieldsAndOptionsWhereEachIsTaken) {
     for (const Case& c : cases) {
         const qzdbf::Completion got = complete_edit_line(c.before, kFields);
         EXPECT_EQ(got.candidates, c.candidates) << "'" << c.before << "'";
-        if (!c.candidates.empty())
-            EXPECT_TRUE(got.start == c.start && got.space == c.space) << "'" << c.before << "'";
+        EXPECT_TRUE(c.candidates.empty() || (got.start == c.start && got.space == c.space))
+            << "'" << c.before << "'";
     }
     // The common beginning keeps the first word's letters and whole characters.
     EXPECT_EQ(qzdbf::common_prefix({"QTY", "Qty2"}), "QTY");
@@ -270,8 +270,7 @@ TEST(EditTerminal, LineEditingHistoryCompletionAndTheQuestionBeforeQuitting) {
     const Outcome r = edit(twin, "set NAME 0 Alice\nset NAME 2 Alice\nset QTY 1 42\nsave\n");
     ASSERT_EQ(r.status, 0) << r.out;
     const std::vector<uint8_t> saved = qz_test::read_bytes(table);
-    EXPECT_EQ(saved, qz_test::read_bytes(twin));
-    EXPECT_NE(saved, original);
+    EXPECT_TRUE(saved == qz_test::read_bytes(twin) && saved != original);
 
     // The history went to its file, in the order typed.
     const std::string htext = read_text(history);
