@@ -57,7 +57,7 @@ def test_round_trip_of_every_dtype(tmp_path):
                     assert value == pytest.approx(want, rel=1e-12), (name, r, value, want)
 
 
-def test_dates_columns_and_skip_deleted(tmp_path):
+def test_dates_columns_skip_deleted_and_what_cannot_be_stored(tmp_path):
     # Dates outside the nanosecond range stay dates.
     path = tmp_path / "d.dbf"
     days = [datetime.date(1099, 7, 10), None, datetime.date(9999, 12, 31)]
@@ -71,9 +71,7 @@ def test_dates_columns_and_skip_deleted(tmp_path):
     assert qzdbf.read_dataframe(path, columns=["b"]).to_dict("list") == {"B": ["x", "z"]}
     assert qzdbf.read_dataframe(path, skip_deleted=False)["A"].tolist() == [1, 2, 3]
     pytest.raises(qzdbf.InvalidArgument, qzdbf.read_dataframe, path, columns=["NOPE"])
-
-
-def test_what_cannot_be_stored_fails_before_writing(tmp_path):
+    # What cannot be stored fails before writing.
     path = tmp_path / "bad.dbf"
     for column in ({"A": [1 + 2j]}, {"A": [b"bytes"]}, {"A": ["x" * 255]}, {"A": [float("inf")]},
                    {"lower": [1]}, {"TOO_LONG_NAME": [1]}, {"A": [pd.Timedelta(1)]},
@@ -107,8 +105,7 @@ def same_values(a, b):
     if a.dtype == object:
         return len(a) == len(b) and all(x == y or (x is None and y is None) for x, y in zip(a, b))
     if a.dtype.kind == "f":
-        return np.array_equal(a, b, equal_nan=True) and \
-            np.array_equal(np.signbit(a), np.signbit(b))
+        return np.array_equal(a, b, equal_nan=True) and np.array_equal(np.signbit(a), np.signbit(b))
     return np.array_equal(a, b)
 
 
