@@ -122,15 +122,18 @@ TEST(EdgesCalls, TextSkipsIconvAndASaveSyncsItsFolder) {
     std::wstring wide;
     unsigned len = 0;
     bool ok = true;
+    auto read = [&](unsigned r) {  // the first read makes the conversion tables
+        wide = qz_dbf_get_value(t, 0, r, &v) ? qz_dbf_get_wstr(u, 0, r, len, ok, 0) : L"";
+    };
+    read(0);
     watched([&] {
-        for (unsigned r = 0; r < 1000; ++r)
-            wide = qz_dbf_get_value(t, 0, r, &v) ? qz_dbf_get_wstr(u, 0, r, len, ok, 0) : L"";
+        for (unsigned r = 0; r < 1000; ++r) read(r);
     });
     std::string letters;  // U+0410, CP1251 0xC0
     for (int i = 0; i < 231; ++i) letters += "\xD0\x90";
     EXPECT_EQ(std::string(v.text, v.length), letters);
     EXPECT_EQ(wide, L"\U0001F600\U0010FFFF");
-    EXPECT_LT(conversions, 600);
+    EXPECT_LT(conversions, 100);
     qz_dbf_close(t);
     qz_dbf_close(u);
 
