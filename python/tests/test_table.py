@@ -40,10 +40,8 @@ def test_cells_round_trip_by_type_and_reach_other_readers(path):
         assert got[2] == ("", None, None, None, None, None, 0)
         assert t[3]["NAME"] == "by name" and t[3, "qty"] == 5 and t[-1, 1] == 5
         assert type(t[0, "QTY"]) is int and type(t[0, "PRICE"]) is float
-    ref = list(dbfread.DBF(path, encoding="utf-8"))
-    assert ref[0]["QTY"] == 2**62 and ref[1]["NAME"] == "Ärger €"
-    assert ref[0]["WHEN"] == datetime.date(2024, 2, 29) and ref[1]["OK"] is False
-    assert ref[1]["SMALL"] == 2**31 - 1 and ref[2]["PRICE"] is None
+    # dbfread reads every cell alike.
+    assert [tuple(r.values()) for r in dbfread.DBF(path, encoding="utf-8")] == got
     # B holds doubles exactly; an appended record without a value holds 0.
     with qzdbf.create(path + "b.dbf", [("DBL", "B", 8, 0), ("X", "C", 1, 0)]) as t:
         for v in (1e300, -0.0, 5e-324, 1 / 3):
@@ -117,7 +115,7 @@ def test_modes_locks_and_errors(path, tmp_path):
         pytest.raises(qzdbf.PermissionDenied, qzdbf.open, path, "r+")
 
 
-def test_encoding_override_and_check(path, tmp_path):
+def test_encoding_override_check_and_field_names(path, tmp_path):
     with qzdbf.create(path, [("T", "C", 10, 0)], encoding="cp866") as t:
         t.append(("Привет",))
     raw = open(path, "rb").read()
@@ -131,6 +129,11 @@ def test_encoding_override_and_check(path, tmp_path):
     cut.write_bytes(raw[:40])
     assert max(f.severity for f in qzdbf.check(cut)) == 3
     assert qzdbf.check(tmp_path / "none.dbf")[0].kind == 1
+    # Field-name rules and repairs.
+    assert qzdbf.field_name_ok("NAME") and not qzdbf.field_name_ok("12AB")
+    assert qzdbf.fix_field_name("12AB") == "AB" and qzdbf.fix_field_name("") == "PROP"
+    assert qzdbf.fix_field_names(["id", "ID", "Id", "x"]) == ["ID", "ID1", "ID2", "X"]
+    assert all(qzdbf.field_name_ok(n) for n in qzdbf.fix_field_names(["Цена", "Жёлтый", "Цена"]))
 
 
 # Memory tables with undo and redo, restructuring (of a file and of a
@@ -194,10 +197,3 @@ def test_restructure_a_file_keeps_records_converts_and_renames(tmp_path):
     assert sorted(p.name for p in tmp_path.iterdir()) == ["r.cpg", "r.dbf"]
     with qzdbf.open(path) as t, pytest.raises(qzdbf.PermissionDenied):
         t.restructure(["NAME"])
-
-
-def test_field_name_rules_and_repairs():
-    assert qzdbf.field_name_ok("NAME") and not qzdbf.field_name_ok("12AB")
-    assert qzdbf.fix_field_name("12AB") == "AB" and qzdbf.fix_field_name("") == "PROP"
-    assert qzdbf.fix_field_names(["id", "ID", "Id", "x"]) == ["ID", "ID1", "ID2", "X"]
-    assert all(qzdbf.field_name_ok(n) for n in qzdbf.fix_field_names(["Цена", "Жёлтый", "Цена"]))

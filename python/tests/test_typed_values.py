@@ -48,7 +48,7 @@ def test_datetime_and_currency_as_dbfread_reads_them():
     assert far.dtype == object and max(v for v in far if v is not None).year == 9999
 
 
-def test_decimals_dates_and_bytes_written_and_read_typed(tmp_path):
+def test_decimals_dates_bytes_and_null_flags_read_typed(tmp_path):
     D = decimal.Decimal
     path = tmp_path / "n.dbf"
     with qzdbf.create(path, [("P", "N", 12, 3), ("Q", "N", 9, 0), ("F", "F", 10, 2),
@@ -71,8 +71,6 @@ def test_decimals_dates_and_bytes_written_and_read_typed(tmp_path):
     ref = list(dbfread.DBF(str(path), raw=True, ignore_missing_memofile=True))
     assert ref[0]["C"] == b"raw\xffb " and ref[2]["F"].strip() == b"-1234.57"
 
-
-def test_null_flags_blank_cells_of_every_column_kind(tmp_path):
     # N, D, L, C and I may be null through _NullFlags (bit i: field i).
     path = tmp_path / "nulls.dbf"
     fields = [("N", "N", 6, 1, 2), ("D", "D", 8, 0, 2), ("L", "L", 1, 0, 2), ("C", "C", 5, 0, 2),

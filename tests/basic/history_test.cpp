@@ -60,7 +60,6 @@ class History : public ::testing::Test {
         ASSERT_NE(m, nullptr);
         qz_history_manager_clear(m);
         qz_history_manager_set_limit(m, 1000);
-        EXPECT_EQ(qz_history_manager_get_limit(m), 1000u);
     }
     void TearDown() override {
         for (auto& [name, h] : histories) qz_history_destroy(h.second);

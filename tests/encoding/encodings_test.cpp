@@ -15,7 +15,9 @@ namespace {
 
 namespace sc = qz::strconv;
 
-TEST(EncodingTable, CodePagesFindTheirRowsAndSystemIsTheConfiguredOne) {
+// Code pages find their rows, the system one is the one configured; a
+// table's flags exclude each other and pick its encoding.
+TEST(EncodingTable, CodePagesFindTheirRowsAndFlagsPickTheTableEncoding) {
     const std::pair<uint32_t, sc::encodings> pinned[] = {
         {65001, sc::utf8},  {866, sc::cp866}, {1251, sc::cp1251}, {1258, sc::cp1258},
         {20127, sc::ascii}, {0, sc::utf16},   {4242, sc::system}};
@@ -25,6 +27,24 @@ TEST(EncodingTable, CodePagesFindTheirRowsAndSystemIsTheConfiguredOne) {
     EXPECT_EQ(sc::encoding_to_iconv(sc::system), "CP1252");
     qz_options_set_ansi_code_page(65001);
     EXPECT_EQ(sc::encoding_to_iconv(sc::system), "UTF-8");
+
+    // A table's flags exclude each other and pick its encoding.
+    Tqz_dbf_disk t;
+    EXPECT_EQ(t.get_encoding(), sc::cp1251);
+    t.set_dos_flag(true);
+    EXPECT_EQ(t.get_encoding(), sc::cp866);
+    t.set_utf8_flag(true);
+    EXPECT_FALSE(t.get_dos_flag());
+    EXPECT_EQ(t.get_encoding(), sc::utf8);
+    t.set_utf8_flag(false);
+    EXPECT_EQ(t.get_encoding(), sc::cp1251) << "not CP866 again";
+    t.set_dos_flag(true);
+    EXPECT_STREQ(t.str_from_raw("\x84\xAE\xAC"), "\xD0\x94\xD0\xBE\xD0\xBC");  // "Дом" in CP866
+    EXPECT_STREQ(t.str_to_raw("\xD0\x94\xD0\xBE\xD0\xBC"), "\x84\xAE\xAC");
+    EXPECT_STREQ(t.str_from_raw_w("\x84\xAE\xAC"), L"Дом");
+    EXPECT_STREQ(t.str_to_raw_w(L"Дом\u4E2D"), "\x84\xAE\xAC?") << "unrepresentable becomes '?'";
+    EXPECT_STREQ(t.str_to_raw_w(nullptr), "");
+    EXPECT_STREQ(t.str_from_raw_w(nullptr), L"");
     qz_options_set_ansi_code_page(0);
 }
 
@@ -51,31 +71,10 @@ TEST(Convert, DropsWhatCannotConvertAndKeepsTheRest) {
     EXPECT_TRUE(u16.substr(0, 2) == "\xFF\xFE" || u16.substr(0, 2) == "\xFE\xFF");
 }
 
-TEST(TableEncoding, FlagsExcludeEachOtherAndPickTheEncoding) {
-    Tqz_dbf_disk t;
-    EXPECT_EQ(t.get_encoding(), sc::cp1251);
-    t.set_dos_flag(true);
-    EXPECT_EQ(t.get_encoding(), sc::cp866);
-    t.set_utf8_flag(true);
-    EXPECT_FALSE(t.get_dos_flag());
-    EXPECT_EQ(t.get_encoding(), sc::utf8);
-    t.set_utf8_flag(false);
-    EXPECT_EQ(t.get_encoding(), sc::cp1251) << "not CP866 again";
-
-    qz_options_set_ansi_code_page(65001);
-    t.set_dos_flag(true);
-    EXPECT_STREQ(t.str_from_raw("\x84\xAE\xAC"), "\xD0\x94\xD0\xBE\xD0\xBC");  // "Дом" in CP866
-    EXPECT_STREQ(t.str_to_raw("\xD0\x94\xD0\xBE\xD0\xBC"), "\x84\xAE\xAC");
-    EXPECT_STREQ(t.str_from_raw_w("\x84\xAE\xAC"), L"Дом");
-    EXPECT_STREQ(t.str_to_raw_w(L"Дом\u4E2D"), "\x84\xAE\xAC?") << "unrepresentable becomes '?'";
-    EXPECT_STREQ(t.str_to_raw_w(nullptr), "");
-    EXPECT_STREQ(t.str_from_raw_w(nullptr), L"");
-    qz_options_set_ansi_code_page(0);
-}
-
 // How .cpg files and callers spell encodings in the wild ("": no encoding),
-// one or two of each rule; every name given is one iconv converts.
-TEST(EncodingChoice, SpellingsNormaliseToIconvNames) {
+// one or two of each rule, and the code pages of language drivers: every
+// name given is one iconv converts.
+TEST(EncodingChoice, SpellingsAndLanguageDriversGiveIconvNames) {
     // clang-format off
     const std::pair<std::string, const char*> spellings[] = {
         {"UTF8", "UTF-8"}, {"utf-8\r\n", "UTF-8"}, {"65001", "UTF-8"}, {"cp1252\n", "CP1252"},
@@ -94,11 +93,8 @@ TEST(EncodingChoice, SpellingsNormaliseToIconvNames) {
         EXPECT_EQ(got, name) << "text \"" << text << "\"";
         EXPECT_TRUE(!*name || sc::iconv_knows(got)) << got;
     }
-}
-
-// A few language-driver ids and their code pages (0: none iconv knows); every
-// id gives nothing or a page iconv converts.
-TEST(EncodingChoice, LanguageDriversGiveTheirCodePages) {
+    // A few language-driver ids and their code pages (0: none iconv knows);
+    // every id gives nothing or a page iconv converts.
     const std::pair<uint8_t, uint32_t> drivers[] = {
         {0x01, 437},   {0x03, 1252}, {0x26, 866}, {0x65, 866}, {0x7B, 932},
         {0x96, 10007}, {0xC9, 1251}, {0x00, 0},   {0x68, 0},   {0xFF, 0}};

@@ -3,7 +3,6 @@
 // text with invalid and unmappable parts, and wide text.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -94,20 +93,6 @@ TEST(FastConvert, NarrowAndWideAsTheGeneralConversions) {
             ASSERT_EQ(got, qz::basic::wide_to_cp(cp, w.data(), w.size())) << cp;
         }
     }
-}
-
-// The system page (0) is the one set at the time of the call; text that
-// needs no change is handed back where it is.
-TEST(FastConvert, SystemCodePageIsTheOneSetAtTheTime) {
-    text_buffer out;
-    for (const auto& [page, ya] : {std::pair{1251u, "\xDF"}, {65001u, "Я"}}) {
-        qz_options_set_ansi_code_page(page);
-        conv.narrow(866, 0, "\x9F", 1, false, out);  // Я in CP866
-        EXPECT_STREQ(out.c_str(), ya);
-        EXPECT_EQ(conv.narrow_view(page, 0, ya, std::strlen(ya) + 1, out), ya);
-    }
-    EXPECT_STREQ(conv.narrow_view(1251, 0, "\xDF", 2, out), "Я");
-    qz_options_set_ansi_code_page(0);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ std::string cell(Tqz_dbf_rw* h, unsigned int record) {
 
 const std::string privet = "Привет", privet_1251 = "\xCF\xF0\xE8\xE2\xE5\xF2";
 
-TEST(EncodingExports, SourcesInOrderOfPrecedence) {
+TEST(EncodingExports, SourcesInOrderOfPrecedenceAndCellsReadAsUtf8) {
     qz_test::Temp_dir dir;
     const std::string dbf = dir.file("t.dbf");
     write_table(dbf, 0x65, {{"\x8F\xE0\xA8\xA2\xA5\xE2"}});  // "Привет" in CP866
@@ -63,13 +63,10 @@ TEST(EncodingExports, SourcesInOrderOfPrecedence) {
     EXPECT_EQ(qz_dbf_detect_encoding(dbf.c_str(), "ISO-8859-2", 0, small, sizeof small),
               QZ_DBF_ENC_CALLER);
     EXPECT_STREQ(small, "ISO");
-}
 
-TEST(EncodingExports, CellsReadAsUtf8InTheChosenEncoding) {
-    qz_test::Temp_dir dir;
-    const std::string dbf = dir.file("cells.dbf");
-    write_table(dbf, 0xC9, {{privet_1251}, {"  ab  "}, {""}});
-    Tqz_dbf_rw* h = qz_dbf_open_ex(dbf.c_str(), QZ_DBF_OPEN_READ_ONLY);
+    // Cells read as UTF-8 in the encoding chosen.
+    write_table(dir.file("cells.dbf"), 0xC9, {{privet_1251}, {"  ab  "}, {""}});
+    Tqz_dbf_rw* h = qz_dbf_open_ex(dir.file("cells.dbf").c_str(), QZ_DBF_OPEN_READ_ONLY);
     ASSERT_NE(h, nullptr);
     char name[32];
     EXPECT_EQ(qz_dbf_get_encoding(h, name, sizeof name), QZ_DBF_ENC_LANGUAGE_DRIVER);

@@ -58,7 +58,7 @@ void check(R& r, const std::vector<Case>& cases, size_t file_size) {
     }
 }
 
-TEST(FptReader, BlocksReadAsWritten) {
+TEST(MemoReaders, FptBlocksReadAsWrittenDbtMemosToTheTerminator) {
     qz_test::Temp_dir dir;
     auto file = fpt_file(64, 40);
     fpt_put(file, 64, 8, 1, "hello");
@@ -116,25 +116,22 @@ TEST(FptReader, BlocksReadAsWritten) {
         EXPECT_EQ(got.substr(0, memo.size()), memo) << "block size " << bs;
         for (unsigned int b : hostile_blocks) read(rb, b, f.size());
     }
-}
 
-TEST(DbtReader, MemosRunToTheTerminatorWithinSixtyFourKib) {
-    qz_test::Temp_dir dir;
-    auto file = dbt_file(400);
-    put(file, 1 * 512, "short\x1A\x1A");
-    put(file, 3 * 512, pattern(700) + "\x1A");  // across two chunks
-    put(file, 5 * 512, "\x1A");
-    put(file, 6 * 512, pattern(512) + "\x1A");  // terminator opens chunk 2
-    put(file, 10 * 512, pattern(65535) + "\x1A");
-    put(file, 140 * 512, pattern(65536) + "\x1A");
-    put(file, 270 * 512, pattern(70000, 'A') + "\x1A");
-    put(file, 420 * 512, "tail without terminator");
-    qz_test::write_bytes(dir.file("m.dbt"), file);
-
-    Tqz_dbt_rw r;
-    ASSERT_EQ(r.open(dir.wfile("m.dbt").c_str(), true), 0);
-    EXPECT_EQ(r.get_file_hdr().bytes[0], 400 % 256);
-    check(r,
+    // DBT memos run to the terminator, within 64 KiB.
+    auto dbt = dbt_file(400);
+    put(dbt, 1 * 512, "short\x1A\x1A");
+    put(dbt, 3 * 512, pattern(700) + "\x1A");  // across two chunks
+    put(dbt, 5 * 512, "\x1A");
+    put(dbt, 6 * 512, pattern(512) + "\x1A");  // terminator opens chunk 2
+    put(dbt, 10 * 512, pattern(65535) + "\x1A");
+    put(dbt, 140 * 512, pattern(65536) + "\x1A");
+    put(dbt, 270 * 512, pattern(70000, 'A') + "\x1A");
+    put(dbt, 420 * 512, "tail without terminator");
+    qz_test::write_bytes(dir.file("m.dbt"), dbt);
+    Tqz_dbt_rw d;
+    ASSERT_EQ(d.open(dir.wfile("m.dbt").c_str(), true), 0);
+    EXPECT_EQ(d.get_file_hdr().bytes[0], 400 % 256);
+    check(d,
           {
               {1, "short", 1},
               {3, pattern(700), 1},
@@ -148,8 +145,8 @@ TEST(DbtReader, MemosRunToTheTerminatorWithinSixtyFourKib) {
               {0x00800001, "short", 1},  // the offset wraps in 32 bits to block 1
               {0x007FFFFF, kNull, 0},
           },
-          file.size());
-    EXPECT_EQ(r.get_buff_size(), 65536);
+          dbt.size());
+    EXPECT_EQ(d.get_buff_size(), 65536);
 }
 
 // Random, short and empty files, opened through the reader exports (wide and

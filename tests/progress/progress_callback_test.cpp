@@ -67,9 +67,9 @@ unsigned stop_then_run(unsigned nf, unsigned flen, unsigned nr, std::vector<size
     return left;
 }
 
-// Stopped at the first call, in the middle, and at the last (the copy is
-// whole but not yet in place); one record in three goes.
-TEST(ProgressCallback, DeleteByMaskIsToldEveryStepAndAStopChangesNothing) {
+// Deleting by mask stopped at the first call, in the middle, and at the last
+// (the copy is whole but not yet in place); one record in three goes.
+TEST(ProgressCallback, DeleteByMaskAndRestructureAreToldEveryStepAndAStopChangesNothing) {
     void* mask = qz_bits_create();
     for (unsigned r = 0; r < 20000; r += 3) qz_bits_set_bit(mask, r, 1);
     size_t calls = 0;
@@ -82,19 +82,17 @@ TEST(ProgressCallback, DeleteByMaskIsToldEveryStepAndAStopChangesNothing) {
     EXPECT_EQ(stop_then_run(2, 12, 20000, {}, 3, pass), (20000 - 6667) * 100 + 2);
     EXPECT_EQ(stop_then_run(2, 12, 20000, {1, 3, calls}, 3, pass), (20000 - 6667) * 100 + 2);
     qz_bits_destroy(mask);
-}
 
-// A wide table (8 x 254 bytes, 12000 records: about 4 windows of 8 MiB) is
-// told window by window.
-TEST(ProgressCallback, RestructureIsToldWindowByWindowAndAStopChangesNothing) {
-    auto pass = [](const std::string& path, Heard* h) {
+    // A restructure of a wide table (8 x 254 bytes, 12000 records: about 4
+    // windows of 8 MiB) is told window by window.
+    auto restructure = [](const std::string& path, Heard* h) {
         Tqz_dbf_rstrct* d = qz_dbf_restruct_create(path.c_str());
         qz_dbf_restruct_remove_field_idx(d, qz_dbf_restruct_count(d) - 1);
         const bool done = qz_dbf_restruct_apply_progress(d, listen, h);
         qz_dbf_restruct_destroy(d);
         return done;
     };
-    EXPECT_EQ(stop_then_run(8, 254, 12000, {1, 2}, 3, pass), 12000u * 100 + 7);
+    EXPECT_EQ(stop_then_run(8, 254, 12000, {1, 2}, 3, restructure), 12000u * 100 + 7);
 }
 
 }  // namespace

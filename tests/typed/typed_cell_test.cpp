@@ -150,7 +150,7 @@ static void expect_scan_like_sscanf(const std::string& text) {
     EXPECT_EQ(wi_ok ? gi : wi, wi) << "'" << text << "'";
 }
 
-TEST(NumberText, ScanningReadsWhatSscanfReads) {
+TEST(NumberText, ScanningReadsWhatSscanfReadsAndFieldFormatsParse) {
     qz_test::C_locale c;
     // What the random texts cannot reach: other blanks, letters,
     // hexadecimal, infinities and NaNs, extreme exponents, long mantissas.
@@ -168,9 +168,7 @@ TEST(NumberText, ScanningReadsWhatSscanfReads) {
         for (char& ch : s) ch = alphabet[rng() % std::strlen(alphabet)];
         expect_scan_like_sscanf(s);
     }
-}
-
-TEST(NumberText, FieldFormats) {
+    // The field formats the conversions are driven by.
     qz::dbf::number_format f;
     ASSERT_TRUE(qz::dbf::parse_format("%10.2lf", f));
     EXPECT_EQ(f.width * 100 + f.precision * 10 + (f.conversion == 'f'), 1021);
