@@ -8,7 +8,7 @@
 
 #include "qzk_basic.h"
 #include "qzk_file_dbf.h"
-#include "../cli/cli_run.h"
+#include "cli_run.h"
 #include "qzk_file_dbf_ext.h"
 #include "test_support.h"
 
